@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstdint>
+#include <cstdlib>
+#include <functional>
+#include <string>
+
+#include "platform/file_utility.h"
+
+/// Where the appliance keeps what the upgrade reads and writes outside the configuration root, and
+/// the two services of the system whose answers depend on the machine. The values are the real
+/// ones; tests put the paths under a directory of theirs.
+struct Appliance {
+    std::string factoryTelephony = "/etc/default-conf/telephony/";
+    std::string factoryLabel = "/etc/default-conf/config_label.txt";
+    std::string factorySystemSettings = "/etc/default-conf/sysconfig/rc.conf";
+    std::string liveConf = "/etc/orix-conf/";
+    std::string liveLabel = "/etc/orix-conf/config_label.txt";
+    std::string liveSystemSettings = "/etc/orix-conf/sysconfig/rc.conf";
+    std::string fxsNumber = "/proc/orix/fxs-number";
+    std::string fxoNumber = "/proc/orix/fxo-number";
+    std::string hwInfo = "/proc/orix/hw-info";
+    std::string eeprom = "/proc/orix/eeprom";
+    std::string regionalDirs = "/usr/share/regional/";
+    std::string internalVoiceData = "/mnt/bbram/bvoicedata";
+    std::string usbVoiceData = "/mnt/bbram/uvoicedata";
+    std::string routeTool = "/bin/rtsync";
+    std::string lastError = "/tmp/lasterror.log";
+    std::string log = "mend.log";
+
+    /// Runs a shell command and returns what `system` returns.
+    std::function<int(const std::string&)> runShell = [](const std::string& command) {
+        return std::system(command.c_str());
+    };
+    /// Size in bytes of the voice-mail storage behind a path, 0 when it cannot be told.
+    std::function<std::uint64_t(const std::string&)> voiceStorageSize =
+        [](const std::string& path) { return FileUtility::GetVmStorageSize(path, true); };
+};

@@ -1,0 +1,183 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "app/appliance.h"
+#include "platform/log_stream.h"
+#include "store/config_file.h"
+#include "store/multi_section_file.h"
+#include "util/directory.h"
+
+using SectionFile = std::unique_ptr<Configuration::MultiSectionFile>;
+using FlatFile = std::unique_ptr<Configuration::ConfigFile>;
+
+/// The upgrade of one appliance: the open databases, the log, the report, what the steps learn for
+/// each other, and the steps themselves. Build one, call Run once, destroy it: the destructor
+/// stamps the version and writes the last of the report.
+///
+/// Nothing here fails to the outside. Every step reports what it found, leaves a file that it
+/// cannot read as it is, and lets the next step run. All is public: the steps stand in files of
+/// their own, and their tests look at the same fields.
+class ConfigUpgrader {
+public:
+    explicit ConfigUpgrader(Appliance where = {}) : appliance(std::move(where)) {}
+    ~ConfigUpgrader();
+    ConfigUpgrader(const ConfigUpgrader&) = delete;
+    ConfigUpgrader& operator=(const ConfigUpgrader&) = delete;
+
+    /// Performs the whole upgrade.
+    void Run();
+
+    // The report and the log.
+
+    /// Writes the report to the log in pieces of at most 1000 bytes and empties it. Without a log
+    /// the report is kept for the first flush that has one.
+    void FlushReport();
+    /// Writes a printf-style line straight to the log: level 3 for progress, 1 for errors. Does
+    /// nothing without a log.
+    void Trace(int level, const char* format, ...) __attribute__((format(printf, 3, 4)));
+    /// Appends a step's header line and, at its end, its closing line.
+    void ReportStep(const std::string& name) { report += "\n=== " + name + " ===\n"; }
+    void ReportDone() { report += "\n Done...\n"; }
+
+    // Versions.
+
+    /// Compares the labels, sets liveVersion and, when an upgrade is due, targetVersion. True when
+    /// the configuration is what the firmware expects.
+    bool CheckVersion();
+    /// True when liveVersion is older than `version`. Gates know the live label only, never the
+    /// target.
+    bool IsVersionBelow(const std::string& version) const;
+
+    // The store.
+
+    /// Opens a file and tells the log so; null, with an error line, when it cannot be opened.
+    SectionFile OpenSectionFile(const std::string& path, bool createFlag);
+    FlatFile OpenFlatFile(const std::string& path, bool createFlag, bool secondFlag);
+    /// Closes a file without saving it.
+    void CloseSectionFile(SectionFile& file) { file.reset(); }
+    void CloseFlatFile(FlatFile& file) { file.reset(); }
+    /// Saves a file and returns whether it is saved. A failure gets a level 1 line with the reason;
+    /// the file on disk is then as it was.
+    bool Save(Configuration::MultiSectionFile& file);
+    bool Save(Configuration::ConfigFile& file);
+    /// Traces that a file cannot be read, without the full stop that a file that could not be
+    /// created gets.
+    void TraceInvalidFile(const std::string& path);
+    /// Adds to `destination` every anonymous section of `source` whose `keyName` value no section
+    /// of it has, numbered behind the largest `idKey` in use. True when one was added; nothing is
+    /// saved.
+    bool MergeKeyedSections(Configuration::MultiSectionFile* destination,
+                            Configuration::MultiSectionFile* source, const std::string& keyName,
+                            const std::string& idKey);
+
+    // The shell.
+
+    /// The error text of the last command that sent it to appliance.lastError.
+    std::string ReadLastError() const;
+    /// Copies one file with "cp -p "; false when the shell could not be run.
+    bool CopyFile(const std::string& source, const std::string& target);
+
+    // Steps, in the order of the run.
+
+    void ProbeHardware(bool secondPass);
+    void ProbeLineCounts();
+    void UpdateLineCounts();
+    void CheckVoiceDataAndLinks();
+    void SplitExtensionDatabase();
+    /// Brings a live directory to the completeness of a factory directory, both ending in "/".
+    void CheckFileSet(const std::string& liveDir, const std::string& defaultDir,
+                      bool checkTemplateDirs);
+
+    void CheckLineDatabase();
+    void CheckLineSections(Configuration::MultiSectionFile& target,
+                           Configuration::MultiSectionFile& source);
+    void MigrateVoicemail();
+    void ProcessMergeList();
+    void CheckCallerDatabases(const std::string& dir, const std::string& name);
+    void AddSectionIds(const std::string& path, Configuration::MultiSectionFile* file);
+    void CheckCallerTypes(Configuration::MultiSectionFile& file, const std::string& name);
+    void CheckConfigFile(const std::pair<std::string, std::string>& files);
+    void ConvertSipSettings();
+    void ConvertNatSettings();
+    void UpdateEchoDelay();
+    void MergeSupplementaryServices();
+    void UpdateLocalRouteDB();
+    void UpdateDialPlan();
+    void UpdateGroupListDB();
+    void UpdateSystemExtension();
+    void UpdateFxoPrefix();
+    void UpdateStunFile();
+    void RestrictAttendants();
+    void UpdateCallPark();
+    void UpdateRtpPortRanges();
+    void MapIsdnFiles();
+    void UpdateExtensionLength();
+
+    Appliance appliance;
+
+    std::string configRoot;  // live telephony directory, ends in "/"
+    std::string report;
+    std::string attendantExtension;  // the first attendant
+    SectionFile defaultLineDb;
+    SectionFile defaultExtensionDb;
+    SectionFile lineDb;
+    SectionFile extensionDb;
+    std::vector<std::string> liveExtensions;
+    std::vector<std::string> defaultExtensions;
+    std::vector<std::string> routingExtensions;  // taken to be in routing mode
+    std::vector<std::string> liveAttendants;
+    std::vector<std::string> defaultAttendants;
+    std::deque<std::pair<std::string, std::string>> mergeList;  // live file, factory file
+    std::string targetVersion;                                  // stamped at the end unless empty
+    std::string liveVersion;
+    std::int32_t numFxs = 4;
+    std::int32_t numFxo = 2;
+    std::int32_t numIsdn = 0;
+    std::string linesDir;  // line-count directory of the factory tree, ends in "/"
+    std::unique_ptr<LogStream> log;
+    std::string rtpMinPort;
+    std::string rtpMaxPort;
+    std::string storageType = "bbram";  // or "usb"
+    bool linesMismatch = false;         // the hardware has more lines than linedb describes
+    bool upToDate = false;
+    std::uint32_t extensionLength = 2;  // digits
+    bool sipNatAgentIsTwo = true;
+    std::string sipUdpPort;
+    std::string sipTcpPort;
+    std::string sipTlsPort;
+    std::string sipTimerProfile;
+    std::string systemLanguage;
+
+private:
+    void RunSteps();
+    void RunVersionedSteps();
+    void FindConfigRoot();
+    bool OpenLineDb();
+    bool OpenExtensionDb();
+    void CreateLog();
+    void ReadAttendants();
+    void ReadFactoryLists();
+    void Stamp();
+    void SyncTree() const;
+
+    void CheckTemplate(const std::vector<std::string>& names, const std::string& liveDir,
+                       const std::string& templateDir);
+    void CheckDirectory(const std::string& name, const std::string& liveDir,
+                        std::string defaultPath);
+    void CheckFile(const std::string& name, const std::string& liveDir,
+                   const std::string& defaultPath);
+    bool IsRefreshed(const std::string& name) const;
+    bool IsObsolete(const std::string& name, const std::string& liveDir) const;
+    void QueueForMerge(const std::string& name, const std::string& livePath,
+                       const std::string& defaultPath);
+    void EndSipFile(const std::string& path);
+    void RunReported(const std::string& command);
+
+    std::vector<DirectoryId> walkedDirectories;  // of the factory tree, that CheckFileSet is in
+};

@@ -1,0 +1,239 @@
+// The order of the run, and the restore paths of the two main databases.
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "app/config_upgrader.h"
+#include "platform/file_descriptor.h"
+#include "platform/thread.h"
+#include "util/numbers.h"
+#include "util/shell.h"
+
+using Configuration::MultiSectionFile;
+
+namespace {
+
+/// One versioned step. Each step tests its own gates; only the voice-mail migration is gated here.
+struct VersionedStep {
+    void (*run)(ConfigUpgrader&);
+    bool flushAfterwards;
+    const char* onlyBelow = nullptr;
+};
+
+// The order is part of what the steps rely on: a step finds what those before it left. A gate
+// compares with the label of the live tree alone, so a new step whose gate is not above every
+// label already shipped would be jumped over on those units.
+const VersionedStep versionedSteps[] = {
+    {[](ConfigUpgrader& u) { u.CheckLineDatabase(); }, true},
+    {[](ConfigUpgrader& u) {
+         if (u.lineDb && u.defaultLineDb)
+             u.CheckLineSections(*u.lineDb, *u.defaultLineDb);
+     },
+     true},
+    {[](ConfigUpgrader& u) { u.MigrateVoicemail(); }, true, "2.4.9"},
+    {[](ConfigUpgrader& u) { u.ProcessMergeList(); }, true},
+    {[](ConfigUpgrader& u) { u.UpdateEchoDelay(); }, false},
+    {[](ConfigUpgrader& u) { u.MergeSupplementaryServices(); }, false},
+    {[](ConfigUpgrader& u) { u.UpdateLocalRouteDB(); }, false},
+    {[](ConfigUpgrader& u) { u.UpdateDialPlan(); }, false},
+    {[](ConfigUpgrader& u) { u.UpdateGroupListDB(); }, false},
+    {[](ConfigUpgrader& u) { u.UpdateSystemExtension(); }, false},
+    {[](ConfigUpgrader& u) { u.UpdateFxoPrefix(); }, false},
+    {[](ConfigUpgrader& u) { u.UpdateStunFile(); }, false},
+    {[](ConfigUpgrader& u) { u.RestrictAttendants(); }, false},
+    {[](ConfigUpgrader& u) { u.UpdateCallPark(); }, false},
+    {[](ConfigUpgrader& u) { u.UpdateRtpPortRanges(); }, false},
+    {[](ConfigUpgrader& u) { u.MapIsdnFiles(); }, false},
+    {[](ConfigUpgrader& u) { u.UpdateExtensionLength(); }, false},
+};
+
+/// Appends the values of a section's entries to a list. An empty value is no extension number.
+void AppendValues(MultiSectionFile& file, const std::string& section,
+                  std::vector<std::string>& list) {
+    if (!file.GotoSection(section))
+        return;
+    for (const Configuration::Entry& entry : file.SectionEntries())
+        if (!entry.value.empty())
+            list.push_back(entry.value);
+}
+
+}  // namespace
+
+void ConfigUpgrader::Run() {
+    try {
+        RunSteps();
+    } catch (const std::exception& error) {
+        report += std::string("\t") + error.what() + "\n";
+        report += "\nexiting setupmend... may the Lord help us!\n";
+        FlushReport();
+    }
+}
+
+void ConfigUpgrader::RunSteps() {
+    FindConfigRoot();
+    ProbeHardware(false);
+    ProbeLineCounts();
+    FlushReport();
+    if (!OpenLineDb())
+        return;
+    upToDate = CheckVersion();
+    FlushReport();
+    CreateLog();
+    FlushReport();
+    if (!OpenExtensionDb())
+        return;
+    const std::string factoryDir = appliance.factoryTelephony + linesDir;
+    defaultLineDb = std::make_unique<MultiSectionFile>(factoryDir + "linedb", false, true);
+    defaultExtensionDb =
+        std::make_unique<MultiSectionFile>(factoryDir + "extensiondb", false, true);
+    ReadAttendants();
+    if (lineDb->GotoSection("general"))
+        if (const auto length = lineDb->GetSectionEntry("extension_length"))
+            extensionLength = StringToNumber<unsigned>(*length);
+    ReadFactoryLists();
+    UpdateLineCounts();
+    FlushReport();
+    ProbeHardware(true);
+    FlushReport();
+    CheckVoiceDataAndLinks();
+    FlushReport();
+    SplitExtensionDatabase();
+    FlushReport();
+    ReportStep("cfg files existence check");
+    CheckFileSet(configRoot, appliance.factoryTelephony, false);
+    ReportDone();
+    FlushReport();
+    if (!upToDate) {
+        RunVersionedSteps();
+    } else if (linesMismatch) {
+        report += "Number of fxo or fxs lines is less than lines data in linedb!\n";
+        CheckLineSections(*lineDb, *defaultLineDb);
+        FlushReport();
+    }
+}
+
+void ConfigUpgrader::RunVersionedSteps() {
+    for (const VersionedStep& step : versionedSteps) {
+        if (step.onlyBelow != nullptr && !IsVersionBelow(step.onlyBelow))
+            continue;
+        step.run(*this);
+        if (step.flushAfterwards)
+            FlushReport();
+    }
+}
+
+void ConfigUpgrader::FindConfigRoot() {
+    if (Thread::GetCommandLine(configRoot) != 1) {
+        // An ORIX_PATH without a separator at its end names a sibling, /xtelephony/ for /x: the
+        // start scripts set it with one.
+        const char* root = std::getenv("ORIX_PATH");
+        configRoot = (root != nullptr ? root : appliance.liveConf) + "telephony/";
+    }
+    FileUtility::AdjustPath(configRoot, '/');
+}
+
+bool ConfigUpgrader::CopyFile(const std::string& source, const std::string& target) {
+    return !ShellFailed(appliance.runShell("cp -p " + ShellPath(source) + " " + ShellPath(target)));
+}
+
+bool ConfigUpgrader::OpenLineDb() {
+    const std::string path = configRoot + "linedb";
+    try {
+        lineDb = std::make_unique<MultiSectionFile>(path);
+        return true;
+    } catch (...) {
+        report += "\tfile linedb doesn't exist or corrupted, copying from default-conf\n";
+        FlushReport();
+    }
+    unlink(path.c_str());
+    if (!CopyFile(appliance.factoryTelephony + linesDir + "linedb", path))
+        return false;
+    lineDb = std::make_unique<MultiSectionFile>(path);
+    return true;
+}
+
+bool ConfigUpgrader::OpenExtensionDb() {
+    const std::string path = configRoot + "extensiondb";
+    try {
+        extensionDb = std::make_unique<MultiSectionFile>(path);
+        return true;
+    } catch (const std::exception& error) {
+        report += std::string("\t") + error.what() + "\n";
+        report += "\tfile extensiondb copying from default-conf\n";
+        FlushReport();
+    }
+    unlink(path.c_str());
+    if (!CopyFile(appliance.factoryTelephony + linesDir + "extensiondb", path))
+        return false;
+    extensionDb = std::make_unique<MultiSectionFile>(path);
+    return true;
+}
+
+void ConfigUpgrader::CreateLog() {
+    constexpr int everyLevel = 2147483647;
+    try {
+        log = std::make_unique<LogStream>(appliance.log, true, false, everyLevel, 1, 2048, false);
+    } catch (const std::exception& error) {
+        report += std::string("\t") + error.what() + "\n";
+    }
+}
+
+void ConfigUpgrader::ReadAttendants() {
+    if (!upToDate && IsVersionBelow("2.4.11")) {  // the attendant still lives in linedb
+        if (!lineDb->GotoSection("attendant"))
+            return;
+        attendantExtension = lineDb->GetSectionEntry("extension").value_or("");
+        if (!attendantExtension.empty())
+            liveAttendants.push_back(attendantExtension);
+        return;
+    }
+    if (!extensionDb->GotoSection("attendant"))
+        return;
+    attendantExtension = extensionDb->GetSectionEntry("att_0").value_or("");
+    AppendValues(*extensionDb, "attendant", liveAttendants);
+}
+
+void ConfigUpgrader::ReadFactoryLists() {
+    defaultAttendants.clear();
+    AppendValues(*defaultExtensionDb, "attendant", defaultAttendants);
+    defaultExtensions.clear();
+    AppendValues(*defaultExtensionDb, "extension", defaultExtensions);
+    AppendValues(*defaultExtensionDb, "sle", defaultExtensions);
+}
+
+/// Brings everything the steps changed to the disk, on each file system that they write to.
+void ConfigUpgrader::SyncTree() const {
+    for (const std::string& path :
+         {configRoot, appliance.internalVoiceData, appliance.usbVoiceData}) {
+        const platform::FileDescriptor directory(
+            open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        if (directory.IsOpen())
+            syncfs(directory.Get());
+    }
+}
+
+/// Writes the version that the tree now has. The stamp comes last, and only on a tree that is
+/// durable: a power cut may cost the stamp, never leave it on a half-upgraded tree.
+void ConfigUpgrader::Stamp() {
+    if (targetVersion.empty() || !lineDb || !lineDb->GotoSection("general"))
+        return;
+    SyncTree();
+    lineDb->SetSectionEntry("current_version", targetVersion);
+    if (!Save(*lineDb))
+        return;
+    report += "\n=====Current configuration version: " + targetVersion + " is set in linedb\n";
+}
+
+ConfigUpgrader::~ConfigUpgrader() {
+    try {
+        Stamp();
+        FlushReport();
+    } catch (const std::exception&) {  // out of memory: nothing can be written any more
+    }
+    defaultLineDb.reset();
+    defaultExtensionDb.reset();
+    lineDb.reset();
+    extensionDb.reset();
+}

@@ -1,0 +1,92 @@
+#include "app/version.h"
+
+#include <cstdlib>
+#include <optional>
+
+#include "app/config_upgrader.h"
+#include "platform/file_utility.h"
+#include "platform/string_utils.h"
+
+namespace {
+
+constexpr std::size_t labelBuffer = 50;  // a label that fills it is none
+
+/// A label file's text: what one read gives without its last byte, normally the line end. Nothing
+/// when the file cannot be opened.
+struct Label {
+    std::optional<std::string> text;
+    bool tooLong = false;
+};
+
+Label ReadLabel(const std::string& path) {
+    Label label;
+    label.text = FileUtility::ReadStart(path, labelBuffer);
+    if (!label.text)
+        return label;
+    label.tooLong = label.text->size() == labelBuffer;
+    if (!label.text->empty())
+        label.text->pop_back();
+    return label;
+}
+
+std::string CantOpenLabel(const std::string& path) {
+    return "\tcan't open " + path + " version of current configuration can't be checked\n" +
+           "\tnow we gonna to play a little with it... he-he\n";
+}
+
+}  // namespace
+
+bool ConfigUpgrader::CheckVersion() {
+    ReportStep("version check");
+    const Label factory = ReadLabel(appliance.factoryLabel);
+    if (!factory.text) {
+        report += CantOpenLabel(appliance.factoryLabel);
+        return false;
+    }
+    if (factory.tooLong)
+        return false;
+    const Label live = ReadLabel(appliance.liveLabel);
+    if (!live.text) {
+        report += CantOpenLabel(appliance.liveLabel);
+        return false;
+    }
+    if (live.tooLong)
+        return false;
+    liveVersion = *live.text;
+
+    if (*factory.text == liveVersion) {
+        report += "\tUp-to-date\n";
+        return true;
+    }
+    // A tree that was upgraded once and whose label was not rewritten carries the stamp instead.
+    if (lineDb && lineDb->GotoSection("general")) {
+        char stamp[labelBuffer];
+        if (lineDb->GetSectionEntry("current_version", stamp, sizeof stamp) &&
+            *factory.text == stamp) {
+            liveVersion = stamp;
+            report += "\tConfigurarion already checked.\n";
+            return true;
+        }
+    }
+    report += "\tcurrent configuration version is not up-to-date (" + liveVersion + ")\n";
+    targetVersion = *factory.text;
+    return false;
+}
+
+bool ConfigUpgrader::IsVersionBelow(const std::string& version) const {
+    return IsOlderVersion(liveVersion, version);
+}
+
+bool IsOlderVersion(const std::string& live, const std::string& version) {
+    const auto liveFields = StringUtils::ParseCommaLine(live, '.');
+    const auto fields = StringUtils::ParseCommaLine(version, '.');
+    if (liveFields.size() != fields.size())
+        return liveFields.size() <= 2;
+    for (std::size_t i = 0; i < fields.size(); ++i) {
+        const long liveNumber = std::strtol(liveFields[i].c_str(), nullptr, 10);
+        const long number = std::strtol(fields[i].c_str(), nullptr, 10);
+        if (liveNumber != number)
+            return liveNumber < number;
+    }
+    return false;
+}

@@ -1,0 +1,92 @@
+#include "platform/file_utility.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+#include "platform/file_descriptor.h"
+
+int FileExist(const std::string& path) {
+    struct stat info {};
+    return stat(path.c_str(), &info) == 0;
+}
+
+int CorrectPath(const std::string& path) {
+    struct stat info {};
+    return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+namespace FileUtility {
+namespace {
+
+/// Removes what a directory holds, by descriptors: a directory that someone swaps for a link
+/// meanwhile is not followed.
+bool RemoveAt(int parent, const char* name) {
+    if (unlinkat(parent, name, 0) == 0)
+        return true;
+    if (errno != EISDIR && errno != EPERM)
+        return false;
+    const int file = openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (file < 0)
+        return false;
+    const std::unique_ptr<DIR, int (*)(DIR*)> directory(fdopendir(file), closedir);
+    if (!directory) {
+        close(file);
+        return false;
+    }
+    bool removed = true;
+    while (const dirent* entry = readdir(directory.get())) {
+        if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0)
+            continue;
+        removed = RemoveAt(dirfd(directory.get()), entry->d_name) && removed;
+    }
+    return unlinkat(parent, name, AT_REMOVEDIR) == 0 && removed;
+}
+
+}  // namespace
+
+void AdjustPath(std::string& path, char separator) {
+    if (!path.empty() && path.back() != separator)
+        path += separator;
+}
+
+bool RemoveDirOrFile(const std::string& path) {
+    return RemoveAt(AT_FDCWD, path.c_str());
+}
+
+std::uint64_t GetVmStorageSize(const std::string& path, bool) {
+    struct statvfs info {};
+    if (statvfs(path.c_str(), &info) != 0)
+        return 0;
+    return static_cast<std::uint64_t>(info.f_blocks) * info.f_frsize;
+}
+
+std::optional<std::string> ReadStart(const std::string& path, std::size_t limit) {
+    const platform::FileDescriptor file(
+        open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (!file.IsOpen())
+        return std::nullopt;
+    struct stat info {};
+    // A FIFO or device could hold up the start of the appliance.
+    if (fstat(file.Get(), &info) != 0 || !S_ISREG(info.st_mode))
+        return std::string();
+    std::string bytes(limit, '\0');
+    ssize_t got = 0;
+    do
+        got = read(file.Get(), bytes.data(), limit);
+    while (got < 0 && errno == EINTR);
+    bytes.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
+    return bytes;
+}
+
+bool MakeOpenDirectory(const std::string& path) {
+    return mkdir(path.c_str(), 0777) == 0 && chmod(path.c_str(), 0777) == 0;
+}
+
+}  // namespace FileUtility

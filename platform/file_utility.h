@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+/// Non-zero when the path exists (links followed).
+int FileExist(const std::string& path);
+
+/// Non-zero when the path is an existing directory (links followed).
+int CorrectPath(const std::string& path);
+
+namespace FileUtility {
+
+/// Makes the path end in `separator`; an empty path stays empty.
+void AdjustPath(std::string& path, char separator);
+
+/// Removes a file, a link (not what it points to) or a directory with all it holds. False when
+/// something of it is left.
+bool RemoveDirOrFile(const std::string& path);
+
+/// Total bytes of the file system behind the path, 0 when it cannot be read.
+std::uint64_t GetVmStorageSize(const std::string& path, bool flag);
+
+/// What one read of at most `limit` bytes from the start of a regular file gives: the bytes, or an
+/// empty text when the read fails. Nothing when the file cannot be opened.
+std::optional<std::string> ReadStart(const std::string& path, std::size_t limit);
+
+/// Creates a directory that everyone may use, whatever the umask. False when it can't.
+bool MakeOpenDirectory(const std::string& path);
+
+}  // namespace FileUtility

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace Configuration {
+
+/// What became of reading a file.
+struct ReadResult {
+    std::optional<std::string> bytes;  // the whole file, when it was read
+    bool missing = false;              // there is no such file
+    std::string error;                 // why it was not read, in words
+};
+
+/// Reads a whole regular file. A directory, FIFO or device is an error and never blocks.
+ReadResult ReadFile(const std::string& path);
+
+/// Replaces a file whole or not at all: a temporary beside it, its data synced, renamed over it,
+/// the directory synced. A symbolic link is written through; mode and owner of an existing file
+/// are kept. Returns the reason in words on failure, after which the old file is as it was and no
+/// temporary is left; an empty text on success.
+std::string ReplaceFile(const std::string& path, std::string_view bytes);
+
+/// Ends the name of ReplaceFile's temporaries, so that what a killed run left is known.
+inline constexpr const char* temporarySuffix = ".mend-tmp";
+
+}  // namespace Configuration

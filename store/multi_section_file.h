@@ -1,0 +1,86 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "store/document.h"
+
+namespace Configuration {
+
+/// A file of sections with key=value entries, and perhaps entries at the top level before or
+/// between them:
+///
+///     log level=3
+///     section general
+///     {
+///     current_version=5.1.0
+///     }
+///
+/// The appliance's library has the operations in this form: they return non-zero for success or
+/// found, work on the current section or the cursor, and take a null `size` buffer as "not asked
+/// for". The overloads that return whole values are what the steps use.
+class MultiSectionFile {
+public:
+    /// Opens the file. With `createFlag` a missing file is no error: it is empty, and Save makes
+    /// it. The other flags are the library's own and have no effect here.
+    /// Throws FileError when the file cannot be read as a sectioned file.
+    explicit MultiSectionFile(const std::string& path, bool createFlag = false,
+                              bool secondFlag = false, bool thirdFlag = false);
+
+    const std::string& Path() const { return path_; }
+
+    // The walk over the sections, in file order.
+    void Restart();
+    int GotoNextSection();
+    /// Makes the first section of this name current. An empty name is never found.
+    int GotoSection(const std::string& name);
+    int GetSectionName(char* buffer, int size) const;
+    std::string SectionName() const;
+    /// Appends an anonymous section and makes it current.
+    int AddSection(bool flag);
+    int AddSection(const std::string& name, bool flag);
+    int DeleteSection();
+    int DeleteSection(const std::string& name);
+
+    // Entries of the current section.
+    int GetSectionEntry(const std::string& key, char* buffer, int size);
+    std::optional<std::string> GetSectionEntry(const std::string& key);
+    int SetSectionEntry(const std::string& key, const std::string& value);
+    /// Appends without looking for an entry of this key.
+    int AddSectionEntry(const std::string& key, const std::string& value);
+    int DeleteSectionEntry(const std::string& key);
+    int GotoSecEntry(const std::string& key);
+    void RestartSection();
+    int GotoSecNextEntry();
+    int GetSecCurrentEntry(char* key, int keySize, char* value, int valueSize) const;
+    std::optional<Entry> GetSecCurrentEntry() const;
+    int SetSecCurrentEntry(const std::string& value);
+    int GetSecEntryCount() const;
+    /// All entries of the current section, copied out: the section may be changed meanwhile.
+    std::vector<Entry> SectionEntries() const;
+
+    // Entries of the top level.
+    int GetEntry(const std::string& key, char* buffer, int size);
+    std::optional<std::string> GetEntry(const std::string& key);
+    int SetEntry(const std::string& key, const std::string& value);
+    int DeleteEntry(const std::string& key);
+    void RestartEntries();
+    int GotoNextEntry();
+    int GetCurrentEntry(char* key, int keySize, char* value, int valueSize) const;
+    std::vector<Entry> Entries() const;
+
+    /// Writes the file back, whole or not at all; nothing is written when its bytes would be the
+    /// same. `path` null is the file's own. Returns 0 on failure; LastError tells why.
+    int Save(bool flag, const char* path);
+    const std::string& LastError() const { return lastError_; }
+
+private:
+    std::string path_;
+    bool exists_ = false;
+    std::unique_ptr<Document> document_;
+    std::string lastError_;
+};
+
+}  // namespace Configuration

@@ -1,0 +1,100 @@
+// Opening, closing, saving and merging configuration files for the steps.
+
+#include <algorithm>
+#include <cstdlib>
+#include <new>
+
+#include "app/config_upgrader.h"
+#include "util/numbers.h"
+#include "util/shell.h"
+
+using Configuration::ConfigFile;
+using Configuration::MultiSectionFile;
+
+namespace {
+
+template <typename File>
+std::unique_ptr<File> OpenOrTrace(ConfigUpgrader& upgrader, const std::string& path,
+                                  bool createFlag, bool secondFlag) {
+    try {
+        auto file = std::make_unique<File>(path, createFlag, secondFlag, false);
+        upgrader.Trace(3, "Open File: %s.\n", path.c_str());
+        return file;
+    } catch (const std::bad_alloc&) {
+        upgrader.Trace(1, "MINOR ERROR: Invalid file: %s.\n", path.c_str());
+    } catch (const std::exception&) {
+        upgrader.TraceInvalidFile(path);
+    }
+    return nullptr;
+}
+
+template <typename File>
+bool SaveOrTrace(ConfigUpgrader& upgrader, File& file) {
+    if (file.Save(true, nullptr))
+        return true;
+    upgrader.Trace(1, "MINOR ERROR: Can't save file: %s (%s)\n", file.Path().c_str(),
+                   file.LastError().c_str());
+    return false;
+}
+
+}  // namespace
+
+SectionFile ConfigUpgrader::OpenSectionFile(const std::string& path, bool createFlag) {
+    return OpenOrTrace<MultiSectionFile>(*this, path, createFlag, false);
+}
+
+FlatFile ConfigUpgrader::OpenFlatFile(const std::string& path, bool createFlag, bool secondFlag) {
+    return OpenOrTrace<ConfigFile>(*this, path, createFlag, secondFlag);
+}
+
+bool ConfigUpgrader::Save(MultiSectionFile& file) {
+    return SaveOrTrace(*this, file);
+}
+
+bool ConfigUpgrader::Save(ConfigFile& file) {
+    return SaveOrTrace(*this, file);
+}
+
+void ConfigUpgrader::TraceInvalidFile(const std::string& path) {
+    Trace(1, "MINOR ERROR: Invalid file: %s\n", path.c_str());
+}
+
+std::string ConfigUpgrader::ReadLastError() const {
+    return ReadErrorFile(appliance.lastError);
+}
+
+bool ConfigUpgrader::MergeKeyedSections(MultiSectionFile* destination, MultiSectionFile* source,
+                                        const std::string& keyName, const std::string& idKey) {
+    if (destination == nullptr || source == nullptr || keyName.empty())
+        return false;
+    bool added = false;
+    for (source->Restart(); source->GotoNextSection();) {
+        if (!source->SectionName().empty())
+            continue;
+        const auto key = source->GetSectionEntry(keyName);
+        if (!key)
+            continue;  // it cannot be told from another
+
+        bool exists = false;
+        long largestId = 0;
+        destination->Restart();
+        while (!exists && destination->GotoNextSection()) {
+            exists = destination->GetSectionEntry(keyName) == key;
+            if (exists || idKey.empty())
+                continue;
+            const std::string id = destination->GetSectionEntry(idKey).value_or("");
+            largestId = std::max(largestId, std::strtol(id.c_str(), nullptr, 10));
+        }
+        if (exists)
+            continue;
+        destination->AddSection(false);
+        for (const Configuration::Entry& entry : source->SectionEntries())
+            destination->SetSectionEntry(entry.key, entry.value);
+        // In 32 bits, so that an identifier at the type's end wraps alike on every machine.
+        if (!idKey.empty())
+            destination->SetSectionEntry(idKey, NumberToString(static_cast<std::int32_t>(
+                                                    static_cast<std::uint32_t>(largestId) + 1)));
+        added = true;
+    }
+    return added;
+}

@@ -1,0 +1,161 @@
+// The two kinds of file on disk: opening, saving, merging.
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <gtest/gtest.h>
+
+#include "store/config_file.h"
+#include "store/file_io.h"
+#include "tests/support/site.h"
+
+namespace fs = std::filesystem;
+using Configuration::ConfigFile;
+using Configuration::FileError;
+using Configuration::MultiSectionFile;
+
+namespace {
+
+int FilesIn(const std::string& directory) {
+    return static_cast<int>(std::distance(fs::directory_iterator(directory), {}));
+}
+
+}  // namespace
+
+class StoreFiles : public testing::Test {
+protected:
+    void SetUp() override { fs::create_directories(dir); }
+
+    Site site;
+    const std::string dir = site.Path("store/");
+    const std::string path = dir + "db";
+};
+
+TEST_F(StoreFiles, OpeningTellsMissingFromUnreadable) {
+    EXPECT_THROW(MultiSectionFile(dir + "none", false), FileError);
+    EXPECT_NO_THROW(MultiSectionFile(dir + "none", true));
+    EXPECT_FALSE(site.Exists(dir + "none")) << "nothing appears before a save";
+    EXPECT_THROW(MultiSectionFile(dir, true), FileError) << "a directory";
+    ASSERT_EQ(mkfifo((dir + "fifo").c_str(), 0600), 0);
+    EXPECT_THROW(MultiSectionFile(dir + "fifo", true), FileError) << "and does not block";
+    EXPECT_THROW(ConfigFile("/dev/zero", true), FileError);
+    site.Write(path, "");
+    EXPECT_NO_THROW(MultiSectionFile(path, false)) << "a file of no bytes is empty";
+    site.Write(path, "}\n");
+    EXPECT_THROW(MultiSectionFile(path, true), FileError);
+    EXPECT_NO_THROW(ConfigFile(path, false)) << "flat files keep any line";
+}
+
+TEST_F(StoreFiles, BuffersAreCutToFitAndOptional) {
+    site.Write(path, "k=0123456789\nsection s\n{\nname=value\n}\n");
+    MultiSectionFile file(path, false);
+    char key[4] = "";
+    char value[4] = "";
+    EXPECT_TRUE(file.GetEntry("k", value, sizeof value));
+    EXPECT_STREQ(value, "012");
+    EXPECT_FALSE(file.GetEntry("none", value, sizeof value));
+    ASSERT_TRUE(file.GotoSection("s"));
+    ASSERT_TRUE(file.GotoSecNextEntry());
+    EXPECT_TRUE(file.GetSecCurrentEntry(nullptr, 0, value, sizeof value));
+    EXPECT_STREQ(value, "val");
+    EXPECT_TRUE(file.GetSecCurrentEntry(key, sizeof key, value, sizeof value));
+    EXPECT_STREQ(key, "nam");
+    EXPECT_TRUE(file.SetSecCurrentEntry("new"));
+    EXPECT_EQ(file.GetSectionEntry("name"), "new");
+    EXPECT_FALSE(file.GotoSecNextEntry());
+}
+
+TEST_F(StoreFiles, SaveKeepsModeFollowsLinksAndSparesTheFlash) {
+    site.Write(path, "a=1\n");
+    ASSERT_EQ(chmod(path.c_str(), 0640), 0);
+    fs::create_symlink("db", dir + "link");
+    struct stat before {};
+    struct stat after {};
+    stat(path.c_str(), &before);
+
+    MultiSectionFile file(dir + "link", false);
+    file.SetEntry("a", "1");
+    EXPECT_TRUE(file.Save(true, nullptr));
+    stat(path.c_str(), &after);
+    EXPECT_EQ(before.st_ino, after.st_ino) << "the same bytes are not written";
+
+    file.SetEntry("a", "2");
+    EXPECT_TRUE(file.Save(true, nullptr));
+    stat(path.c_str(), &after);
+    EXPECT_NE(before.st_ino, after.st_ino);
+    EXPECT_EQ(after.st_mode & 07777, 0640U);
+    EXPECT_TRUE(fs::is_symlink(dir + "link"));
+    EXPECT_EQ(site.Read(path), "a=2\n");
+    EXPECT_EQ(FilesIn(dir), 2);
+
+    ConfigFile created(dir + "created", true);
+    EXPECT_TRUE(created.Save(true, nullptr)) << "createFlag makes it even with nothing set";
+    EXPECT_EQ(site.Read(dir + "created"), "");
+    site.Write(path + Configuration::temporarySuffix, "left by a killed run");
+    file.SetEntry("a", "3");
+    EXPECT_TRUE(file.Save(true, nullptr));
+    EXPECT_EQ(FilesIn(dir), 3);
+}
+
+TEST_F(StoreFiles, AFailedSaveLeavesTheOldFileAndNoTemporary) {
+    site.Write(path, "a=1\n");
+    ConfigFile file(path, false);
+    file.SetEntry("a", std::string(100000, 'x'));
+
+    // A disk with room for one page, as far as a process can have it.
+    signal(SIGXFSZ, SIG_IGN);
+    rlimit old{};
+    getrlimit(RLIMIT_FSIZE, &old);
+    rlimit small{4096, old.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &small);
+    EXPECT_FALSE(file.Save(true, nullptr));
+    setrlimit(RLIMIT_FSIZE, &old);
+    EXPECT_EQ(file.LastError(), "can't write: File too large");
+    EXPECT_EQ(site.Read(path), "a=1\n");
+    EXPECT_EQ(FilesIn(dir), 1);
+
+    ConfigFile homeless(dir + "none/db", true);
+    EXPECT_FALSE(homeless.Save(true, nullptr));
+    EXPECT_EQ(homeless.LastError(), "can't create the new file: No such file or directory");
+    EXPECT_TRUE(file.Save(true, nullptr)) << "and can be tried again";
+}
+
+TEST_F(StoreFiles, HelpersReportToTheLogOnly) {
+    auto upgrader = site.Upgrader("3.0.1");
+    site.Write(path, "{\n");
+    EXPECT_EQ(upgrader->OpenSectionFile(dir + "none", false), nullptr);
+    EXPECT_EQ(upgrader->OpenSectionFile(path, true), nullptr);
+    FlatFile flat = upgrader->OpenFlatFile(path, false, true);
+    ASSERT_NE(flat, nullptr);
+    flat->SetEntry("a", "%n%s");
+    EXPECT_TRUE(upgrader->Save(*flat));
+    upgrader->CloseFlatFile(flat);
+    EXPECT_EQ(flat, nullptr);
+    EXPECT_EQ(upgrader->report, "");
+    EXPECT_EQ(site.TakeLog(*upgrader), "MINOR ERROR: Invalid file: " + dir + "none\n" +
+                                           "MINOR ERROR: Invalid file: " + path + "\n" +
+                                           "Open File: " + path + ".\n");
+}
+
+TEST_F(StoreFiles, MergeNumbersWhatItAddsBehindTheLargest) {
+    site.Write(path,
+               "section\n{\npattern=9\nsection_id=7\n}\nsection named\n{\npattern=5\n"
+               "section_id=x\n}\n");
+    site.Write(dir + "source",
+               "section\n{\npattern=9\ntimeout=1\n}\nsection\n{\npattern=0*\nsection_id=1\n"
+               "timeout=4\ntimeout=5\n}\nsection\n{\nnone=1\n}\nsection other\n{\npattern=8\n}\n"
+               "section\n{\npattern=5\n}\n");
+    auto upgrader = site.Upgrader("3.0.1");
+    MultiSectionFile destination(path, false);
+    MultiSectionFile source(dir + "source", false);
+    EXPECT_FALSE(upgrader->MergeKeyedSections(nullptr, &source, "pattern", "section_id"));
+    EXPECT_FALSE(upgrader->MergeKeyedSections(&destination, &source, "", "section_id"));
+    EXPECT_TRUE(upgrader->MergeKeyedSections(&destination, &source, "pattern", "section_id"));
+    EXPECT_FALSE(upgrader->MergeKeyedSections(&destination, &source, "pattern", "section_id"));
+    const std::string before = site.Read(path);
+    EXPECT_TRUE(destination.Save(true, nullptr));
+    EXPECT_EQ(site.Read(path), before + "section\n{\npattern=0*\nsection_id=8\ntimeout=5\n}\n");
+}

@@ -1,0 +1,115 @@
+#include "tests/support/site.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <fstream>
+#include <sstream>
+
+#include "platform/thread.h"
+
+namespace fs = std::filesystem;
+
+Site::Site() {
+    static int count = 0;
+    // The name must not end in digits: "21/" anywhere in a path counts as extension 21's.
+    root_ = fs::temp_directory_path().string() + "/mend-" + std::to_string(getpid()) + "-" +
+            std::to_string(++count) + "-unit";
+    fs::remove_all(root_);
+    fs::copy(SAMPLE_APPLIANCE, root_,
+             fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+    fs::create_directories(Path("tmp"));
+
+    for (std::string* path :
+         {&appliance.factoryTelephony, &appliance.factoryLabel, &appliance.factorySystemSettings,
+          &appliance.liveConf, &appliance.liveLabel, &appliance.liveSystemSettings,
+          &appliance.fxsNumber, &appliance.fxoNumber, &appliance.hwInfo, &appliance.eeprom,
+          &appliance.regionalDirs, &appliance.internalVoiceData, &appliance.usbVoiceData,
+          &appliance.routeTool, &appliance.lastError})
+        path->insert(0, root_);
+    appliance.log = Path("mend.log");
+    Thread::SetCommandLine(0, nullptr);
+    setenv("ORIX_PATH", appliance.liveConf.c_str(), 1);
+}
+
+Site::~Site() {
+    std::error_code ignored;
+    fs::remove_all(root_, ignored);
+}
+
+std::string Site::Live(const std::string& name) const {
+    return appliance.liveConf + "telephony/" + name;
+}
+
+std::string Site::Factory(const std::string& name) const {
+    return appliance.factoryTelephony + name;
+}
+
+void Site::Write(const std::string& path, const std::string& text) const {
+    fs::create_directories(fs::path(path).parent_path());
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
+}
+
+std::string Site::Read(const std::string& path) const {
+    std::ifstream file(path, std::ios::binary);
+    if (!file)
+        return "(missing)";
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+void Site::Remove(const std::string& path) const {
+    fs::remove_all(path);
+}
+
+void Site::SetLiveVersion(const std::string& version) const {
+    Write(appliance.liveLabel, version + "\n");
+}
+
+std::string Site::Upgrade() const {
+    const std::size_t before = Exists(appliance.log) ? fs::file_size(appliance.log) : 0;
+    {
+        ConfigUpgrader upgrader(appliance);
+        upgrader.Run();
+    }
+    return Read(appliance.log).substr(before);
+}
+
+std::unique_ptr<ConfigUpgrader> Site::Upgrader(const std::string& version) const {
+    auto upgrader = std::make_unique<ConfigUpgrader>(appliance);
+    upgrader->configRoot = Live("");
+    upgrader->liveVersion = version;
+    upgrader->linesDir = "04-lines/";
+    upgrader->log = std::make_unique<LogStream>(appliance.log, false, false, 3, 1, 2048, false);
+    const auto open = [](const std::string& path) {
+        return std::make_unique<Configuration::MultiSectionFile>(path);
+    };
+    upgrader->lineDb = open(Live("linedb"));
+    upgrader->extensionDb = open(Live("extensiondb"));
+    upgrader->defaultLineDb = open(Factory("04-lines/linedb"));
+    upgrader->defaultExtensionDb = open(Factory("04-lines/extensiondb"));
+    return upgrader;
+}
+
+std::string Site::TakeLog(ConfigUpgrader& upgrader) const {
+    upgrader.FlushReport();
+    const std::string text = Read(appliance.log);
+    fs::resize_file(appliance.log, 0);
+    return text;
+}
+
+std::vector<std::string> Site::Snapshot() const {
+    std::vector<std::string> files;
+    for (const char* part : {"etc", "mnt"})
+        for (const auto& entry : fs::recursive_directory_iterator(Path(part))) {
+            std::string line = entry.path().string().substr(root_.size());
+            if (entry.is_symlink())
+                line += " -> " + fs::read_symlink(entry.path()).string();
+            else if (entry.is_regular_file())
+                line += ":\n" + Read(entry.path().string());
+            files.push_back(line);
+        }
+    std::sort(files.begin(), files.end());
+    return files;
+}

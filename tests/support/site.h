@@ -1,0 +1,46 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "app/config_upgrader.h"
+
+/// A copy of the sample appliance in a directory of its own, for one test to change and upgrade.
+class Site {
+public:
+    Site();
+    ~Site();
+    Site(const Site&) = delete;
+    Site& operator=(const Site&) = delete;
+
+    /// Paths: of the whole unit, of the live telephony directory, of the factory's.
+    std::string Path(const std::string& name) const { return root_ + "/" + name; }
+    std::string Live(const std::string& name) const;
+    std::string Factory(const std::string& name) const;
+
+    void Write(const std::string& path, const std::string& text) const;
+    /// The file's bytes; "(missing)" when there is none.
+    std::string Read(const std::string& path) const;
+    void Remove(const std::string& path) const;
+    bool Exists(const std::string& path) const { return std::filesystem::exists(path); }
+    /// The version label of the live tree.
+    void SetLiveVersion(const std::string& version) const;
+
+    /// Runs the whole upgrade, destructor included, and returns the log that this run wrote.
+    std::string Upgrade() const;
+
+    /// A ready upgrader for a single step: root, version and log set, the live and factory
+    /// databases open, the lists of extensions as given.
+    std::unique_ptr<ConfigUpgrader> Upgrader(const std::string& version) const;
+    /// What an upgrader has logged and reported so far; empties both.
+    std::string TakeLog(ConfigUpgrader& upgrader) const;
+
+    /// Every file below the unit's etc and mnt with its bytes, links with their target.
+    std::vector<std::string> Snapshot() const;
+
+    Appliance appliance;
+
+private:
+    std::string root_;
+};

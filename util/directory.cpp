@@ -1,0 +1,20 @@
+#include "util/directory.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <memory>
+
+std::optional<DirectoryListing> ListDirectory(const std::string& path) {
+    const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(path.c_str()), closedir);
+    struct stat info {};
+    if (!directory || fstat(dirfd(directory.get()), &info) != 0)
+        return std::nullopt;
+    DirectoryListing listing{{info.st_dev, info.st_ino}, {}};
+    while (const dirent* entry = readdir(directory.get())) {
+        std::string name = entry->d_name;
+        if (name != "." && name != "..")
+            listing.names.push_back(std::move(name));
+    }
+    return listing;
+}
