@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,6 +17,8 @@
 
 using SectionFile = std::unique_ptr<Configuration::MultiSectionFile>;
 using FlatFile = std::unique_ptr<Configuration::ConfigFile>;
+
+struct SplitFile;  // one file of an extension, in the split of the extension database
 
 /// The upgrade of one appliance: the open databases, the log, the report, what the steps learn for
 /// each other, and the steps themselves. Build one, call Run once, destroy it: the destructor
@@ -80,8 +84,6 @@ public:
 
     /// The error text of the last command that sent it to appliance.lastError.
     std::string ReadLastError() const;
-    /// Copies one file with "cp -p "; false when the shell could not be run.
-    bool CopyFile(const std::string& source, const std::string& target);
 
     // Steps, in the order of the run.
 
@@ -166,6 +168,26 @@ private:
     void Stamp();
     void SyncTree() const;
 
+    bool CopyFromFactory(const std::string& name);
+
+    bool ReopenLineDb();
+    bool AddMissingLineEntries(const std::string& section);
+    void FixGeneralSection();
+    bool ApplyLineDatabaseGates();
+
+    bool IsOldExtension(const std::string& section) const;
+    void SplitExtensions();
+    void MakeAttendantDirectory();
+    bool WriteSplitFile(const std::string& extension, const SplitFile& file, bool hasLine);
+    void WriteExtensionIndex(bool attendantMoved);
+    void ConvertMailboxSizes(Configuration::MultiSectionFile& old,
+                             const std::vector<std::string>& mailboxes);
+    bool MoveMailbox(Configuration::MultiSectionFile& old, const std::string& extension);
+    void CopyMailboxTemplate(const std::string& extension, const std::string& directory);
+    std::string MoveAttendantRecordings(const std::string& oldFolder);
+    void MakeRegionalLink(std::optional<std::string> country);
+    std::string CallerType(const std::string& number, const std::string& host) const;
+
     void CheckTemplate(const std::vector<std::string>& names, const std::string& liveDir,
                        const std::string& templateDir);
     void CheckDirectory(const std::string& name, const std::string& liveDir,
@@ -180,4 +202,5 @@ private:
     void RunReported(const std::string& command);
 
     std::vector<DirectoryId> walkedDirectories;  // of the factory tree, that CheckFileSet is in
+    std::set<DirectoryId> callerDirectories;     // that CheckCallerDatabases has been in
 };

@@ -134,8 +134,14 @@ void ConfigUpgrader::FindConfigRoot() {
     FileUtility::AdjustPath(configRoot, '/');
 }
 
-bool ConfigUpgrader::CopyFile(const std::string& source, const std::string& target) {
-    return !ShellFailed(appliance.runShell("cp -p " + ShellPath(source) + " " + ShellPath(target)));
+/// Replaces a main database by the factory's for this number of lines. False when the shell could
+/// not be run; whether the copy helped shows when the file is opened.
+bool ConfigUpgrader::CopyFromFactory(const std::string& name) {
+    const std::string path = configRoot + name;
+    unlink(path.c_str());
+    return !ShellFailed(appliance.runShell("cp -p " +
+                                           ShellPath(appliance.factoryTelephony + linesDir + name) +
+                                           " " + ShellPath(path)));
 }
 
 bool ConfigUpgrader::OpenLineDb() {
@@ -147,8 +153,7 @@ bool ConfigUpgrader::OpenLineDb() {
         report += "\tfile linedb doesn't exist or corrupted, copying from default-conf\n";
         FlushReport();
     }
-    unlink(path.c_str());
-    if (!CopyFile(appliance.factoryTelephony + linesDir + "linedb", path))
+    if (!CopyFromFactory("linedb"))
         return false;
     lineDb = std::make_unique<MultiSectionFile>(path);
     return true;
@@ -164,8 +169,7 @@ bool ConfigUpgrader::OpenExtensionDb() {
         report += "\tfile extensiondb copying from default-conf\n";
         FlushReport();
     }
-    unlink(path.c_str());
-    if (!CopyFile(appliance.factoryTelephony + linesDir + "extensiondb", path))
+    if (!CopyFromFactory("extensiondb"))
         return false;
     extensionDb = std::make_unique<MultiSectionFile>(path);
     return true;

@@ -85,6 +85,11 @@ std::optional<std::string> ReadStart(const std::string& path, std::size_t limit)
     return bytes;
 }
 
+bool IsDirectoryName(const std::string& text) {
+    return !text.empty() && text != "." && text != ".." &&
+           text.find_first_of(std::string("/\0", 2)) == std::string::npos;
+}
+
 bool MakeOpenDirectory(const std::string& path) {
     return mkdir(path.c_str(), 0777) == 0 && chmod(path.c_str(), 0777) == 0;
 }

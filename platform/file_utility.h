@@ -26,6 +26,10 @@ std::uint64_t GetVmStorageSize(const std::string& path, bool flag);
 /// empty text when the read fails. Nothing when the file cannot be opened.
 std::optional<std::string> ReadStart(const std::string& path, std::size_t limit);
 
+/// Whether a text read from a file can name a directory of its own below another: not empty, not
+/// "." or "..", without "/" or NUL.
+bool IsDirectoryName(const std::string& text);
+
 /// Creates a directory that everyone may use, whatever the umask. False when it can't.
 bool MakeOpenDirectory(const std::string& path);
 

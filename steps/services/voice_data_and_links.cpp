@@ -1,0 +1,89 @@
+// Learns language and voice-data storage from the system settings, and makes the link to the
+// country's regional files.
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <optional>
+
+#include "app/config_upgrader.h"
+#include "platform/file_utility.h"
+
+using Configuration::ConfigFile;
+using Configuration::FileError;
+
+namespace {
+
+/// Opens system settings; those that cannot be read are as empty.
+FlatFile OpenSettings(const std::string& path) {
+    try {
+        return std::make_unique<ConfigFile>(path, true);
+    } catch (const FileError&) {
+        return nullptr;
+    }
+}
+
+std::optional<std::string> Setting(const FlatFile& settings, const std::string& key) {
+    return settings ? settings->GetEntry(key) : std::nullopt;
+}
+
+}  // namespace
+
+void ConfigUpgrader::CheckVoiceDataAndLinks() {
+    ReportStep("Link check");
+    ReportStep("Voicedata storage check");
+    const bool linkExists = FileExist(configRoot + "regional");
+    report += "Opening file: " + appliance.liveSystemSettings + " -> ";
+    const FlatFile settings = OpenSettings(appliance.liveSystemSettings);
+    report += "OK\n";
+    systemLanguage = Setting(settings, "LANG").value_or("C");
+    const auto location = Setting(settings, "VOICEDATA_LOCATION");
+    if (!location)
+        report += "\t!!! no entry in  file !!!\n ";
+    else if (*location == "usb")
+        storageType = "usb";
+    report += "\tstorage type is set " + storageType + "\n";
+
+    // An existing link stays, even when the country changed.
+    if (!linkExists && lineDb->GotoSection("general"))
+        MakeRegionalLink(Setting(settings, "COUNTRY"));
+    ReportDone();
+}
+
+/// Works on linedb's current section, which is "general".
+void ConfigUpgrader::MakeRegionalLink(std::optional<std::string> country) {
+    std::string dirs = appliance.regionalDirs;
+    if (const auto set = lineDb->GetSectionEntry("regional_dirs")) {
+        dirs = *set;
+    } else {
+        lineDb->SetSectionEntry("regional_dirs", dirs);
+        Save(*lineDb);
+    }
+
+    report += "Reading counrty name -> ";
+    if (!country) {
+        report += "Opening file: " + appliance.factorySystemSettings + " -> ";
+        const FlatFile settings = OpenSettings(appliance.factorySystemSettings);
+        report += "OK\n ";
+        report += "Reading counrty name -> ";
+        country = Setting(settings, "COUNTRY");
+    }
+    std::string target = dirs;
+    if (country) {
+        report += *country + "\n";
+        FileUtility::AdjustPath(target, '/');
+        target += *country;
+    } else {
+        report += "No country selected.US is set as Default\n";
+        target += "US";  // directly behind, also where the "/" is missing
+    }
+
+    const std::string link = configRoot + "regional";
+    if (!FileExist(target))
+        report += "No directory for selected country, can't create link\n";
+    else if (symlink(target.c_str(), link.c_str()) == 0)
+        report += "Created link " + link + " to " + target + "\n";
+    else
+        report += std::string(std::strerror(errno)) + "\n";
+}
