@@ -18,6 +18,7 @@
 using SectionFile = std::unique_ptr<Configuration::MultiSectionFile>;
 using FlatFile = std::unique_ptr<Configuration::ConfigFile>;
 
+struct PortRange;
 struct SplitFile;  // one file of an extension, in the split of the extension database
 
 /// The upgrade of one appliance: the open databases, the log, the report, what the steps learn for
@@ -186,6 +187,29 @@ private:
     void CopyMailboxTemplate(const std::string& extension, const std::string& directory);
     std::string MoveAttendantRecordings(const std::string& oldFolder);
     void MakeRegionalLink(std::optional<std::string> country);
+    std::string TakeTopLevelEntry(Configuration::MultiSectionFile& file, const std::string& key);
+    bool GotoSectionOrReport(Configuration::MultiSectionFile& file, const std::string& section);
+    bool EnterSection(Configuration::MultiSectionFile& file, const std::string& section);
+    void ConvertOldSipSettings(Configuration::MultiSectionFile& live);
+    void UpdateSipSettings(Configuration::MultiSectionFile& live, bool changed);
+    void SwitchOffSipHeaderForms(Configuration::MultiSectionFile& live);
+    void FillNatSections(Configuration::MultiSectionFile& live);
+    void SetSelfPort(Configuration::MultiSectionFile& live, const std::string& port);
+    void SetMappedHost(Configuration::MultiSectionFile& live, const std::string& host);
+    void SetUseStun(Configuration::MultiSectionFile& live);
+    void ReconcilePortRanges(Configuration::MultiSectionFile& nat, bool isNatOn);
+    void TraceRanges(const PortRange& rtp, const PortRange& nat);
+
+    void LowerEchoDelay(Configuration::MultiSectionFile& file, const std::string& section);
+    bool MapIsdnTrunk(const std::string& trunkPath);
+    void DropAccessRoutes(Configuration::MultiSectionFile& routes);
+    std::string RunWithErrorText(const std::string& command);
+    int SumMailboxPortions();
+    void UpdateSystemMailbox(int usedPortions);
+    void UpdateSpeedDials(const std::string& path);
+    void UpdateAutomaticCall(const std::string& path);
+    void UpdateForwardTargets(const std::string& directory);
+    void TraceInvalidFxoFile(const std::string& path);
     std::string CallerType(const std::string& number, const std::string& host) const;
 
     void CheckTemplate(const std::vector<std::string>& names, const std::string& liveDir,

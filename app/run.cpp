@@ -49,7 +49,8 @@ const VersionedStep versionedSteps[] = {
     {[](ConfigUpgrader& u) { u.UpdateExtensionLength(); }, false},
 };
 
-/// Appends the values of a section's entries to a list. An empty value is no extension number.
+/// Appends the values of a section's entries to a list. An empty value is no extension number, nor
+/// is one that would lead out of the telephony directory: the steps take them for directory names.
 void AppendValues(MultiSectionFile& file, const std::string& section,
                   std::vector<std::string>& list) {
     if (!file.GotoSection(section))

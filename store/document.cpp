@@ -488,6 +488,17 @@ void Document::ForEachEntry(Scope scope, Visit visit) const {
                 visit(line);
 }
 
+bool Document::DeleteCurrentEntry(Scope scope) {
+    Cursor& cursor = CursorOf(scope);
+    if (!cursor.onEntry)
+        return false;
+    Lines& lines = (*cursor.section).*PartOf(scope);
+    lines.erase(lines.begin() + cursor.index);
+    cursor.onEntry = false;
+    --cursor.index;
+    return true;
+}
+
 std::size_t Document::CountEntries(Scope scope) const {
     std::size_t count = 0;
     ForEachEntry(scope, [&](const Line&) { ++count; });

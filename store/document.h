@@ -83,6 +83,8 @@ public:
     /// Copies the entry under the cursor; false when the cursor is on none.
     bool CurrentEntry(Scope scope, std::string_view& key, std::string_view& value) const;
     bool SetCurrentEntry(Scope scope, std::string_view value);
+    /// Deletes the entry under the cursor itself, also where its key is repeated.
+    bool DeleteCurrentEntry(Scope scope);
     std::size_t CountEntries(Scope scope) const;
     std::vector<Entry> Entries(Scope scope) const;
 

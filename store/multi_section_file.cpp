@@ -121,6 +121,10 @@ int MultiSectionFile::SetSecCurrentEntry(const std::string& value) {
     return document_->SetCurrentEntry(Scope::Section, value);
 }
 
+int MultiSectionFile::DeleteSecCurrentEntry() {
+    return document_->DeleteCurrentEntry(Scope::Section);
+}
+
 int MultiSectionFile::GetSecEntryCount() const {
     return static_cast<int>(document_->CountEntries(Scope::Section));
 }

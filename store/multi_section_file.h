@@ -57,6 +57,8 @@ public:
     int GetSecCurrentEntry(char* key, int keySize, char* value, int valueSize) const;
     std::optional<Entry> GetSecCurrentEntry() const;
     int SetSecCurrentEntry(const std::string& value);
+    /// Deletes the entry under the cursor itself, also where its key is repeated.
+    int DeleteSecCurrentEntry();
     int GetSecEntryCount() const;
     /// All entries of the current section, copied out: the section may be changed meanwhile.
     std::vector<Entry> SectionEntries() const;

@@ -1,0 +1,162 @@
+// Flattens stun.cfg, and reconciles the media port ranges of nat.cfg and rtp.cfg.
+
+#include <algorithm>
+#include <cstdlib>
+#include <optional>
+
+#include "app/config_upgrader.h"
+#include "steps/sipnat/port_ranges.h"
+#include "util/numbers.h"
+
+using Configuration::MultiSectionFile;
+
+namespace {
+
+/// `second` begins inside `first` or right behind it. In 64 bits, so that a range which ends at the
+/// top has nothing right behind it.
+bool BeginsWithin(const PortRange& first, const PortRange& second) {
+    return first.start <= second.start && second.start <= static_cast<std::uint64_t>(first.end) + 1;
+}
+
+/// The union of two ranges that overlap or touch; nothing when they are apart.
+std::optional<PortRange> Union(const PortRange& a, const PortRange& b) {
+    const std::uint32_t end = std::max(a.end, b.end);
+    if (BeginsWithin(a, b))
+        return PortRange{a.start, end};
+    if (BeginsWithin(b, a))
+        return PortRange{b.start, end};
+    return std::nullopt;
+}
+
+PortRange ReadRange(MultiSectionFile& file, const std::string& kind) {
+    const auto port = [&](const char* end) {
+        return StringToNumber<std::uint32_t>(
+            file.GetSectionEntry(kind + "_port_range_" + end).value_or(""));
+    };
+    return {port("start"), port("end")};
+}
+
+unsigned long Wide(std::uint32_t number) {
+    return number;
+}
+
+}  // namespace
+
+PortRange MergeNatRange(const PortRange& nat, const PortRange& unit) {
+    if (const auto merged = Union(nat, unit))
+        return *merged;
+    return nat.Length() < unit.Length() ? unit : nat;
+}
+
+PortRange MergeRtpRange(const PortRange& rtp, const PortRange& unit, std::uint32_t mostPorts) {
+    if (auto merged = Union(rtp, unit)) {
+        if (mostPorts != 0 && mostPorts < merged->Length())
+            merged->end = merged->start + mostPorts - 1;
+        return *merged;
+    }
+    return rtp.Length() < unit.Length() ? unit : rtp;
+}
+
+void ConfigUpgrader::UpdateStunFile() {
+    if (!IsVersionBelow("3.1.2"))
+        return;
+    Trace(3, "Starting update stun.cfg file\n");
+    // The root comes from the environment itself, and the file lies directly in it.
+    const char* root = std::getenv("ORIX_PATH");
+    const std::string path = (root != nullptr ? root : appliance.liveConf) + "stun.cfg";
+    SectionFile reading = OpenSectionFile(path, false);
+    SectionFile writing = OpenSectionFile(path, false);
+    if (!reading || !writing)
+        return;
+    // Walked on one copy, so that deleting from the other does not disturb the walk.
+    for (reading->Restart(); reading->GotoNextSection();) {
+        const std::string section = reading->SectionName();
+        if (section.empty())
+            continue;
+        Trace(3, "\tSection: %s\n", section.c_str());
+        for (const auto& [key, value] : reading->SectionEntries()) {
+            writing->SetEntry(key, value);
+            Trace(3, "\t\tCopy Entry: %s=%s\n", key.c_str(), value.c_str());
+        }
+        Trace(3, "\tDelete section: %s.\n", section.c_str());
+        writing->DeleteSection(section);
+    }
+    Save(*writing);
+    CloseSectionFile(reading);
+    CloseSectionFile(writing);
+    Trace(3, "Done.\n");
+}
+
+void ConfigUpgrader::UpdateRtpPortRanges() {
+    if (!IsVersionBelow("3.1.25"))
+        return;
+    Trace(3, "Starting update RTP port ranges\n");
+    bool isNatOn = false;
+    if (SectionFile sip = OpenSectionFile(configRoot + "sip.cfg", false)) {
+        if (sip->GotoSection("features")) {
+            const std::string agent = sip->GetSectionEntry("nat agent").value_or("");
+            isNatOn = !agent.empty() && agent != "0";
+        }
+    }
+    if (SectionFile nat = OpenSectionFile(configRoot + "nat.cfg", false))
+        ReconcilePortRanges(*nat, isNatOn);
+    Trace(3, "Done.\n");
+}
+
+void ConfigUpgrader::ReconcilePortRanges(MultiSectionFile& nat, bool isNatOn) {
+    const auto enter = [&](const char* section) {
+        if (nat.GotoSection(section))
+            return true;
+        Trace(1, "ERROR: \"%s\" section does not exists.\n", section);
+        return false;
+    };
+    if (!enter("dynamic"))
+        return;
+    const bool isTraversalOn = nat.GetSectionEntry("use_stun") != "1";
+    PortRange rtpRange = ReadRange(nat, "self");
+    PortRange natRange = ReadRange(nat, "mapped");
+    if (!enter("um_dynamic"))
+        return;
+    const PortRange umRtpRange = ReadRange(nat, "self");
+    const PortRange umNatRange = ReadRange(nat, "mapped");
+
+    Trace(3, "isNatOn: %d, dynamic_IsNatTraversalOn: %d\n", isNatOn, isTraversalOn);
+    Trace(3, "Current port ranges\n");
+    TraceRanges(rtpRange, natRange);
+    Trace(3, "umRtpStart: %lu, \tumRtpEnd: %lu, \tumRtpLen: %lu\n", Wide(umRtpRange.start),
+          Wide(umRtpRange.end), Wide(umRtpRange.Length()));
+    Trace(3, "umNatStart: %lu, \tumNatEnd: %lu, \tumNatLen: %lu\n", Wide(umNatRange.start),
+          Wide(umNatRange.end), Wide(umNatRange.Length()));
+
+    const bool throughNat = isNatOn && isTraversalOn;
+    if (throughNat)
+        natRange = MergeNatRange(natRange, umNatRange);
+    rtpRange = MergeRtpRange(rtpRange, umRtpRange, throughNat ? natRange.Length() : 0);
+    Trace(3, "Updated port ranges\n");
+    TraceRanges(rtpRange, natRange);
+
+    if (!enter("dynamic"))
+        return;
+    const bool hasNat = natRange.start != 0;
+    nat.SetSectionEntry("self_port_range_start", NumberToString(rtpRange.start));
+    nat.SetSectionEntry("self_port_range_end", NumberToString(rtpRange.end));
+    nat.SetSectionEntry("mapped_port_range_start", hasNat ? NumberToString(natRange.start) : "");
+    nat.SetSectionEntry("mapped_port_range_end", hasNat ? NumberToString(natRange.end) : "");
+    Save(nat);
+
+    SectionFile rtp = OpenSectionFile(configRoot + "rtp.cfg", false);
+    if (!rtp || !rtp->GotoSection("common"))
+        return;
+    Trace(3, "update rtp.cfg: RtpStart: %lu, \tRtpEnd: %lu, \tRtpLen: %lu\n", Wide(rtpRange.start),
+          Wide(rtpRange.end), Wide(rtpRange.Length()));
+    rtp->SetSectionEntry("min_rtp_port", NumberToString(rtpRange.start));
+    rtp->SetSectionEntry("max_rtp_port", NumberToString(rtpRange.end));
+    Save(*rtp);
+}
+
+void ConfigUpgrader::TraceRanges(const PortRange& rtp, const PortRange& nat) {
+    Trace(3, "RtpStart: %lu, \tRtpEnd: %lu, \tRtpLen: %lu\n", Wide(rtp.start), Wide(rtp.end),
+          Wide(rtp.Length()));
+    Trace(3, "NatStart: %lu, \tNatEnd: %lu, \tNatLen: %lu\n", Wide(nat.start), Wide(nat.end),
+          Wide(nat.Length()));
+}

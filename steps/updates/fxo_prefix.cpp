@@ -1,0 +1,119 @@
+// Takes the exchange access digit off stored numbers and keeps it as the FXO prefix.
+
+#include <optional>
+
+#include "app/config_upgrader.h"
+
+using Configuration::ConfigFile;
+using Configuration::FileError;
+using Configuration::MultiSectionFile;
+
+namespace {
+
+bool IsPstnWithDigit(const std::optional<std::string>& type,
+                     const std::optional<std::string>& number) {
+    return type == "PSTN" && number && !number->empty() && number->front() == '0';
+}
+
+/// "PSTN-0555" without the digit. What stands where the hyphen should be is not looked at and
+/// becomes one.
+std::optional<std::string> WithoutAccessDigit(const std::string& callTo) {
+    if (callTo.rfind("PSTN", 0) != 0 || callTo.size() < 6 || callTo[5] != '0')
+        return std::nullopt;
+    return "PSTN-" + callTo.substr(6);
+}
+
+bool UpdateCallTargets(MultiSectionFile& services) {
+    bool changed = false;
+    for (services.RestartSection(); services.GotoSecNextEntry();) {
+        const auto entry = services.GetSecCurrentEntry();
+        if (entry->key != "callto")
+            continue;
+        if (const auto target = WithoutAccessDigit(entry->value)) {
+            services.SetSecCurrentEntry(*target);
+            changed = true;
+        }
+    }
+    return changed;
+}
+
+}  // namespace
+
+void ConfigUpgrader::UpdateFxoPrefix() {
+    if (!IsVersionBelow("3.1.0"))
+        return;
+    Trace(3, "Starting update Fxo prefix.\n");
+    for (const std::string& extension : liveExtensions) {
+        const std::string directory = configRoot + extension + "/";
+        Trace(3, "Update for extension %s.\n", extension.c_str());
+        UpdateSpeedDials(directory + "speedcalldb");
+        UpdateAutomaticCall(directory + "servicesdb");
+        UpdateForwardTargets(directory);
+    }
+    Trace(3, "Done.\n");
+}
+
+void ConfigUpgrader::TraceInvalidFxoFile(const std::string& path) {
+    Trace(1, "MINOR ERROR in UpdateFxoPrefix: Invalid file: %s\n", path.c_str());
+}
+
+void ConfigUpgrader::UpdateSpeedDials(const std::string& path) {
+    Trace(3, "Update speedcalldb.\n");
+    try {
+        MultiSectionFile dials(path, false);
+        bool changed = false;
+        for (dials.Restart(); dials.GotoNextSection();) {
+            const auto number = dials.GetSectionEntry("user_name");
+            if (!IsPstnWithDigit(dials.GetSectionEntry("call_type"), number))
+                continue;
+            dials.SetSectionEntry("user_name", number->substr(1));
+            dials.SetSectionEntry("fxo_prefix", "0");
+            changed = true;
+        }
+        if (changed)
+            Save(dials);
+    } catch (const FileError&) {
+        TraceInvalidFxoFile(path);
+    }
+}
+
+void ConfigUpgrader::UpdateAutomaticCall(const std::string& path) {
+    Trace(3, "Update servicesdb.\n");
+    try {
+        ConfigFile services(path, false, true);
+        const auto number = services.GetEntry("auto_dest");
+        if (!IsPstnWithDigit(services.GetEntry("auto_call_type"), number))
+            return;
+        services.SetEntry("auto_dest", number->substr(1));
+        services.SetEntry("auto_fxo_prefix", "0");
+        Save(services);
+    } catch (const FileError&) {
+        TraceInvalidFxoFile(path);
+    }
+}
+
+void ConfigUpgrader::UpdateForwardTargets(const std::string& directory) {
+    Trace(3, "Update supservices_x files.\n");
+    SectionFile patterns = OpenSectionFile(directory + "addresspatterndb", false);
+    if (!patterns) {
+        const std::string shared = configRoot + "default" + "/" + "addresspatterndb";
+        patterns = OpenSectionFile(shared, false);
+        if (!patterns) {
+            Trace(1, "MINOR ERROR in UpdateFxoPrefix: Invalid file: %s.\n", shared.c_str());
+            return;
+        }
+    }
+    for (patterns->Restart(); patterns->GotoNextSection();) {
+        const std::string id = patterns->GetSectionEntry("section_id").value_or("");
+        Trace(3, "\tUpdate supservices_%s.\n", id.c_str());
+        const std::string path = directory + "supservices_" + id;
+        try {
+            MultiSectionFile services(path, false);
+            for (const char* section : {"funcond", "fnoanswer", "fbusy"})
+                if (services.GotoSection(section) && UpdateCallTargets(services))
+                    Save(services);
+        } catch (const FileError&) {
+            TraceInvalidFxoFile(path);
+        }
+    }
+}

@@ -1,0 +1,152 @@
+// The local routing table, the dial plan and the group lists.
+
+#include <unistd.h>
+
+#include <optional>
+
+#include "app/config_upgrader.h"
+#include "platform/string_utils.h"
+#include "util/lists.h"
+#include "util/shell.h"
+
+using Configuration::ConfigFile;
+using Configuration::FileError;
+using Configuration::MultiSectionFile;
+
+namespace {
+
+/// Goes to the first section with this pattern.
+bool GotoPattern(MultiSectionFile& dialPlan, const std::string& pattern) {
+    for (dialPlan.Restart(); dialPlan.GotoNextSection();)
+        if (dialPlan.GetSectionEntry("pattern") == pattern)
+            return true;
+    return false;
+}
+
+}  // namespace
+
+void ConfigUpgrader::UpdateLocalRouteDB() {
+    if (!IsVersionBelow("3.0.0"))
+        return;
+    Trace(3, "Check extensions for update localrouttabledb.\n");
+    bool permitted = true;
+    for (const std::string& extension : liveExtensions) {
+        const std::string path = configRoot + extension + "/servicesdb";
+        try {
+            ConfigFile services(path, false);
+            const auto routing = services.GetEntry("routing_on");
+            if (!routing)
+                continue;
+            if (*routing != "1") {
+                services.SetEntry("routing_on", "1");
+                Save(services);
+            } else if (permitted && ListContains(routingExtensions, extension)) {
+                Trace(3, "Extension %s is in routing mode, Update canceled.\n", extension.c_str());
+                permitted = false;
+            }
+        } catch (const FileError&) {
+            Trace(1, "MINOR ERROR in UpdateLocalRouteDB: Invalid file: %s\n", path.c_str());
+        }
+    }
+    const std::string path = configRoot + "localrouttabledb";
+    try {
+        MultiSectionFile routes(path, true);
+        if (permitted)
+            DropAccessRoutes(routes);
+    } catch (const FileError&) {
+        TraceInvalidFile(path);
+        return;
+    }
+    Trace(3, "Done.\n");
+}
+
+/// Deletes emergency and access-code routes and has the route tool rebuild its data.
+void ConfigUpgrader::DropAccessRoutes(MultiSectionFile& routes) {
+    Trace(3, "Starting update localrouttabledb.\n");
+    bool changed = false;
+    for (routes.Restart(); routes.GotoNextSection();) {
+        if (routes.GetSectionEntry("emergancy") == "1" ||
+            routes.GetSectionEntry("access_code") == "1") {
+            routes.DeleteSection();
+            changed = true;
+        }
+    }
+    if (changed)
+        Save(routes);
+    const std::string outcome = RunWithErrorText(ShellPath(appliance.routeTool));
+    Trace(3, "Update done - %s.\n", outcome.c_str());
+}
+
+/// Runs a command with its errors sent to the error file; "Success", or "Failed: " and the errors.
+std::string ConfigUpgrader::RunWithErrorText(const std::string& command) {
+    const int result = appliance.runShell(command + " 2> " + ShellPath(appliance.lastError));
+    const std::string outcome = result == 0 ? "Success" : "Failed: " + ReadLastError();
+    unlink(appliance.lastError.c_str());
+    return outcome;
+}
+
+void ConfigUpgrader::UpdateDialPlan() {
+    if (!IsVersionBelow("3.0.7"))
+        return;
+    Trace(3, "Starting update dialplan.cfg.\n");
+    const std::string path = configRoot + "dialplan.cfg";
+    try {
+        std::optional<std::string> timeout;
+        {
+            MultiSectionFile dialPlan(path, false);
+            if (GotoPattern(dialPlan, "0*"))
+                timeout = dialPlan.GetSectionEntry("timeout");
+        }
+        Trace(3, "%s.\n", "File  dialplan.cfg is copied from default-conf ");
+        const std::string command = "cp -p -r " +
+                                    ShellPath(appliance.factoryTelephony + "dialplan.cfg") + " " +
+                                    ShellPath(path);
+        if (ShellFailed(appliance.runShell(command)))
+            Trace(3, "%s - Failed.\n", command.c_str());
+        else
+            Trace(3, "%s - Success.\n", command.c_str());
+        if (!timeout)
+            return;
+        MultiSectionFile dialPlan(path, false);
+        if (!GotoPattern(dialPlan, "R*"))
+            return;
+        dialPlan.SetSectionEntry("timeout", *timeout);
+        Save(dialPlan);
+        Trace(3, "Set timeout = %s for pattern \"R*\".\n", timeout->c_str());
+    } catch (const FileError&) {
+        TraceInvalidFile(path);
+    }
+}
+
+void ConfigUpgrader::UpdateGroupListDB() {
+    if (!IsVersionBelow("3.1.0"))
+        return;
+    Trace(3, "Starting update grouplistdb.\n");
+    for (const std::string& extension : liveExtensions) {
+        Trace(3, "Update for extension %s.\n", extension.c_str());
+        const std::string path = configRoot + extension + "/grouplistdb";
+        try {
+            MultiSectionFile groups(path, true);
+            bool changed = false;
+            for (groups.Restart(); groups.GotoNextSection();) {
+                const auto addresses = groups.GetSectionEntry("address_list");
+                if (!addresses)
+                    continue;
+                groups.DeleteSectionEntry("address_list");
+                for (std::string& item : StringUtils::ParseCommaLine(*addresses, ',')) {
+                    const std::size_t slash = item.find('/');
+                    if (slash == std::string::npos)
+                        continue;  // no address: dropped
+                    item[slash] = '-';
+                    groups.AddSectionEntry("addr", item);
+                    changed = true;
+                }
+            }
+            if (changed)
+                Save(groups);
+        } catch (const FileError&) {
+            Trace(1, "MINOR ERROR in UpdateGroupListDB: Invalid file: %s\n", path.c_str());
+        }
+    }
+    Trace(3, "Done.\n");
+}

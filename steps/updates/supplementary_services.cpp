@@ -1,0 +1,343 @@
+// Merges an extension's seven old caller databases, one per service, into one record per caller
+// with a services file of its own.
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+
+#include "app/config_upgrader.h"
+#include "platform/sip_address.h"
+#include "util/lists.h"
+#include "util/numbers.h"
+
+using Configuration::ConfigFile;
+using Configuration::Entry;
+using Configuration::FileError;
+using Configuration::MultiSectionFile;
+
+namespace {
+
+/// How a database says who the caller is.
+enum class CallerIn {
+    Parts,  // user, display name, host and port
+    Whole   // the entry "caller"
+};
+
+/// What a record turns on in its services section.
+enum class Effect { Switch, Block, RingPattern, Extensions, Forward };
+
+/// One of the old databases and the service that it feeds. Forwarding has three services, and the
+/// extension's forwarding mode says which.
+struct OldDatabase {
+    const char* name;
+    const char* service;
+    const char* typeKey;
+    CallerIn caller;
+    const char* descriptionKey;  // null: it keeps none
+    const char* aliasKey;
+    Effect effect;
+};
+
+constexpr OldDatabase oldDatabases[] = {
+    {"anonymousdb", "clir", "call_type", CallerIn::Parts, nullptr, "H323_alias_address",
+     Effect::Switch},
+    {"blockedinnumsdb", "blockin", "caller_type", CallerIn::Parts, nullptr, "H323_alias_address",
+     Effect::Block},
+    {"blockedoutnumsdb", "blockout", "caller_type", CallerIn::Parts, nullptr, "H323_alias_address",
+     Effect::Block},
+    {"distringdb", "distring", "caller_type", CallerIn::Parts, "nick_name", "H323_alias_address",
+     Effect::RingPattern},
+    {"huntdb", "huntring", "caller_type", CallerIn::Whole, "caller_desc", "H323_alias_address",
+     Effect::Extensions},
+    {"manyextringdb", "manyext", "caller_type", CallerIn::Whole, "caller_desc",
+     "H323_alias_address", Effect::Extensions},
+    {"forwardlistdb", nullptr, "caller_type", CallerIn::Whole, "caller_desc",
+     "caller_H323_alias_address", Effect::Forward},
+};
+
+constexpr const char* forwardServices[] = {"funcond", "fnoanswer", "fbusy"};  // by mode
+
+/// The extension's old service switches.
+struct ServiceFlags {
+    bool distinctiveRing = false;
+    bool hunt = false;
+    bool manyExtensions = false;
+    bool forwarding = false;
+    std::size_t forwardMode = 2;  // index into forwardServices
+};
+
+/// A record of an old database: the caller and what it says of the service.
+struct CallerRecord {
+    std::string type;
+    std::string caller;
+    std::string key;  // tells callers apart
+    std::string description;
+    std::string alias;
+};
+
+std::string Value(MultiSectionFile& file, const char* key) {
+    return file.GetSectionEntry(key).value_or("");
+}
+
+/// Reads a party's user name, joined with its host where it is an IP party. Empty where such a
+/// party has no address.
+std::string ReadParty(MultiSectionFile& file, const std::string& type, std::string& host) {
+    const std::string user = Value(file, "user_name");
+    if (type != "SIP" && type != "IP")
+        return user;
+    host = Value(file, "user_host_address");
+    std::string address;
+    MergeSIPAddress(address, Value(file, "user_display_name"), user, host,
+                    Value(file, "user_host_port"), false);
+    return address;
+}
+
+/// The forwarding target of the current record as it stands in a services file; empty without one.
+std::string ReadTarget(MultiSectionFile& file, std::string& host) {
+    const std::string type = Value(file, "call_type");
+    const std::string target = ReadParty(file, type, host);
+    return target.empty() ? "" : type + "-" + target;
+}
+
+CallerRecord ReadRecord(MultiSectionFile& file, const OldDatabase& database, std::string& target) {
+    CallerRecord record;
+    std::string host;
+    record.type = Value(file, database.typeKey);
+    if (database.caller == CallerIn::Parts) {
+        record.caller = ReadParty(file, record.type, host);
+        host = Value(file, "user_host_address");
+    } else {
+        record.caller = Value(file, "caller");
+    }
+    if (database.descriptionKey != nullptr)
+        record.description = Value(file, database.descriptionKey);
+    if (record.type == "H323")
+        record.alias = Value(file, database.aliasKey);
+    if (database.effect == Effect::Forward)
+        target = ReadTarget(file, host);
+    if (record.caller == "any" && host.empty()) {
+        record.type.clear();
+        record.key = "any";
+    } else {
+        record.key = record.type + "_" + record.caller;
+    }
+    return record;
+}
+
+void SetServiceOn(MultiSectionFile& services, const char* section, bool on) {
+    if (!services.GotoSection(section))
+        services.AddSection(section, false);
+    services.SetSectionEntry("service_on", on ? "1" : "0");
+}
+
+void AddServiceSections(MultiSectionFile& services, const ServiceFlags& flags) {
+    SetServiceOn(services, "clir", false);
+    SetServiceOn(services, "blockin", false);
+    SetServiceOn(services, "blockout", false);
+    SetServiceOn(services, "distring", flags.distinctiveRing);
+    SetServiceOn(services, "huntring", flags.hunt);
+    SetServiceOn(services, "manyext", flags.manyExtensions);
+    for (std::size_t mode = 0; mode < std::size(forwardServices); ++mode)
+        SetServiceOn(services, forwardServices[mode],
+                     flags.forwarding && flags.forwardMode == mode);
+}
+
+/// Writes what the old database's current record says into the caller's services file.
+void ApplyRecord(MultiSectionFile& old, const OldDatabase& database, const ServiceFlags& flags,
+                 const std::string& target, MultiSectionFile& services) {
+    const bool forward = database.effect == Effect::Forward;
+    if (!services.GotoSection(forward ? forwardServices[flags.forwardMode] : database.service))
+        return;
+    const auto copy = [&](const char* key) { services.SetSectionEntry(key, Value(old, key)); };
+    switch (database.effect) {
+        case Effect::Switch:
+            services.SetSectionEntry("service_on", "1");
+            break;
+        case Effect::Block:
+            services.SetSectionEntry("service_on", "1");
+            copy("send_message_to_calling_party");
+            services.SetSectionEntry("permission",
+                                     Value(old, "hide_rec") == "1" ? "admin" : "user");
+            break;
+        case Effect::RingPattern:
+            copy("ring_pattern");
+            copy("nick_name");
+            break;
+        case Effect::Extensions:
+            copy("extensions_list");
+            break;
+        case Effect::Forward:
+            if (!target.empty())
+                services.AddSectionEntry("callto", target);
+            break;
+    }
+}
+
+ServiceFlags ReadServiceFlags(ConfigFile& services) {
+    const auto on = [&](const char* key) { return services.GetEntry(key) == "1"; };
+    const std::string mode = services.GetEntry("call_forwarding_mode").value_or("");
+    ServiceFlags flags;
+    flags.distinctiveRing = on("dist_ring_srv");
+    flags.hunt = on("hunt_service_on");
+    flags.manyExtensions = on("many_extension_ringing_service");
+    flags.forwarding = on("call_forwarding_enabled");
+    flags.forwardMode = mode == "Unconditional" ? 0 : mode == "Noanswer" ? 1 : 2;
+    return flags;
+}
+
+/// Goes to a caller's section of the address patterns.
+bool GotoCaller(MultiSectionFile& patterns, const std::string& caller, const std::string& type) {
+    for (patterns.Restart(); patterns.GotoNextSection();)
+        if (Value(patterns, "address") == caller && Value(patterns, "type") == type)
+            return true;
+    return false;
+}
+
+void AddCaller(MultiSectionFile& patterns, const CallerRecord& record, const std::string& id) {
+    patterns.AddSection(false);
+    patterns.SetSectionEntry("section_id", id);
+    patterns.SetSectionEntry("type", record.type);
+    patterns.SetSectionEntry("address", record.caller);
+    patterns.SetSectionEntry("description", record.description);
+    patterns.SetSectionEntry("permission", record.key == "any" ? "system" : "user");
+    // The readers of the file know the key in this spelling.
+    if (record.type == "H323")
+        patterns.SetSectionEntry("H232_alias", record.alias);
+    patterns.SetSectionEntry("type", record.type);
+}
+
+/// Gives a caller the services that only the caller "any" has settings for.
+void InheritServices(MultiSectionFile& any, MultiSectionFile& services) {
+    for (any.Restart(); any.GotoNextSection();) {
+        if (any.GetSecEntryCount() <= 1)
+            continue;
+        if (!services.GotoSection(any.SectionName()) || services.GetSecEntryCount() > 1)
+            continue;
+        for (const Entry& entry : any.SectionEntries())
+            services.SetSectionEntry(entry.key, entry.value);
+    }
+}
+
+/// The merge of one extension: what it knows of the callers, and the file it is working on.
+class ServicesMerge {
+public:
+    ServicesMerge(ConfigUpgrader& upgrader, std::string directory)
+        : upgrader_(upgrader), directory_(std::move(directory)) {}
+
+    void Run() {
+        try {
+            Merge();
+        } catch (const FileError&) {
+            upgrader_.TraceInvalidFile(path_);
+        }
+    }
+
+private:
+    const std::string& At(const std::string& name) { return path_ = directory_ + name; }
+
+    void Merge() {
+        ServiceFlags flags;
+        {
+            ConfigFile services(At("servicesdb"), false);
+            flags = ReadServiceFlags(services);
+        }
+        MultiSectionFile patterns(At("addresspatterndb"), true);
+        ReadKnownCallers(patterns);
+        for (const OldDatabase& database : oldDatabases)
+            MergeDatabase(database, flags, patterns);
+        Save(patterns);
+        upgrader_.Trace(3, "Starting merge non \"any\" callers with \"any\" caller.\n");
+        if (GotoCaller(patterns, "any", ""))
+            InheritFromAny(patterns);
+        upgrader_.Trace(3, "Merge Done.\n");
+        upgrader_.Trace(3, "Removing ald services DBs.\n");
+        // What could not be saved in its new form stays in its old one.
+        if (allSaved_)
+            for (const OldDatabase& database : oldDatabases)
+                unlink(At(database.name).c_str());
+        upgrader_.Trace(3, "Remove Done.\n");
+        upgrader_.Trace(3, "Ext Done.\n");
+    }
+
+    void Save(MultiSectionFile& file) { allSaved_ = upgrader_.Save(file) && allSaved_; }
+
+    void ReadKnownCallers(MultiSectionFile& patterns) {
+        for (patterns.Restart(); patterns.GotoNextSection();) {
+            const std::string type = Value(patterns, "type");
+            callerKeys_.push_back(type + (type.empty() ? "" : "_") + Value(patterns, "address"));
+            if (const auto id = patterns.GetSectionEntry("section_id"))
+                nextId_ = std::max(nextId_, std::int64_t{StringToNumber<int>(*id)} + 1);
+        }
+    }
+
+    void MergeDatabase(const OldDatabase& database, const ServiceFlags& flags,
+                       MultiSectionFile& patterns) {
+        MultiSectionFile old(At(database.name), true);  // a missing one has no sections
+        for (old.Restart(); old.GotoNextSection();) {
+            std::string target;
+            const CallerRecord record = ReadRecord(old, database, target);
+            if (record.caller.empty())
+                continue;
+            const bool known = ListContains(callerKeys_, record.key);
+            std::string id = NumberToString(nextId_);
+            if (known) {
+                if (!GotoCaller(patterns, record.caller, record.type)) {
+                    upgrader_.Trace(1,
+                                    "MINOR ERROR: section not found in addresspattern file for "
+                                    "caller: %s, type:%s.\n",
+                                    record.caller.c_str(), record.type.c_str());
+                    continue;
+                }
+                id = Value(patterns, "section_id");
+            }
+            MultiSectionFile services(At("supservices_" + id), true);
+            if (!known) {
+                AddCaller(patterns, record, id);
+                callerKeys_.push_back(record.key);
+                ++nextId_;
+                AddServiceSections(services, flags);
+            }
+            ApplyRecord(old, database, flags, target, services);
+            Save(services);
+        }
+    }
+
+    /// The caller "any" is the patterns' current section.
+    void InheritFromAny(MultiSectionFile& patterns) {
+        const std::string anyId = Value(patterns, "section_id");
+        MultiSectionFile any(At("supservices_" + anyId), false);
+        for (patterns.Restart(); patterns.GotoNextSection();) {
+            const std::string id = Value(patterns, "section_id");
+            if (id == anyId)
+                continue;
+            try {
+                MultiSectionFile services(At("supservices_" + id), false);
+                InheritServices(any, services);
+                Save(services);
+            } catch (const FileError&) {
+                upgrader_.Trace(1, "MINOR ERROR: Invalid file: %s.\n", path_.c_str());
+            }
+        }
+    }
+
+    ConfigUpgrader& upgrader_;
+    std::string directory_;
+    std::string path_;
+    std::vector<std::string> callerKeys_;
+    std::int64_t nextId_ = 0;
+    bool allSaved_ = true;
+};
+
+}  // namespace
+
+void ConfigUpgrader::MergeSupplementaryServices() {
+    if (!IsVersionBelow("3.0.1"))
+        return;
+    Trace(3, "Starting update Supplementary Services.\n");
+    for (const std::string& extension : liveExtensions) {
+        Trace(3, "Update Ext: %s\n", extension.c_str());
+        ServicesMerge(*this, configRoot + extension + "/").Run();
+    }
+    Trace(3, "Done.\n");
+}
