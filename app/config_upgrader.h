@@ -167,7 +167,7 @@ private:
     void ReadAttendants();
     void ReadFactoryLists();
     void Stamp();
-    void SyncTree() const;
+    bool SyncTree() const;
 
     bool CopyFromFactory(const std::string& name);
 
@@ -176,6 +176,7 @@ private:
     void FixGeneralSection();
     bool ApplyLineDatabaseGates();
 
+    void ReadAttendantIndex();
     bool IsOldExtension(const std::string& section) const;
     void SplitExtensions();
     void MakeAttendantDirectory();

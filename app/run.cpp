@@ -126,7 +126,8 @@ void ConfigUpgrader::RunVersionedSteps() {
 }
 
 void ConfigUpgrader::FindConfigRoot() {
-    if (Thread::GetCommandLine(configRoot) != 1) {
+    // An empty argument names no directory.
+    if (Thread::GetCommandLine(configRoot) != 1 || configRoot.empty()) {
         // An ORIX_PATH without a separator at its end names a sibling, /xtelephony/ for /x: the
         // start scripts set it with one.
         const char* root = std::getenv("ORIX_PATH");
@@ -208,15 +209,17 @@ void ConfigUpgrader::ReadFactoryLists() {
     AppendValues(*defaultExtensionDb, "sle", defaultExtensions);
 }
 
-/// Brings everything the steps changed to the disk, on each file system that they write to.
-void ConfigUpgrader::SyncTree() const {
+/// Brings everything the steps changed to the disk, on each file system that they write to. False
+/// when the telephony directory's could not.
+bool ConfigUpgrader::SyncTree() const {
+    bool synced = false;
     for (const std::string& path :
-         {configRoot, appliance.internalVoiceData, appliance.usbVoiceData}) {
+         {appliance.usbVoiceData, appliance.internalVoiceData, configRoot}) {
         const platform::FileDescriptor directory(
             open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-        if (directory.IsOpen())
-            syncfs(directory.Get());
+        synced = directory.IsOpen() && syncfs(directory.Get()) == 0;
     }
+    return synced;
 }
 
 /// Writes the version that the tree now has. The stamp comes last, and only on a tree that is
@@ -224,8 +227,14 @@ void ConfigUpgrader::SyncTree() const {
 void ConfigUpgrader::Stamp() {
     if (targetVersion.empty() || !lineDb || !lineDb->GotoSection("general"))
         return;
-    SyncTree();
-    lineDb->SetSectionEntry("current_version", targetVersion);
+    if (!SyncTree()) {
+        Trace(1, "MINOR ERROR: Can't sync: %s\n", configRoot.c_str());
+        return;
+    }
+    if (!lineDb->SetSectionEntry("current_version", targetVersion)) {  // a label of two lines
+        TraceInvalidFile(appliance.factoryLabel);
+        return;
+    }
     if (!Save(*lineDb))
         return;
     report += "\n=====Current configuration version: " + targetVersion + " is set in linedb\n";

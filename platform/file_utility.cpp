@@ -90,6 +90,12 @@ bool IsDirectoryName(const std::string& text) {
            text.find_first_of(std::string("/\0", 2)) == std::string::npos;
 }
 
+void RemoveSpecialFile(const std::string& path) {
+    struct stat info {};
+    if (stat(path.c_str(), &info) == 0 && !S_ISREG(info.st_mode) && !S_ISDIR(info.st_mode))
+        unlink(path.c_str());
+}
+
 bool MakeOpenDirectory(const std::string& path) {
     return mkdir(path.c_str(), 0777) == 0 && chmod(path.c_str(), 0777) == 0;
 }

@@ -30,6 +30,10 @@ std::optional<std::string> ReadStart(const std::string& path, std::size_t limit)
 /// "." or "..", without "/" or NUL.
 bool IsDirectoryName(const std::string& text);
 
+/// Removes a FIFO, socket or device (or a link to one) that stands where a file belongs: a copy
+/// over it would block or write into the device.
+void RemoveSpecialFile(const std::string& path);
+
 /// Creates a directory that everyone may use, whatever the umask. False when it can't.
 bool MakeOpenDirectory(const std::string& path);
 

@@ -18,7 +18,8 @@ public:
     LogStream& operator=(const LogStream&) = delete;
 
     /// Writes a printf-style record.
-    void TRACE(int level, const char* format, va_list arguments, int flags);
+    void TRACE(int level, const char* format, va_list arguments, int flags)
+        __attribute__((format(printf, 3, 0)));
     /// Writes a text as it is: a "%" in it is no conversion.
     void TRACE(int level, const std::string& text);
     /// Brings what was gathered to the file.

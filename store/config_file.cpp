@@ -1,13 +1,11 @@
 #include "store/config_file.h"
 
-#include "store/open_document.h"
-
 namespace Configuration {
 
 using Scope = Document::Scope;
 
 ConfigFile::ConfigFile(const std::string& path, bool createFlag, bool, bool)
-    : path_(path), document_(OpenDocument(path, createFlag, Document::Layout::Flat, exists_)) {}
+    : document_(path, createFlag, Document::Layout::Flat) {}
 
 int ConfigFile::GetEntry(const std::string& key, char* buffer, int size) {
     std::string_view value;
@@ -30,9 +28,7 @@ void ConfigFile::ClearAll() {
 }
 
 int ConfigFile::Save(bool, const char* path) {
-    const bool own = path == nullptr || path == path_;
-    lastError_ = SaveDocument(*document_, own ? path_ : path, own && exists_);
-    return lastError_.empty();
+    return document_.Save(path);
 }
 
 }  // namespace Configuration

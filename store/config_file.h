@@ -1,10 +1,9 @@
 #pragma once
 
-#include <memory>
 #include <optional>
 #include <string>
 
-#include "store/document.h"
+#include "store/stored_document.h"
 
 namespace Configuration {
 
@@ -17,7 +16,7 @@ public:
     explicit ConfigFile(const std::string& path, bool createFlag = false, bool secondFlag = false,
                         bool thirdFlag = false);
 
-    const std::string& Path() const { return path_; }
+    const std::string& Path() const { return document_.Path(); }
 
     /// Non-zero when found; the value is cut to fit `size`, its NUL included.
     int GetEntry(const std::string& key, char* buffer, int size);
@@ -28,13 +27,10 @@ public:
 
     /// As MultiSectionFile::Save.
     int Save(bool flag, const char* path);
-    const std::string& LastError() const { return lastError_; }
+    const std::string& LastError() const { return document_.LastError(); }
 
 private:
-    std::string path_;
-    bool exists_ = false;
-    std::unique_ptr<Document> document_;
-    std::string lastError_;
+    StoredDocument document_;
 };
 
 }  // namespace Configuration

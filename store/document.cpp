@@ -455,9 +455,9 @@ bool Document::GotoEntry(Scope scope, std::string_view key) {
 }
 
 bool Document::CurrentEntry(Scope scope, std::string_view& key, std::string_view& value) const {
-    const Cursor& cursor = CursorOf(scope);
-    if (!cursor.onEntry)
+    if (!OnEntry(scope))
         return false;
+    const Cursor& cursor = CursorOf(scope);
     const Line& line = ((*cursor.section).*PartOf(scope))[static_cast<std::size_t>(cursor.index)];
     key = line.Key();
     value = line.Value();
@@ -465,9 +465,9 @@ bool Document::CurrentEntry(Scope scope, std::string_view& key, std::string_view
 }
 
 bool Document::SetCurrentEntry(Scope scope, std::string_view value) {
-    Cursor& cursor = CursorOf(scope);
-    if (!cursor.onEntry || value.find('\n') != std::string_view::npos)
+    if (!OnEntry(scope) || value.find('\n') != std::string_view::npos)
         return false;
+    const Cursor& cursor = CursorOf(scope);
     ChangeValue(((*cursor.section).*PartOf(scope))[static_cast<std::size_t>(cursor.index)], value);
     return true;
 }
@@ -489,9 +489,9 @@ void Document::ForEachEntry(Scope scope, Visit visit) const {
 }
 
 bool Document::DeleteCurrentEntry(Scope scope) {
-    Cursor& cursor = CursorOf(scope);
-    if (!cursor.onEntry)
+    if (!OnEntry(scope))
         return false;
+    Cursor& cursor = CursorOf(scope);
     Lines& lines = (*cursor.section).*PartOf(scope);
     lines.erase(lines.begin() + cursor.index);
     cursor.onEntry = false;

@@ -125,6 +125,9 @@ private:
         bool found = false;
     };
 
+    bool OnEntry(Scope scope) const {
+        return CursorOf(scope).onEntry && (scope == Scope::TopLevel || isCurrent_);
+    }
     static Part PartOf(Scope scope) {
         return scope == Scope::Section ? &Section::body : &Section::after;
     }

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -54,13 +55,9 @@ bool WriteAll(int file, std::string_view bytes) {
     return true;
 }
 
-bool SyncDirectoryOf(const std::string& path) {
+std::string DirectoryOf(const std::string& path) {
     const std::size_t slash = path.rfind('/');
-    const std::string directory =
-        slash == std::string::npos ? "." : path.substr(0, slash == 0 ? 1 : slash);
-    const FileDescriptor file(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    // Some file systems cannot sync a directory and say EINVAL: nothing more can be done there.
-    return file.IsOpen() && (fsync(file.Get()) == 0 || errno == EINVAL);
+    return slash == std::string::npos ? "." : path.substr(0, slash == 0 ? 1 : slash);
 }
 
 /// Writes `bytes` into the new file `temporary` with `old`'s mode and owner, if there is one.
@@ -109,10 +106,11 @@ ReadResult ReadFile(const std::string& path) {
         return result;
     }
     std::string bytes;
-    // One byte more than the size, so that the read that fills it is also the one that ends it;
-    // kernel files say 0 and are read by the growing steps.
+    // One byte more than the size, so that no read is short of room. Kernel files say 0, and some
+    // answer a single read only.
+    constexpr std::size_t leastRead = 4096;
     std::size_t filled = 0;
-    bytes.resize(static_cast<std::size_t>(info.st_size) + 1);
+    bytes.resize(std::max(static_cast<std::size_t>(info.st_size) + 1, leastRead));
     for (;;) {
         const ssize_t got = read(file.Get(), bytes.data() + filled, bytes.size() - filled);
         if (got < 0 && errno == EINTR)
@@ -125,7 +123,7 @@ ReadResult ReadFile(const std::string& path) {
             break;
         filled += static_cast<std::size_t>(got);
         if (filled == bytes.size())
-            bytes.resize(bytes.size() * 2 + 4096);
+            bytes.resize(bytes.size() * 2);
     }
     bytes.resize(filled);
     result.bytes = std::move(bytes);
@@ -143,6 +141,12 @@ std::string ReplaceFile(const std::string& path, std::string_view bytes) {
     if (exists && !S_ISREG(old.st_mode))
         return "the old file is not a regular file";
 
+    // Opened first: once the file is renamed, nothing may be left that can fail for a reason which
+    // was there before.
+    const FileDescriptor directory(
+        open(DirectoryOf(target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!directory.IsOpen())
+        return Reason("can't open the directory");
     const std::string temporary = target + temporarySuffix;
     std::string error = WriteTemporary(temporary, exists ? &old : nullptr, bytes);
     if (error.empty() && rename(temporary.c_str(), target.c_str()) != 0)
@@ -151,7 +155,8 @@ std::string ReplaceFile(const std::string& path, std::string_view bytes) {
         unlink(temporary.c_str());
         return error;
     }
-    if (!SyncDirectoryOf(target))
+    // Some file systems cannot sync a directory and say EINVAL: nothing more can be done there.
+    if (fsync(directory.Get()) != 0 && errno != EINVAL)
         return Reason("can't sync the directory");
     return {};
 }

@@ -18,8 +18,9 @@ ReadResult ReadFile(const std::string& path);
 
 /// Replaces a file whole or not at all: a temporary beside it, its data synced, renamed over it,
 /// the directory synced. A symbolic link is written through; mode and owner of an existing file
-/// are kept. Returns the reason in words on failure, after which the old file is as it was and no
-/// temporary is left; an empty text on success.
+/// are kept. Returns the reason in words on failure, after which the old file is as it was (but for
+/// a directory that could not be synced: then the new one is in place, and may not survive a power
+/// cut) and no temporary is left; an empty text on success.
 std::string ReplaceFile(const std::string& path, std::string_view bytes);
 
 /// Ends the name of ReplaceFile's temporaries, so that what a killed run left is known.

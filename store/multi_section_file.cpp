@@ -1,7 +1,5 @@
 #include "store/multi_section_file.h"
 
-#include "store/open_document.h"
-
 namespace Configuration {
 namespace {
 
@@ -34,8 +32,7 @@ int CopyCurrent(const Document& document, Scope scope, char* key, int keySize, c
 }  // namespace
 
 MultiSectionFile::MultiSectionFile(const std::string& path, bool createFlag, bool, bool)
-    : path_(path),
-      document_(OpenDocument(path, createFlag, Document::Layout::Sectioned, exists_)) {}
+    : document_(path, createFlag, Document::Layout::Sectioned) {}
 
 void MultiSectionFile::Restart() {
     document_->Restart();
@@ -166,9 +163,7 @@ std::vector<Entry> MultiSectionFile::Entries() const {
 }
 
 int MultiSectionFile::Save(bool, const char* path) {
-    const bool own = path == nullptr || path == path_;
-    lastError_ = SaveDocument(*document_, own ? path_ : path, own && exists_);
-    return lastError_.empty();
+    return document_.Save(path);
 }
 
 }  // namespace Configuration

@@ -1,11 +1,10 @@
 #pragma once
 
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "store/document.h"
+#include "store/stored_document.h"
 
 namespace Configuration {
 
@@ -29,7 +28,7 @@ public:
     explicit MultiSectionFile(const std::string& path, bool createFlag = false,
                               bool secondFlag = false, bool thirdFlag = false);
 
-    const std::string& Path() const { return path_; }
+    const std::string& Path() const { return document_.Path(); }
 
     // The walk over the sections, in file order.
     void Restart();
@@ -76,13 +75,10 @@ public:
     /// Writes the file back, whole or not at all; nothing is written when its bytes would be the
     /// same. `path` null is the file's own. Returns 0 on failure; LastError tells why.
     int Save(bool flag, const char* path);
-    const std::string& LastError() const { return lastError_; }
+    const std::string& LastError() const { return document_.LastError(); }
 
 private:
-    std::string path_;
-    bool exists_ = false;
-    std::unique_ptr<Document> document_;
-    std::string lastError_;
+    StoredDocument document_;
 };
 
 }  // namespace Configuration

@@ -75,8 +75,11 @@ TEST(Document, ReadsEntriesWhereTheyStand) {
     EXPECT_EQ(file.CountEntries(Scope::Section), 4U);
     ASSERT_TRUE(file.GotoNextSection());
     EXPECT_EQ(file.SectionName(), "");
+    ASSERT_TRUE(file.GotoNextEntry(Scope::Section));
     EXPECT_FALSE(file.GotoNextSection());
     EXPECT_FALSE(file.Set(Scope::Section, "x", "1")) << "no section is current";
+    EXPECT_FALSE(file.SetCurrentEntry(Scope::Section, "1"));
+    EXPECT_FALSE(file.DeleteCurrentEntry(Scope::Section));
     EXPECT_EQ(file.Text(), sample);
 }
 

@@ -42,9 +42,11 @@ TEST(Run, UpgradesTheSampleAndStampsIt) {
         << "text from before the log exists";
     EXPECT_NE(log.find("\n=====Current configuration version: 5.1.0 is set in linedb\n"),
               std::string::npos);
+    const auto upgraded = site.Snapshot();
     const std::string again = site.Upgrade();
     EXPECT_NE(again.find("\tConfigurarion already checked.\n"), std::string::npos);
     EXPECT_EQ(again.find("Current configuration version"), std::string::npos);
+    EXPECT_EQ(site.Snapshot(), upgraded) << "the second run changes nothing";
 }
 
 TEST(Run, FindsTheConfigurationRoot) {

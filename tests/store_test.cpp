@@ -100,6 +100,22 @@ TEST_F(StoreFiles, SaveKeepsModeFollowsLinksAndSparesTheFlash) {
     EXPECT_EQ(FilesIn(dir), 3);
 }
 
+TEST_F(StoreFiles, SaveComparesWithWhatIsOnTheDiskNow) {
+    site.Write(path, "a=1\n");
+    ConfigFile file(path, false);
+    for (const char* value : {"2", "1"}) {  // and back to what it was opened with
+        file.SetEntry("a", value);
+        EXPECT_TRUE(file.Save(true, nullptr));
+        EXPECT_EQ(site.Read(path), std::string("a=") + value + "\n");
+    }
+    struct stat before {};
+    struct stat after {};
+    stat(path.c_str(), &before);
+    EXPECT_TRUE(file.Save(true, nullptr));
+    stat(path.c_str(), &after);
+    EXPECT_EQ(before.st_ino, after.st_ino);
+}
+
 TEST_F(StoreFiles, AFailedSaveLeavesTheOldFileAndNoTemporary) {
     site.Write(path, "a=1\n");
     ConfigFile file(path, false);
@@ -119,7 +135,7 @@ TEST_F(StoreFiles, AFailedSaveLeavesTheOldFileAndNoTemporary) {
 
     ConfigFile homeless(dir + "none/db", true);
     EXPECT_FALSE(homeless.Save(true, nullptr));
-    EXPECT_EQ(homeless.LastError(), "can't create the new file: No such file or directory");
+    EXPECT_EQ(homeless.LastError(), "can't open the directory: No such file or directory");
     EXPECT_TRUE(file.Save(true, nullptr)) << "and can be tried again";
 }
 

@@ -129,6 +129,7 @@ void ConfigUpgrader::SplitExtensionDatabase() {
             }
         }
     }
+    ReadAttendantIndex();
     for (const char* section : indexSections) {
         if (!extensionDb->GotoSection(section))
             continue;
@@ -143,9 +144,23 @@ void ConfigUpgrader::SplitExtensionDatabase() {
     }
 }
 
-/// A section of the old database that stands for an extension: one whose name can be a directory's.
+/// The index tells which attendants there are, whatever the label says: of a tree that was split
+/// before its label moved on, linedb has none any more.
+void ConfigUpgrader::ReadAttendantIndex() {
+    if (!extensionDb->GotoSection("attendant"))
+        return;
+    if (attendantExtension.empty())
+        attendantExtension = extensionDb->GetSectionEntry("att_0").value_or("");
+    for (const auto& [key, number] : extensionDb->SectionEntries())
+        if (FileUtility::IsDirectoryName(number) && !ListContains(liveAttendants, number))
+            liveAttendants.push_back(number);
+}
+
+/// A section of the old database that stands for an extension: one whose name can be a directory's
+/// and, in the index, part of a key.
 bool ConfigUpgrader::IsOldExtension(const std::string& section) const {
-    return FileUtility::IsDirectoryName(section) && !IsIndexSection(section);
+    return FileUtility::IsDirectoryName(section) && section.find('=') == std::string::npos &&
+           !IsIndexSection(section);
 }
 
 void ConfigUpgrader::SplitExtensions() {

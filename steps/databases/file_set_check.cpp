@@ -175,6 +175,7 @@ void ConfigUpgrader::CheckFile(const std::string& name, const std::string& liveD
                 report += "\tfile  " + livePath + " is belong to extension, skipped copying.\n ";
                 return;
             }
+            FileUtility::RemoveSpecialFile(livePath);
             report += "\tfile " + name + " is copied from default-conf ";
             RunReported("cp -p -r " + ShellPath(defaultPath) + " " + ShellPath(liveDir));
         } else if (!upToDate && !IsOneOf(neverMerged, name) && !Contains(name, "supservices_")) {

@@ -18,6 +18,9 @@ void CopyEntry(MultiSectionFile& source, MultiSectionFile& destination, const ch
         destination.SetSectionEntry(key, *value);
 }
 
+/// Only units that were sold with this entry have it.
+constexpr const char* neverAdded = "modify_un";
+
 /// General entries that always follow the firmware.
 constexpr const char* firmwareEntries[] = {
     "CDR_db",          "missed_calls_db", "unsuccess_calls_db", "external_user_cache_db",
@@ -47,7 +50,8 @@ void ConfigUpgrader::CheckLineDatabase() {
                       "- copy from default-conf will be set\n";
             lineDb->AddSection(section, true);
             for (const Entry& entry : defaultLineDb->SectionEntries())
-                lineDb->SetSectionEntry(entry.key, entry.value);
+                if (entry.key != neverAdded)
+                    lineDb->SetSectionEntry(entry.key, entry.value);
             changed = true;
         }
         if (section == "general") {
@@ -93,8 +97,8 @@ bool ConfigUpgrader::AddMissingLineEntries(const std::string& section) {
                 continue;
             report += "\t- update empty " + what;
         } else {
-            if (key == "modify_un")
-                continue;  // only units that were sold with it have it
+            if (key == neverAdded)
+                continue;
             report += "\t- added " + what;
         }
         lineDb->SetSectionEntry(key, value);

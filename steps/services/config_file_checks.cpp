@@ -7,7 +7,6 @@
 #include "platform/file_utility.h"
 #include "util/numbers.h"
 
-using Configuration::Entry;
 using Configuration::FileError;
 using Configuration::MultiSectionFile;
 

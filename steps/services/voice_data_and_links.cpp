@@ -72,7 +72,8 @@ void ConfigUpgrader::MakeRegionalLink(std::optional<std::string> country) {
     std::string target = dirs;
     if (country) {
         report += *country + "\n";
-        FileUtility::AdjustPath(target, '/');
+        if (target.empty() || target.back() != '/')
+            target += '/';
         target += *country;
     } else {
         report += "No country selected.US is set as Default\n";

@@ -107,11 +107,12 @@ bool ConfigUpgrader::MoveMailbox(MultiSectionFile& old, const std::string& exten
     const std::string path = directory + "/voicemaildb";
     try {
         MultiSectionFile file(path, true);
+        bool copied = true;
         for (const auto& [key, value] : old.SectionEntries()) {
             const bool moves = extension == attendantExtension && key == "voice_data_folder";
-            file.SetEntry(key, moves ? MoveAttendantRecordings(value) : value);
+            copied = file.SetEntry(key, moves ? MoveAttendantRecordings(value) : value) && copied;
         }
-        return Save(file);
+        return Save(file) && copied;
     } catch (const FileError&) {
         TraceInvalidFile(path);
         return false;
@@ -121,8 +122,9 @@ bool ConfigUpgrader::MoveMailbox(MultiSectionFile& old, const std::string& exten
 void ConfigUpgrader::CopyMailboxTemplate(const std::string& extension,
                                          const std::string& directory) {
     const bool hasOwn = FileExist(appliance.factoryTelephony + extension);
-    const std::string source =
-        appliance.factoryTelephony + (hasOwn ? extension : "default") + "/voicemaildb";
+    const std::string own = (hasOwn ? extension : "default") + "/voicemaildb";
+    const std::string source = appliance.factoryTelephony + own;
+    FileUtility::RemoveSpecialFile(directory + "/voicemaildb");
     const std::string command = "cp -p " + ShellPath(source) + " " + ShellPath(directory);
     if (ShellFailed(appliance.runShell(command))) {
         report += "Can't copy vocemeaildb from default for extension" + extension + "\n";
@@ -133,7 +135,7 @@ void ConfigUpgrader::CopyMailboxTemplate(const std::string& extension,
         return;
     const std::string path = directory + "/voicemaildb";
     try {
-        MultiSectionFile file(path);
+        MultiSectionFile file(path, true);
         const auto folder = file.GetEntry("voice_data_folder");
         if (!folder)
             return;

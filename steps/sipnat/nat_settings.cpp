@@ -2,7 +2,6 @@
 
 #include "app/config_upgrader.h"
 
-using Configuration::Entry;
 using Configuration::FileError;
 using Configuration::MultiSectionFile;
 

@@ -92,19 +92,20 @@ void ConfigUpgrader::RestrictAttendants() {
         Trace(1, "There is no \"attendant\" section!\n");
         return;
     }
-    bool changed = false;
+    std::vector<std::string> removed;
     for (extensions->RestartSection(); extensions->GotoSecNextEntry();) {
         const std::string attendant = extensions->GetSecCurrentEntry()->value;
         if (attendant == "00")
             continue;
         extensions->DeleteSecCurrentEntry();
         Trace(3, "\tRemove Attendant: %s\n", attendant.c_str());
-        // Nothing but an attendant's own directory is ever removed.
-        if (FileUtility::IsDirectoryName(attendant))
-            FileUtility::RemoveDirOrFile(configRoot + attendant);
-        changed = true;
+        removed.push_back(attendant);
     }
-    if (changed && Save(*extensions)) {
+    if (!removed.empty() && Save(*extensions)) {
+        // Nothing but an attendant's own directory is ever removed.
+        for (const std::string& attendant : removed)
+            if (FileUtility::IsDirectoryName(attendant))
+                FileUtility::RemoveDirOrFile(configRoot + attendant);
         // The database held open still has them; a later save must not bring them back.
         try {
             extensionDb = std::make_unique<MultiSectionFile>(configRoot + "extensiondb");

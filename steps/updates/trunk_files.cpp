@@ -152,8 +152,8 @@ bool ConfigUpgrader::MapIsdnTrunk(const std::string& trunkPath) {
     SectionFile old = OpenSectionFile(trunkPath + ".cfg", false);
     if (!old)
         return false;
-    bool saved = true;
     const std::string directory = trunkPath + "/";
+    bool saved = false;
     if (SectionFile trunk = OpenSectionFile(directory + "trunk.cfg", true)) {
         MapTrunkKeys(*old, *trunk);
         saved = Save(*trunk);

@@ -101,14 +101,17 @@ std::string Site::TakeLog(ConfigUpgrader& upgrader) const {
 
 std::vector<std::string> Site::Snapshot() const {
     std::vector<std::string> files;
-    for (const char* part : {"etc", "mnt"})
+    for (const char* part : {"etc/orix-conf", "mnt"})
         for (const auto& entry : fs::recursive_directory_iterator(Path(part))) {
-            std::string line = entry.path().string().substr(root_.size());
+            std::string text = entry.path().string().substr(root_.size());
             if (entry.is_symlink())
-                line += " -> " + fs::read_symlink(entry.path()).string();
+                text += " -> " + fs::read_symlink(entry.path()).string();
             else if (entry.is_regular_file())
-                line += ":\n" + Read(entry.path().string());
-            files.push_back(line);
+                text += ":\n" + Read(entry.path().string());
+            for (std::size_t at = text.find(root_); at != std::string::npos;
+                 at = text.find(root_, at))
+                text.erase(at, root_.size());
+            files.push_back(text);
         }
     std::sort(files.begin(), files.end());
     return files;

@@ -36,7 +36,8 @@ public:
     /// What an upgrader has logged and reported so far; empties both.
     std::string TakeLog(ConfigUpgrader& upgrader) const;
 
-    /// Every file below the unit's etc and mnt with its bytes, links with their target.
+    /// Every file of the live configuration and of the voice data with its bytes, every directory,
+    /// and links with their target; sorted, and without this test's own root in the texts.
     std::vector<std::string> Snapshot() const;
 
     Appliance appliance;

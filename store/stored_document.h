@@ -1,0 +1,43 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "store/document.h"
+
+namespace Configuration {
+
+/// A document with the file it came from: what the two kinds of file share beyond their lines.
+class StoredDocument {
+public:
+    /// Reads and parses the file. With `createFlag` a missing one is empty.
+    /// Throws FileError when it cannot be read or parsed.
+    StoredDocument(const std::string& path, bool createFlag, Document::Layout layout);
+
+    Document& operator*() { return document_; }
+    const Document& operator*() const { return document_; }
+    Document* operator->() { return &document_; }
+    const Document* operator->() const { return &document_; }
+
+    const std::string& Path() const { return path_; }
+
+    /// Writes the file back, or to another path, whole or not at all. Nothing is written when the
+    /// file has these bytes already. False on failure; LastError has the reason in words.
+    bool Save(const char* path);
+    const std::string& LastError() const { return lastError_; }
+
+private:
+    StoredDocument(const std::string& path, std::optional<std::string> bytes,
+                   Document::Layout layout);
+
+    std::string path_;
+    bool exists_;
+    Document document_;
+    std::optional<std::string> saved_;  // what the last save wrote
+    std::string lastError_;
+};
+
+/// Copies a text into a caller's buffer, cut to fit with its NUL. 0 when there is no room at all.
+int CopyText(std::string_view text, char* buffer, int size);
+
+}  // namespace Configuration
