@@ -205,6 +205,7 @@ private:
     bool MapIsdnTrunk(const std::string& trunkPath);
     void DropAccessRoutes(Configuration::MultiSectionFile& routes);
     std::string RunWithErrorText(const std::string& command);
+    bool IsAttendantDirectory(const std::string& name) const;
     int SumMailboxPortions();
     void UpdateSystemMailbox(int usedPortions);
     void UpdateSpeedDials(const std::string& path);

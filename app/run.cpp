@@ -56,7 +56,7 @@ void AppendValues(MultiSectionFile& file, const std::string& section,
     if (!file.GotoSection(section))
         return;
     for (const Configuration::Entry& entry : file.SectionEntries())
-        if (!entry.value.empty())
+        if (FileUtility::IsDirectoryName(entry.value))
             list.push_back(entry.value);
 }
 
@@ -191,7 +191,7 @@ void ConfigUpgrader::ReadAttendants() {
         if (!lineDb->GotoSection("attendant"))
             return;
         attendantExtension = lineDb->GetSectionEntry("extension").value_or("");
-        if (!attendantExtension.empty())
+        if (FileUtility::IsDirectoryName(attendantExtension))
             liveAttendants.push_back(attendantExtension);
         return;
     }

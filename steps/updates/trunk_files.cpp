@@ -44,19 +44,14 @@ std::string RenamedRoutes(const std::string& list) {
 /// The trunk's own settings. line_code, frame_mode, tx_lbo and sync_clock (1 to 4) are dropped: a
 /// BRI trunk has none.
 void MapTrunkKeys(MultiSectionFile& old, MultiSectionFile& target) {
-    std::string slots[std::size(src_patterns)];
-    std::string passiveMode;
-    if (old.GotoSection("trunk")) {
-        for (std::size_t i = 0; i < std::size(slots); ++i)
-            slots[i] = old.GetSectionEntry(src_patterns[i]).value_or("");
-        passiveMode = old.GetSectionEntry(isdn_l3_src_patterns[20]).value_or("");
-    }
-    if (!target.GotoSection("trunk"))
+    if (!old.GotoSection("trunk") || !target.GotoSection("trunk"))
         return;
-    for (std::size_t i = 0; i < std::size(slots); ++i)
+    for (std::size_t i = 0; i < std::size(src_patterns); ++i)
         if (i == 0 || i > 4)
-            target.SetSectionEntry(dest_patterns[i], slots[i]);
-    target.SetSectionEntry(isdn_l3_src_patterns[20], passiveMode);
+            target.SetSectionEntry(dest_patterns[i],
+                                   old.GetSectionEntry(src_patterns[i]).value_or(""));
+    if (const auto passiveMode = old.GetSectionEntry(isdn_l3_src_patterns[20]))
+        target.SetSectionEntry(isdn_l3_src_patterns[20], *passiveMode);
 }
 
 /// One side's settings: `old` is in the side's section.

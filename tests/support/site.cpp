@@ -81,7 +81,7 @@ std::unique_ptr<ConfigUpgrader> Site::Upgrader(const std::string& version) const
     upgrader->configRoot = Live("");
     upgrader->liveVersion = version;
     upgrader->linesDir = "04-lines/";
-    upgrader->log = std::make_unique<LogStream>(appliance.log, false, false, 3, 1, 2048, false);
+    upgrader->log = std::make_unique<LogStream>(appliance.log, true, false, 3, 1, 2048, false);
     const auto open = [](const std::string& path) {
         return std::make_unique<Configuration::MultiSectionFile>(path);
     };
