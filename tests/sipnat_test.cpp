@@ -96,6 +96,7 @@ TEST(SipSettings, AreConvertedOrUpdatedByVersion) {
         const bool isTwo = std::string(test.learnt).back() == '1';
         const bool stays = test.before.find("[features") == std::string::npos;
         upgrader->sipNatAgentIsTwo = isTwo == stays;
+        upgrader->sipTlsPort = test.before.find("[network") == std::string::npos ? "" : "x";
         upgrader->ConvertSipSettings();
         EXPECT_EQ(site.Read(site.Live("sip.cfg")), Text(test.after)) << test.version;
         const ConfigUpgrader& u = *upgrader;
