@@ -110,7 +110,7 @@ void ConfigUpgrader::ConvertOldSipSettings(MultiSectionFile& live) {
             report += "\t\ttcp port is set empty, TCP was switched off in restored sip.cfg\n";
         const auto tls = live.GetSectionEntry("tls port");
         sipTlsPort = tls.value_or("");
-        if (tls && *tls == sipUdpPort) {
+        if (tls && !tls->empty() && *tls == sipUdpPort) {
             sipTlsPort = NextPort(sipUdpPort);
             live.SetSectionEntry("tls port", sipTlsPort);
             report +=

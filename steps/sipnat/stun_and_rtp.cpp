@@ -74,9 +74,14 @@ void ConfigUpgrader::UpdateStunFile() {
         if (section.empty())
             continue;
         Trace(3, "\tSection: %s\n", section.c_str());
+        bool copied = true;
         for (const auto& [key, value] : reading->SectionEntries()) {
-            writing->SetEntry(key, value);
+            copied = writing->SetEntry(key, value) && copied;
             Trace(3, "\t\tCopy Entry: %s=%s\n", key.c_str(), value.c_str());
+        }
+        if (!copied) {  // a key that cannot stand at the top level keeps its section
+            TraceInvalidFile(path);
+            continue;
         }
         Trace(3, "\tDelete section: %s.\n", section.c_str());
         writing->DeleteSection(section);
