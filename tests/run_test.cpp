@@ -166,3 +166,16 @@ TEST(Run, ReadsTheAttendantWhereItLives) {
     EXPECT_EQ(upgrader.attendantExtension, "00");
     EXPECT_EQ(upgrader.liveAttendants, (std::vector<std::string>{"01", "00"}));
 }
+
+TEST(Run, KeepsTheAttendantOfATreeThatWasSplitBeforeItsLabelMovedOn) {
+    Site site;
+    site.Upgrade();
+    Configuration::MultiSectionFile linedb(site.Live("linedb"));
+    linedb.GotoSection("general");
+    linedb.DeleteSectionEntry("current_version");  // the power went before the stamp
+    linedb.Save(true, nullptr);
+    ConfigUpgrader upgrader(site.appliance);
+    upgrader.Run();
+    EXPECT_EQ(upgrader.attendantExtension, "00");
+    EXPECT_EQ(upgrader.liveAttendants, std::vector<std::string>{"00"});
+}
