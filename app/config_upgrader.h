@@ -88,38 +88,66 @@ public:
 
     // Steps, in the order of the run.
 
+    /// Reads the trunk boards; the second pass records them in hwinfo and linedb.
     void ProbeHardware(bool secondPass);
+    /// Reads the numbers of FXS and FXO lines and chooses linesDir.
     void ProbeLineCounts();
+    /// Records the line counts in linedb and drops the sections of surplus FXO ports.
     void UpdateLineCounts();
+    /// Learns language and voice-data storage, and makes the regional link.
     void CheckVoiceDataAndLinks();
+    /// Splits an old extensiondb into files an extension, and fills the lists.
     void SplitExtensionDatabase();
     /// Brings a live directory to the completeness of a factory directory, both ending in "/".
     void CheckFileSet(const std::string& liveDir, const std::string& defaultDir,
                       bool checkTemplateDirs);
 
+    /// Adds the factory's new sections and entries to linedb and fixes its general section.
     void CheckLineDatabase();
+    /// Gives every line and FXO port its section and detaches unknown extensions.
     void CheckLineSections(Configuration::MultiSectionFile& target,
                            Configuration::MultiSectionFile& source);
+    /// Splits the shared voicemaildb into one per extension, with sizes as shares in percent.
     void MigrateVoicemail();
+    /// Checks every queued pair of files, then numbers the caller databases.
     void ProcessMergeList();
+    /// Numbers the caller databases of a directory and all below it.
     void CheckCallerDatabases(const std::string& dir, const std::string& name);
+    /// Numbers a file's sections from 1; opens the file itself when `file` is null.
     void AddSectionIds(const std::string& path, Configuration::MultiSectionFile* file);
+    /// Gives untyped records "IP", "PSTN" or "PBX" where it is plain. Saves nothing.
     void CheckCallerTypes(Configuration::MultiSectionFile& file, const std::string& name);
+    /// Brings a live file (first) in line with its factory default (second).
     void CheckConfigFile(const std::pair<std::string, std::string>& files);
+    /// Moves sip.cfg's settings into sections and learns ports, profile and NAT agent.
     void ConvertSipSettings();
+    /// Moves nat.cfg's settings into sections; uses what sip.cfg and rtp.cfg gave.
     void ConvertNatSettings();
+    /// Lowers the echo delay of every digital trunk by 80.
     void UpdateEchoDelay();
+    /// Merges each extension's caller databases into one services file a caller.
     void MergeSupplementaryServices();
+    /// Drops emergency and access-code routes, unless an extension is routing.
     void UpdateLocalRouteDB();
+    /// Takes the factory's dial plan and keeps the time-out of "0*" for "R*".
     void UpdateDialPlan();
+    /// Turns address lists into one entry an address.
     void UpdateGroupListDB();
+    /// Makes the system extension from attendant 00.
     void UpdateSystemExtension();
+    /// Takes the exchange access digit off stored numbers.
     void UpdateFxoPrefix();
+    /// Moves the section entries of stun.cfg to the top level.
     void UpdateStunFile();
+    /// Removes all attendants but 00 on units whose EEPROM says so.
     void RestrictAttendants();
+    /// Moves call park extensions into their own index section.
     void UpdateCallPark();
+    /// Folds the media unit's port ranges into those of the unit.
     void UpdateRtpPortRanges();
+    /// Moves each ISDN trunk's file into a directory of its own.
     void MapIsdnFiles();
+    /// Marks the extension length as defined in linedb.
     void UpdateExtensionLength();
 
     Appliance appliance;

@@ -27,11 +27,7 @@ struct VersionedStep {
 // label already shipped would be jumped over on those units.
 const VersionedStep versionedSteps[] = {
     {[](ConfigUpgrader& u) { u.CheckLineDatabase(); }, true},
-    {[](ConfigUpgrader& u) {
-         if (u.lineDb && u.defaultLineDb)
-             u.CheckLineSections(*u.lineDb, *u.defaultLineDb);
-     },
-     true},
+    {[](ConfigUpgrader& u) { u.CheckLineSections(*u.lineDb, *u.defaultLineDb); }, true},
     {[](ConfigUpgrader& u) { u.MigrateVoicemail(); }, true, "2.4.9"},
     {[](ConfigUpgrader& u) { u.ProcessMergeList(); }, true},
     {[](ConfigUpgrader& u) { u.UpdateEchoDelay(); }, false},
@@ -212,7 +208,7 @@ void ConfigUpgrader::ReadFactoryLists() {
 /// Brings everything the steps changed to the disk, on each file system that they write to. False
 /// when the telephony directory's could not.
 bool ConfigUpgrader::SyncTree() const {
-    bool synced = false;
+    bool synced = false;  // what the last one, configRoot, says
     for (const std::string& path :
          {appliance.usbVoiceData, appliance.internalVoiceData, configRoot}) {
         const platform::FileDescriptor directory(
