@@ -68,7 +68,7 @@ void Site::SetLiveVersion(const std::string& version) const {
 }
 
 std::string Site::Upgrade() const {
-    const std::size_t before = Exists(appliance.log) ? fs::file_size(appliance.log) : 0;
+    const std::size_t before = Exists(appliance.log) ? Read(appliance.log).size() : 0;
     {
         ConfigUpgrader upgrader(appliance);
         upgrader.Run();
