@@ -55,6 +55,9 @@ public:
     /// Compares the labels, sets liveVersion and, when an upgrade is due, targetVersion. True when
     /// the configuration is what the firmware expects.
     bool CheckVersion();
+    /// Whether both labels can be read and say the same: then no upgrade is due, whatever linedb
+    /// says. Reports nothing.
+    bool AreLabelsEqual() const;
     /// True when liveVersion is older than `version`. Gates know the live label only, never the
     /// target.
     bool IsVersionBelow(const std::string& version) const;
@@ -85,6 +88,19 @@ public:
 
     /// The error text of the last command that sent it to appliance.lastError.
     std::string ReadLastError() const;
+
+    /// Copies a file or directory of the factory tree with `cp` and `options`, beside the target and
+    /// renamed over it, so that no cut file ever stands there: after a copy that failed the target
+    /// is as it was. Returns what the shell returned.
+    int CopyWhole(const std::string& options, const std::string& source, const std::string& target);
+
+    // The recovery copy of the live tree.
+
+    /// Finds the copy of an upgrade that did not end and puts the tree back as it was before it.
+    /// False when that failed: the tree is then half upgraded, and must not be upgraded again.
+    bool PutBackInterrupted();
+    /// Makes the copy, unless there is one; reports when it can't.
+    void MakeRecoveryCopy();
 
     // Steps, in the order of the run.
 
@@ -185,6 +201,12 @@ public:
     std::string sipTimerProfile;
     std::string systemLanguage;
 
+    std::string liveTree;          // the directory configRoot names, without "/" at its end
+    std::string recoveryCopy;      // its copy, while an upgrade is under way
+    bool hasRecoveryCopy = false;  // it is complete, and of the tree as it was
+    bool beganFromCopy = false;    // an interrupted upgrade is being made again
+    unsigned failuresBefore = 0;   // DiskFailures() when the run began
+
 private:
     void RunSteps();
     void RunVersionedSteps();
@@ -194,8 +216,13 @@ private:
     void CreateLog();
     void ReadAttendants();
     void ReadFactoryLists();
-    void Stamp();
+    bool FinishUpgrade();
+    bool Stamp();
     bool SyncTree() const;
+
+    void FindRecoveryCopy();
+    void RemoveRecoveryCopy();
+    bool ShouldBeginAgain() const;
 
     bool CopyFromFactory(const std::string& name);
 
@@ -233,6 +260,7 @@ private:
     bool MapIsdnTrunk(const std::string& trunkPath);
     void DropAccessRoutes(Configuration::MultiSectionFile& routes);
     std::string RunWithErrorText(const std::string& command);
+    std::string CopyAttendantToSystem();
     bool IsAttendantDirectory(const std::string& name) const;
     int SumMailboxPortions();
     void UpdateSystemMailbox(int usedPortions);
@@ -253,7 +281,7 @@ private:
     void QueueForMerge(const std::string& name, const std::string& livePath,
                        const std::string& defaultPath);
     void EndSipFile(const std::string& path);
-    void RunReported(const std::string& command);
+    void ReportCommand(int result);
 
     std::vector<DirectoryId> walkedDirectories;  // of the factory tree, that CheckFileSet is in
     std::set<DirectoryId> callerDirectories;     // that CheckCallerDatabases has been in

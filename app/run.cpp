@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "app/config_upgrader.h"
+#include "platform/disk_failures.h"
 #include "platform/file_descriptor.h"
 #include "platform/thread.h"
 #include "util/numbers.h"
@@ -69,13 +70,21 @@ void ConfigUpgrader::Run() {
 }
 
 void ConfigUpgrader::RunSteps() {
+    failuresBefore = DiskFailures();
     FindConfigRoot();
+    if (!PutBackInterrupted()) {
+        CreateLog();
+        FlushReport();
+        return;
+    }
     ProbeHardware(false);
     ProbeLineCounts();
     FlushReport();
     if (!OpenLineDb())
         return;
     upToDate = CheckVersion();
+    if (!upToDate)
+        MakeRecoveryCopy();
     FlushReport();
     CreateLog();
     FlushReport();
@@ -137,9 +146,7 @@ void ConfigUpgrader::FindConfigRoot() {
 bool ConfigUpgrader::CopyFromFactory(const std::string& name) {
     const std::string path = configRoot + name;
     unlink(path.c_str());
-    return !ShellFailed(appliance.runShell("cp -p " +
-                                           ShellPath(appliance.factoryTelephony + linesDir + name) +
-                                           " " + ShellPath(path)));
+    return !ShellFailed(CopyWhole("-p", appliance.factoryTelephony + linesDir + name, path));
 }
 
 bool ConfigUpgrader::OpenLineDb() {
@@ -151,6 +158,8 @@ bool ConfigUpgrader::OpenLineDb() {
         report += "\tfile linedb doesn't exist or corrupted, copying from default-conf\n";
         FlushReport();
     }
+    if (!AreLabelsEqual())  // what the disk could not give this time may be there the next
+        MakeRecoveryCopy();
     if (!CopyFromFactory("linedb"))
         return false;
     lineDb = std::make_unique<MultiSectionFile>(path);
@@ -218,27 +227,43 @@ bool ConfigUpgrader::SyncTree() const {
     return synced;
 }
 
-/// Writes the version that the tree now has. The stamp comes last, and only on a tree that is
-/// durable: a power cut may cost the stamp, never leave it on a half-upgraded tree.
-void ConfigUpgrader::Stamp() {
-    if (targetVersion.empty() || !lineDb || !lineDb->GotoSection("general"))
-        return;
+/// Brings the upgrade to its end, in this order: all changes are durable, the stamp is durable, the
+/// recovery copy goes. A power cut may cost the stamp, never leave it on a half-upgraded tree. False
+/// when the next start has to begin again.
+bool ConfigUpgrader::FinishUpgrade() {
+    if (upToDate)
+        return true;
+    if (ShouldBeginAgain())
+        return false;
     if (!SyncTree()) {
         Trace(1, "MINOR ERROR: Can't sync: %s\n", configRoot.c_str());
-        return;
+        return false;
     }
+    return Stamp();
+}
+
+/// Writes the version that the tree now has; false when it can't be saved.
+bool ConfigUpgrader::Stamp() {
+    if (targetVersion.empty() || !lineDb || !lineDb->GotoSection("general"))
+        return true;
     if (!lineDb->SetSectionEntry("current_version", targetVersion)) {  // a label of two lines
         TraceInvalidFile(appliance.factoryLabel);
-        return;
+        return true;  // nor will it be on the next start
     }
     if (!Save(*lineDb))
-        return;
+        return false;
     report += "\n=====Current configuration version: " + targetVersion + " is set in linedb\n";
+    return true;
 }
 
 ConfigUpgrader::~ConfigUpgrader() {
     try {
-        Stamp();
+        const bool finished = FinishUpgrade();
+        if (hasRecoveryCopy && finished)
+            RemoveRecoveryCopy();
+        else if (hasRecoveryCopy)
+            report += "\tupgrade is not finished, next start begins again from " + recoveryCopy +
+                      "\n";
         FlushReport();
     } catch (const std::exception&) {  // out of memory: nothing can be written any more
     }

@@ -36,6 +36,12 @@ std::string CantOpenLabel(const std::string& path) {
 
 }  // namespace
 
+bool ConfigUpgrader::AreLabelsEqual() const {
+    const Label factory = ReadLabel(appliance.factoryLabel);
+    const Label live = ReadLabel(appliance.liveLabel);
+    return factory.text && !factory.tooLong && factory.text == live.text;
+}
+
 bool ConfigUpgrader::CheckVersion() {
     ReportStep("version check");
     const Label factory = ReadLabel(appliance.factoryLabel);

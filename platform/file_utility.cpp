@@ -10,6 +10,7 @@
 #include <cstring>
 #include <memory>
 
+#include "platform/disk_failures.h"
 #include "platform/file_descriptor.h"
 
 int FileExist(const std::string& path) {
@@ -60,6 +61,16 @@ bool RemoveDirOrFile(const std::string& path) {
     return RemoveAt(AT_FDCWD, path.c_str());
 }
 
+bool IsThere(const std::string& path) {
+    struct stat info {};
+    return lstat(path.c_str(), &info) == 0;
+}
+
+bool IsOwnDirectory(const std::string& path) {
+    struct stat info {};
+    return lstat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
 std::uint64_t GetVmStorageSize(const std::string& path, bool) {
     struct statvfs info {};
     if (statvfs(path.c_str(), &info) != 0)
@@ -70,8 +81,10 @@ std::uint64_t GetVmStorageSize(const std::string& path, bool) {
 std::optional<std::string> ReadStart(const std::string& path, std::size_t limit) {
     const platform::FileDescriptor file(
         open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-    if (!file.IsOpen())
+    if (!file.IsOpen()) {
+        CountDiskFailure(errno);
         return std::nullopt;
+    }
     struct stat info {};
     // A FIFO or device could hold up the start of the appliance.
     if (fstat(file.Get(), &info) != 0 || !S_ISREG(info.st_mode))
@@ -81,6 +94,8 @@ std::optional<std::string> ReadStart(const std::string& path, std::size_t limit)
     do
         got = read(file.Get(), bytes.data(), limit);
     while (got < 0 && errno == EINTR);
+    if (got < 0)
+        CountDiskFailure(errno);
     bytes.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
     return bytes;
 }

@@ -19,6 +19,12 @@ void AdjustPath(std::string& path, char separator);
 /// something of it is left.
 bool RemoveDirOrFile(const std::string& path);
 
+/// Whether anything stands under the path, a link that leads nowhere included.
+bool IsThere(const std::string& path);
+
+/// Whether the path is a directory itself, not a link to one.
+bool IsOwnDirectory(const std::string& path);
+
 /// Total bytes of the file system behind the path, 0 when it cannot be read.
 std::uint64_t GetVmStorageSize(const std::string& path, bool flag);
 

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/disk_failures.h"
 #include "platform/file_descriptor.h"
 
 namespace Configuration {
@@ -18,41 +19,9 @@ namespace {
 using platform::FileDescriptor;
 
 std::string Reason(const char* what) {
-    return std::string(what) + ": " + std::strerror(errno);
-}
-
-/// The file behind a chain of symbolic links, which need not exist yet. Empty, with errno set,
-/// when the chain does not end.
-std::string BehindLinks(std::string path) {
-    for (int depth = 0; depth < 40; ++depth) {
-        char target[PATH_MAX];
-        const ssize_t length = readlink(path.c_str(), target, sizeof target);
-        if (length < 0)
-            return errno == EINVAL || errno == ENOENT ? path : std::string();
-        if (static_cast<std::size_t>(length) >= sizeof target)
-            break;
-        const std::string link(target, static_cast<std::size_t>(length));
-        const std::size_t slash = path.rfind('/');
-        const bool relative = link.empty() || link.front() != '/';
-        path = (relative && slash != std::string::npos ? path.substr(0, slash + 1) : "") + link;
-    }
-    errno = ELOOP;
-    return {};
-}
-
-bool WriteAll(int file, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t written = write(file, bytes.data(), bytes.size());
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written <= 0) {
-            if (written == 0)
-                errno = ENOSPC;
-            return false;
-        }
-        bytes.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return true;
+    const int error = errno;
+    CountDiskFailure(error);
+    return std::string(what) + ": " + std::strerror(error);
 }
 
 std::string DirectoryOf(const std::string& path) {
@@ -92,11 +61,44 @@ std::string WriteTemporary(const std::string& temporary, const struct stat* old,
 
 }  // namespace
 
+std::string BehindLinks(std::string path) {
+    for (int depth = 0; depth < 40; ++depth) {
+        char target[PATH_MAX];
+        const ssize_t length = readlink(path.c_str(), target, sizeof target);
+        if (length < 0)
+            return errno == EINVAL || errno == ENOENT ? path : std::string();
+        if (static_cast<std::size_t>(length) >= sizeof target)
+            break;
+        const std::string link(target, static_cast<std::size_t>(length));
+        const std::size_t slash = path.rfind('/');
+        const bool relative = link.empty() || link.front() != '/';
+        path = (relative && slash != std::string::npos ? path.substr(0, slash + 1) : "") + link;
+    }
+    errno = ELOOP;
+    return {};
+}
+
+bool WriteAll(int file, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t written = write(file, bytes.data(), bytes.size());
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0) {
+            if (written == 0)
+                errno = ENOSPC;
+            return false;
+        }
+        bytes.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
 ReadResult ReadFile(const std::string& path) {
     ReadResult result;
     const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat info {};
     if (!file.IsOpen() || fstat(file.Get(), &info) != 0) {
+        CountDiskFailure(errno);
         result.missing = errno == ENOENT;
         result.error = std::strerror(errno);
         return result;
@@ -116,6 +118,7 @@ ReadResult ReadFile(const std::string& path) {
         if (got < 0 && errno == EINTR)
             continue;
         if (got < 0) {
+            CountDiskFailure(errno);
             result.error = std::strerror(errno);
             return result;
         }

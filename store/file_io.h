@@ -23,6 +23,13 @@ ReadResult ReadFile(const std::string& path);
 /// cut) and no temporary is left; an empty text on success.
 std::string ReplaceFile(const std::string& path, std::string_view bytes);
 
+/// Writes all of `bytes`; false, with errno set, when the file does not take them.
+bool WriteAll(int file, std::string_view bytes);
+
+/// The file behind a chain of symbolic links, which need not exist yet. Empty, with errno set,
+/// when the chain does not end.
+std::string BehindLinks(std::string path);
+
 /// Ends the name of ReplaceFile's temporaries, so that what a killed run left is known.
 inline constexpr const char* temporarySuffix = ".mend-tmp";
 

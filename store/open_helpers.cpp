@@ -1,10 +1,16 @@
-// Opening, closing, saving and merging configuration files for the steps.
+// Opening, closing, saving, copying and merging configuration files for the steps.
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <new>
 
 #include "app/config_upgrader.h"
+#include "platform/disk_failures.h"
+#include "platform/file_utility.h"
+#include "store/file_io.h"
+#include "store/tree_mirror.h"
 #include "util/numbers.h"
 #include "util/shell.h"
 
@@ -61,6 +67,24 @@ void ConfigUpgrader::TraceInvalidFile(const std::string& path) {
 
 std::string ConfigUpgrader::ReadLastError() const {
     return ReadErrorFile(appliance.lastError);
+}
+
+int ConfigUpgrader::CopyWhole(const std::string& options, const std::string& source,
+                              const std::string& target) {
+    const std::string command = "cp " + options + " " + ShellPath(source) + " ";
+    // A link that leads nowhere is cp's to refuse.
+    if (FileUtility::IsThere(target) && !FileExist(target))
+        return appliance.runShell(command + ShellPath(target));
+    const std::string place = Configuration::BehindLinks(target);
+    const std::string temporary = place + Configuration::temporarySuffix;
+    FileUtility::RemoveDirOrFile(temporary);
+    const int result = appliance.runShell(command + ShellPath(temporary));
+    Configuration::SettleCopy(source, temporary);
+    if (FileUtility::IsThere(temporary) && std::rename(temporary.c_str(), place.c_str()) != 0) {
+        CountDiskFailure(errno);
+        FileUtility::RemoveDirOrFile(temporary);
+    }
+    return result;
 }
 
 bool ConfigUpgrader::MergeKeyedSections(MultiSectionFile* destination, MultiSectionFile* source,

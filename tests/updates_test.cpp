@@ -430,12 +430,13 @@ TEST_F(Updates, DialPlanCarriesTheTimeoutOver) {
         };
         Run("3.0.6", &ConfigUpgrader::UpdateDialPlan);
         EXPECT_EQ(Get("dialplan.cfg"), test.after);
-        EXPECT_EQ(command,
-                  "cp -p -r " + site.Factory("dialplan.cfg") + " " + site.Live("dialplan.cfg"));
+        const std::string reported =
+            "cp -p -r " + site.Factory("dialplan.cfg") + " " + site.Live("dialplan.cfg");
+        EXPECT_EQ(command, reported + ".mend-tmp") << "a cut copy never stands in its place";
         EXPECT_EQ(log,
                   "Starting update dialplan.cfg.\n"
                   "File  dialplan.cfg is copied from default-conf .\n" +
-                      command + (test.result == 0 ? " - Success.\n" : " - Failed.\n") +
+                      reported + (test.result == 0 ? " - Success.\n" : " - Failed.\n") +
                       (test.after.find("timeout=7") == std::string::npos
                            ? ""
                            : "Set timeout = 7 for pattern \"R*\".\n"));
@@ -492,7 +493,7 @@ TEST_F(Updates, SystemExtensionTakesWhatTheMailboxesLeave) {
     const std::string system = Get("system/voicemaildb");
     Put("00/voicemaildb", "mail_box_portion=7\n");
     shell = [&](const std::string& command) {
-        EXPECT_EQ(command, "cp -Rf " + site.Live("00/* ") + site.Live("system 2> ") +
+        EXPECT_EQ(command, "cp -Rf " + site.Live("00/* ") + site.Live("system.mend-tmp 2> ") +
                                site.appliance.lastError);
         site.Write(site.appliance.lastError, "cp: no space");
         return 256;

@@ -3,13 +3,18 @@
 #include <dirent.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <memory>
+
+#include "platform/disk_failures.h"
 
 std::optional<DirectoryListing> ListDirectory(const std::string& path) {
     const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(path.c_str()), closedir);
     struct stat info {};
-    if (!directory || fstat(dirfd(directory.get()), &info) != 0)
+    if (!directory || fstat(dirfd(directory.get()), &info) != 0) {
+        CountDiskFailure(errno);
         return std::nullopt;
+    }
     DirectoryListing listing{{info.st_dev, info.st_ino}, {}};
     while (const dirent* entry = readdir(directory.get())) {
         std::string name = entry->d_name;

@@ -82,9 +82,9 @@ bool IsDeviceDir(const std::string& name, const std::string& linesDir) {
 
 }  // namespace
 
-/// Runs a command and puts its success word directly behind the message before.
-void ConfigUpgrader::RunReported(const std::string& command) {
-    report += ShellFailed(appliance.runShell(command)) ? "- Failed!!!!\n" : "- Done!\n";
+/// Puts a command's success word directly behind the message before it.
+void ConfigUpgrader::ReportCommand(int result) {
+    report += ShellFailed(result) ? "- Failed!!!!\n" : "- Done!\n";
 }
 
 void ConfigUpgrader::CheckFileSet(const std::string& liveDir, const std::string& defaultDir,
@@ -151,10 +151,10 @@ void ConfigUpgrader::CheckDirectory(const std::string& name, const std::string& 
         return;
     if (isLiveExtension || isLiveAttendant) {
         report += "\tdir  " + name + " is created for extension " + name;
-        RunReported("mkdir " + ShellPath(liveDir + "/" + name));
+        ReportCommand(appliance.runShell("mkdir " + ShellPath(liveDir + "/" + name)));
     } else {
         report += "\tdir  " + name + " is copied from default-conf ";
-        RunReported("cp -p -r " + ShellPath(defaultPath) + " " + ShellPath(liveDir));
+        ReportCommand(CopyWhole("-p -r", defaultPath, liveDir + name));
     }
 }
 
@@ -177,7 +177,7 @@ void ConfigUpgrader::CheckFile(const std::string& name, const std::string& liveD
             }
             FileUtility::RemoveSpecialFile(livePath);
             report += "\tfile " + name + " is copied from default-conf ";
-            RunReported("cp -p -r " + ShellPath(defaultPath) + " " + ShellPath(liveDir));
+            ReportCommand(CopyWhole("-p -r", defaultPath, livePath));
         } else if (!upToDate && !IsOneOf(neverMerged, name) && !Contains(name, "supservices_")) {
             QueueForMerge(name, livePath, defaultPath);
         }

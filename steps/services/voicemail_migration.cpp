@@ -124,16 +124,15 @@ void ConfigUpgrader::CopyMailboxTemplate(const std::string& extension,
     const bool hasOwn = FileExist(appliance.factoryTelephony + extension);
     const std::string own = (hasOwn ? extension : "default") + "/voicemaildb";
     const std::string source = appliance.factoryTelephony + own;
-    FileUtility::RemoveSpecialFile(directory + "/voicemaildb");
-    const std::string command = "cp -p " + ShellPath(source) + " " + ShellPath(directory);
-    if (ShellFailed(appliance.runShell(command))) {
+    const std::string path = directory + "/voicemaildb";
+    FileUtility::RemoveSpecialFile(path);
+    if (ShellFailed(CopyWhole("-p", source, path))) {
         report += "Can't copy vocemeaildb from default for extension" + extension + "\n";
         return;
     }
-    report += "Copied " + command + "\n";
+    report += "Copied cp -p " + ShellPath(source) + " " + ShellPath(directory) + "\n";
     if (hasOwn)
         return;
-    const std::string path = directory + "/voicemaildb";
     try {
         MultiSectionFile file(path, true);
         const auto folder = file.GetEntry("voice_data_folder");

@@ -98,13 +98,10 @@ void ConfigUpgrader::UpdateDialPlan() {
                 timeout = dialPlan.GetSectionEntry("timeout");
         }
         Trace(3, "%s.\n", "File  dialplan.cfg is copied from default-conf ");
-        const std::string command = "cp -p -r " +
-                                    ShellPath(appliance.factoryTelephony + "dialplan.cfg") + " " +
-                                    ShellPath(path);
-        if (ShellFailed(appliance.runShell(command)))
-            Trace(3, "%s - Failed.\n", command.c_str());
-        else
-            Trace(3, "%s - Success.\n", command.c_str());
+        const std::string factoryPath = appliance.factoryTelephony + "dialplan.cfg";
+        const bool failed = ShellFailed(CopyWhole("-p -r", factoryPath, path));
+        Trace(3, "cp -p -r %s %s - %s.\n", ShellPath(factoryPath).c_str(),
+              ShellPath(path).c_str(), failed ? "Failed" : "Success");
         if (!timeout)
             return;
         MultiSectionFile dialPlan(path, false);

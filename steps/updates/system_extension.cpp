@@ -1,5 +1,6 @@
 // The system extension, made from attendant 00, and the attendants that a restricted unit may have.
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -9,6 +10,8 @@
 #include "platform/eeprom.h"
 #include "platform/file_utility.h"
 #include "platform/string_utils.h"
+#include "store/file_io.h"
+#include "store/tree_mirror.h"
 #include "util/lists.h"
 #include "util/numbers.h"
 #include "util/shell.h"
@@ -20,8 +23,7 @@ void ConfigUpgrader::UpdateSystemExtension() {
     if (!IsVersionBelow("3.1.0"))
         return;
     Trace(3, "Starting update System extension.\n");
-    const std::string outcome = RunWithErrorText("cp -Rf " + ShellPath(configRoot + "00/") + "* " +
-                                                 ShellPath(configRoot + "system"));
+    const std::string outcome = CopyAttendantToSystem();
     Trace(3, "Copy 00 to System done - %s.\n", outcome.c_str());
     if (outcome != "Success")
         return;
@@ -37,6 +39,24 @@ void ConfigUpgrader::UpdateSystemExtension() {
         Trace(1, "MINOR ERROR in UpdateSystemExtension: Invalid file: %s.\n", path.c_str());
     }
     Trace(3, "Done.\n");
+}
+
+/// Lays the files of attendant 00 over those of the system extension. They are gathered beside it
+/// first: a copy that fails half way changes nothing.
+std::string ConfigUpgrader::CopyAttendantToSystem() {
+    const std::string system = configRoot + "system";
+    const std::string gathered = system + Configuration::temporarySuffix;
+    FileUtility::RemoveDirOrFile(gathered);
+    const bool isGathered = CorrectPath(system) && mkdir(gathered.c_str(), 0777) == 0;
+    const std::string outcome = RunWithErrorText("cp -Rf " + ShellPath(configRoot + "00/") + "* " +
+                                                 ShellPath(isGathered ? gathered : system));
+    if (outcome == "Success" && isGathered) {
+        const std::string error = Configuration::MoveInto(gathered, system);
+        if (!error.empty())
+            Trace(1, "MINOR ERROR: Can't save file: %s (%s)\n", system.c_str(), error.c_str());
+    }
+    FileUtility::RemoveDirOrFile(gathered);
+    return outcome;
 }
 
 /// The shares of the voice-mail storage that the extensions and attendants have, in percent.

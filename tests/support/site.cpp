@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "platform/thread.h"
+#include "tests/support/appliance_at.h"
 
 namespace fs = std::filesystem;
 
@@ -20,16 +21,8 @@ Site::Site() {
              fs::copy_options::recursive | fs::copy_options::copy_symlinks);
     fs::create_directories(Path("tmp"));
 
-    for (std::string* path :
-         {&appliance.factoryTelephony, &appliance.factoryLabel, &appliance.factorySystemSettings,
-          &appliance.liveConf, &appliance.liveLabel, &appliance.liveSystemSettings,
-          &appliance.fxsNumber, &appliance.fxoNumber, &appliance.hwInfo, &appliance.eeprom,
-          &appliance.regionalDirs, &appliance.internalVoiceData, &appliance.usbVoiceData,
-          &appliance.routeTool, &appliance.lastError})
-        path->insert(0, root_);
-    appliance.log = Path("mend.log");
+    appliance = ApplianceAt(root_);
     Thread::SetCommandLine(0, nullptr);
-    setenv("ORIX_PATH", appliance.liveConf.c_str(), 1);
 }
 
 Site::~Site() {

@@ -1,0 +1,263 @@
+#include "store/tree_mirror.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <optional>
+
+#include "platform/disk_failures.h"
+#include "platform/file_descriptor.h"
+#include "platform/file_utility.h"
+#include "store/file_io.h"
+#include "util/directory.h"
+
+namespace Configuration {
+namespace {
+
+using platform::FileDescriptor;
+
+constexpr std::size_t blockSize = 65536;
+
+std::string Reason(const std::string& path) {
+    const int error = errno;
+    CountDiskFailure(error);
+    return path + ": " + std::strerror(error);
+}
+
+bool SameAttributes(const struct stat& a, const struct stat& b) {
+    return a.st_mode == b.st_mode && a.st_uid == b.st_uid && a.st_gid == b.st_gid &&
+           a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
+}
+
+/// Reads until the block is full or the file ends; the number of bytes, or -1.
+ssize_t ReadBlock(int file, std::string& block) {
+    std::size_t filled = 0;
+    while (filled < block.size()) {
+        const ssize_t got = read(file, block.data() + filled, block.size() - filled);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            return -1;
+        if (got == 0)
+            break;
+        filled += static_cast<std::size_t>(got);
+    }
+    return static_cast<ssize_t>(filled);
+}
+
+FileDescriptor OpenForReading(const std::string& path) {
+    return FileDescriptor(
+        open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
+}
+
+bool SameBytes(const std::string& a, const std::string& b) {
+    const FileDescriptor left = OpenForReading(a);
+    const FileDescriptor right = OpenForReading(b);
+    std::string leftBlock(blockSize, '\0');
+    std::string rightBlock(blockSize, '\0');
+    for (;;) {
+        const ssize_t got = ReadBlock(left.Get(), leftBlock);
+        if (got < 0 || got != ReadBlock(right.Get(), rightBlock))
+            return false;
+        if (got == 0)
+            return true;
+        if (leftBlock.compare(0, static_cast<std::size_t>(got), rightBlock, 0,
+                              static_cast<std::size_t>(got)) != 0)
+            return false;
+    }
+}
+
+/// Owner first: the system takes the set-user-id bit off when the owner changes.
+bool GiveAttributes(int file, const struct stat& from) {
+    const struct timespec times[] = {from.st_atim, from.st_mtim};
+    return fchown(file, from.st_uid, from.st_gid) == 0 && fchmod(file, from.st_mode & 07777) == 0 &&
+           futimens(file, times) == 0;
+}
+
+std::optional<std::string> LinkTarget(const std::string& path) {
+    char target[PATH_MAX];
+    const ssize_t length = readlink(path.c_str(), target, sizeof target);
+    if (length < 0)
+        return std::nullopt;
+    return std::string(target, static_cast<std::size_t>(length));
+}
+
+std::string CopyFile(const std::string& source, const struct stat& info, const std::string& path) {
+    const FileDescriptor from = OpenForReading(source);
+    if (!from.IsOpen())
+        return Reason(source);
+    FileDescriptor to(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW,
+                           S_IRUSR | S_IWUSR));
+    if (!to.IsOpen())
+        return Reason(path);
+    std::string block(std::min(blockSize, static_cast<std::size_t>(info.st_size) + 1), '\0');
+    for (;;) {
+        const ssize_t got = ReadBlock(from.Get(), block);
+        if (got < 0)
+            return Reason(source);
+        if (got == 0)
+            break;
+        if (!WriteAll(to.Get(), std::string_view(block).substr(0, static_cast<std::size_t>(got))))
+            return Reason(path);
+    }
+    if (!GiveAttributes(to.Get(), info) || !to.Close())
+        return Reason(path);
+    return {};
+}
+
+std::string CopyLink(const std::string& source, const struct stat& info, const std::string& path) {
+    const auto target = LinkTarget(source);
+    if (!target)
+        return Reason(source);
+    const struct timespec times[] = {info.st_atim, info.st_mtim};
+    if (symlink(target->c_str(), path.c_str()) != 0 ||
+        lchown(path.c_str(), info.st_uid, info.st_gid) != 0 ||
+        utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0)
+        return Reason(path);
+    return {};
+}
+
+bool IsSame(const std::string& source, const struct stat& from, const std::string& destination,
+            const struct stat& to) {
+    if (!SameAttributes(from, to) || from.st_size != to.st_size)
+        return false;
+    return S_ISLNK(from.st_mode) ? LinkTarget(source) == LinkTarget(destination)
+                                 : SameBytes(source, destination);
+}
+
+/// A regular file or a link: made beside the destination and renamed, so that it is whole there,
+/// old or new.
+std::string MirrorEntry(const std::string& source, const struct stat& info,
+                        const std::string& destination) {
+    struct stat old {};
+    const bool exists = lstat(destination.c_str(), &old) == 0;
+    if (exists && IsSame(source, info, destination, old))
+        return {};
+    if (exists && S_ISDIR(old.st_mode) && !FileUtility::RemoveDirOrFile(destination))
+        return Reason(destination);
+    const std::string temporary = destination + temporarySuffix;
+    FileUtility::RemoveDirOrFile(temporary);
+    std::string error = S_ISLNK(info.st_mode) ? CopyLink(source, info, temporary)
+                                              : CopyFile(source, info, temporary);
+    if (error.empty() && rename(temporary.c_str(), destination.c_str()) != 0)
+        error = Reason(destination);
+    if (!error.empty())
+        unlink(temporary.c_str());
+    return error;
+}
+
+bool IsSpecial(const std::string& path) {
+    struct stat info {};
+    return lstat(path.c_str(), &info) == 0 && !S_ISREG(info.st_mode) && !S_ISDIR(info.st_mode) &&
+           !S_ISLNK(info.st_mode);
+}
+
+bool IsTemporary(const std::string& name) {
+    const std::size_t length = std::strlen(temporarySuffix);
+    return name.size() > length && name.compare(name.size() - length, length, temporarySuffix) == 0;
+}
+
+}  // namespace
+
+std::string MirrorTree(const std::string& source, const std::string& destination,
+                       std::uint64_t& size) {
+    struct stat info {};
+    auto from = ListDirectory(source);
+    if (!from || stat(source.c_str(), &info) != 0)
+        return Reason(source);
+    struct stat old {};
+    if (lstat(destination.c_str(), &old) == 0 && !S_ISDIR(old.st_mode))
+        FileUtility::RemoveDirOrFile(destination);
+    if (mkdir(destination.c_str(), S_IRWXU) != 0 && errno != EEXIST)
+        return Reason(destination);
+    const auto to = ListDirectory(destination);
+    if (!to)
+        return Reason(destination);
+
+    std::sort(from->names.begin(), from->names.end());
+    for (const std::string& name : to->names) {
+        const std::string path = destination + "/" + name;
+        if (!std::binary_search(from->names.begin(), from->names.end(), name) && !IsSpecial(path) &&
+            !FileUtility::RemoveDirOrFile(path))
+            return Reason(path);
+    }
+    for (const std::string& name : from->names) {
+        if (IsTemporary(name))
+            continue;
+        const std::string path = source + "/" + name;
+        struct stat entry {};
+        if (lstat(path.c_str(), &entry) != 0)
+            return Reason(path);
+        std::string error;
+        if (S_ISDIR(entry.st_mode))
+            error = MirrorTree(path, destination + "/" + name, size);
+        else if (S_ISREG(entry.st_mode) || S_ISLNK(entry.st_mode))
+            error = MirrorEntry(path, entry, destination + "/" + name);
+        if (!error.empty())
+            return error;
+        if (S_ISREG(entry.st_mode))
+            size += static_cast<std::uint64_t>(entry.st_size);
+    }
+
+    const FileDescriptor directory(
+        open(destination.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!directory.IsOpen() || fstat(directory.Get(), &old) != 0 ||
+        (!SameAttributes(info, old) && !GiveAttributes(directory.Get(), info)))
+        return Reason(destination);
+    return {};
+}
+
+void SettleCopy(const std::string& original, const std::string& copy) {
+    struct stat info {};
+    if (lstat(copy.c_str(), &info) != 0 || S_ISLNK(info.st_mode))
+        return;
+    if (S_ISDIR(info.st_mode)) {
+        if (const auto listing = ListDirectory(copy))
+            for (const std::string& name : listing->names)
+                SettleCopy(original + "/" + name, copy + "/" + name);
+    }
+    struct stat wanted {};
+    const FileDescriptor file = OpenForReading(copy);
+    const bool synced = file.IsOpen() && fsync(file.Get()) == 0;
+    if (!synced)
+        CountDiskFailure(errno);
+    if (S_ISDIR(info.st_mode))
+        return;
+    const bool whole = stat(original.c_str(), &wanted) == 0 && info.st_size == wanted.st_size;
+    if (!whole)
+        CountDiskFailure(ENOSPC);
+    if (!whole || !synced)
+        unlink(copy.c_str());
+}
+
+std::string MoveInto(const std::string& from, const std::string& to) {
+    const auto listing = ListDirectory(from);
+    if (!listing)
+        return Reason(from);
+    std::string error;
+    for (const std::string& name : listing->names) {
+        const std::string source = from + "/" + name;
+        const std::string target = to + "/" + name;
+        std::string failed;
+        if (CorrectPath(source) && CorrectPath(target)) {
+            failed = MoveInto(source, target);
+        } else if (!FileExist(target) || LinkTarget(source)) {
+            if (rename(source.c_str(), target.c_str()) != 0)
+                failed = Reason(target);
+        } else if (const ReadResult file = ReadFile(source); file.bytes) {
+            failed = ReplaceFile(target, *file.bytes);
+        } else {
+            failed = source + ": " + file.error;
+        }
+        if (error.empty())
+            error = failed;
+    }
+    return error;
+}
+
+}  // namespace Configuration
