@@ -89,9 +89,9 @@ public:
     /// The error text of the last command that sent it to appliance.lastError.
     std::string ReadLastError() const;
 
-    /// Copies a file or directory of the factory tree with `cp` and `options`, beside the target and
-    /// renamed over it, so that no cut file ever stands there: after a copy that failed the target
-    /// is as it was. Returns what the shell returned.
+    /// Copies a file or directory of the factory tree with `cp` and `options`, beside the target
+    /// and renamed over it, so that no cut file ever stands there: after a copy that failed the
+    /// target is as it was. Returns what the shell returned.
     int CopyWhole(const std::string& options, const std::string& source, const std::string& target);
 
     // The recovery copy of the live tree.

@@ -22,7 +22,9 @@
 #include "store/file_io.h"
 #include "store/tree_mirror.h"
 
+using Configuration::By;
 using Configuration::FileError;
+using Configuration::MirrorTree;
 using Configuration::MultiSectionFile;
 
 namespace {
@@ -41,12 +43,6 @@ std::string ReadStamp(const std::string& directory) {
     }
 }
 
-bool SyncFileSystem(const std::string& directory) {
-    const platform::FileDescriptor file(
-        open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return file.IsOpen() && syncfs(file.Get()) == 0;
-}
-
 /// Whether the file system behind a path has room for another `size` bytes. One that does not know
 /// its own size has.
 bool HasRoom(const std::string& path, std::uint64_t size) {
@@ -57,13 +53,13 @@ bool HasRoom(const std::string& path, std::uint64_t size) {
 }
 
 /// Copies the tree to `temporary`, on the disk. The reason in words when it can't.
-std::string CopyTree(const std::string& tree, const std::string& temporary) {
+std::string CopyTree(const std::string& tree, const std::string& temporary, By by) {
     std::uint64_t size = 0;
-    std::string error = Configuration::MirrorTree(tree, temporary, size);
+    std::string error = MirrorTree(tree, temporary, by, size);
     // An upgrade that ends on a full disk for the sake of the copy would be worse than none.
-    if (error.empty() && !HasRoom(temporary, size))
+    if (error.empty() && by == By::Copying && !HasRoom(temporary, size))
         error = std::strerror(ENOSPC);
-    if (error.empty() && !SyncFileSystem(temporary))
+    if (error.empty() && !FileUtility::SyncFileSystem(temporary))
         error = std::strerror(errno);
     return error;
 }
@@ -90,14 +86,17 @@ bool ConfigUpgrader::PutBackInterrupted() {
     // Only the end of an upgrade writes the stamp, and never the one that is there.
     const std::string stamp = ReadStamp(liveTree);
     if (!stamp.empty() && stamp != ReadStamp(recoveryCopy)) {
-        report += "\tlast upgrade was finished, its recovery copy " + recoveryCopy + " is removed\n";
+        report +=
+            "\tlast upgrade was finished, its recovery copy " + recoveryCopy + " is removed\n";
         RemoveRecoveryCopy();
         return true;
     }
     report += "\tlast upgrade was interrupted, ";
     std::uint64_t size = 0;
-    std::string error = Configuration::MirrorTree(recoveryCopy, liveTree, size);
-    if (error.empty() && !SyncFileSystem(liveTree))
+    std::string error = MirrorTree(recoveryCopy, liveTree, By::Copying, size);
+    if (!error.empty() && MirrorTree(recoveryCopy, liveTree, By::Linking, size).empty())
+        error.clear();
+    if (error.empty() && !FileUtility::SyncFileSystem(liveTree))
         error = std::strerror(errno);
     if (!error.empty()) {
         report += "can't put back configuration from " + recoveryCopy + " (" + error +
@@ -113,20 +112,27 @@ void ConfigUpgrader::MakeRecoveryCopy() {
     if (hasRecoveryCopy)
         return;
     const std::string temporary = recoveryCopy + Configuration::temporarySuffix;
-    std::string error = CopyTree(liveTree, temporary);
+    std::string error = CopyTree(liveTree, temporary, By::Copying);
+    if (!error.empty()) {
+        // Without room for the files, links to them serve as well: they are replaced by what the
+        // upgrade saves, never written into.
+        FileUtility::RemoveDirOrFile(temporary);
+        if (CopyTree(liveTree, temporary, By::Linking).empty()) {
+            report += "\tcan't make recovery copy " + recoveryCopy + " (" + error +
+                      "), its files are linked\n";
+            error.clear();
+        }
+    }
     if (error.empty() && rename(temporary.c_str(), recoveryCopy.c_str()) != 0)
         error = std::strerror(errno);
-    if (error.empty() && !SyncFileSystem(recoveryCopy))  // the name, too
-        error = std::strerror(errno);
-    if (error.empty()) {
-        hasRecoveryCopy = true;
+    if (!error.empty()) {
+        FileUtility::RemoveDirOrFile(temporary);
+        report += "\tcan't make recovery copy " + recoveryCopy + " (" + error +
+                  "), upgrade goes on without it\n";
         return;
     }
-    FileUtility::RemoveDirOrFile(temporary);
-    if (rename(recoveryCopy.c_str(), temporary.c_str()) == 0)
-        FileUtility::RemoveDirOrFile(temporary);
-    report += "\tcan't make recovery copy " + recoveryCopy + " (" + error +
-              "), upgrade goes on without it\n";
+    FileUtility::SyncFileSystem(recoveryCopy);  // its name; without it, the live tree is as it was
+    hasRecoveryCopy = true;
 }
 
 /// Takes the copy's name away first: what is left of a removal that is interrupted must not be
@@ -136,8 +142,8 @@ void ConfigUpgrader::RemoveRecoveryCopy() {
     hasRecoveryCopy = false;
     if (rename(recoveryCopy.c_str(), temporary.c_str()) != 0 ||
         !FileUtility::RemoveDirOrFile(temporary))
-        report += "\tcan't remove recovery copy " + recoveryCopy + " (" + std::strerror(errno) +
-                  ")\n";
+        report +=
+            "\tcan't remove recovery copy " + recoveryCopy + " (" + std::strerror(errno) + ")\n";
 }
 
 /// Whether the disk refused something that the next start can still mend. An upgrade that began

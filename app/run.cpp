@@ -1,13 +1,11 @@
 // The order of the run, and the restore paths of the two main databases.
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdlib>
 
 #include "app/config_upgrader.h"
 #include "platform/disk_failures.h"
-#include "platform/file_descriptor.h"
 #include "platform/thread.h"
 #include "util/numbers.h"
 #include "util/shell.h"
@@ -219,17 +217,14 @@ void ConfigUpgrader::ReadFactoryLists() {
 bool ConfigUpgrader::SyncTree() const {
     bool synced = false;  // what the last one, configRoot, says
     for (const std::string& path :
-         {appliance.usbVoiceData, appliance.internalVoiceData, configRoot}) {
-        const platform::FileDescriptor directory(
-            open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-        synced = directory.IsOpen() && syncfs(directory.Get()) == 0;
-    }
+         {appliance.usbVoiceData, appliance.internalVoiceData, configRoot})
+        synced = FileUtility::SyncFileSystem(path);
     return synced;
 }
 
 /// Brings the upgrade to its end, in this order: all changes are durable, the stamp is durable, the
-/// recovery copy goes. A power cut may cost the stamp, never leave it on a half-upgraded tree. False
-/// when the next start has to begin again.
+/// recovery copy goes. A power cut may cost the stamp, never leave it on a half-upgraded tree.
+/// False when the next start has to begin again.
 bool ConfigUpgrader::FinishUpgrade() {
     if (upToDate)
         return true;
@@ -262,8 +257,8 @@ ConfigUpgrader::~ConfigUpgrader() {
         if (hasRecoveryCopy && finished)
             RemoveRecoveryCopy();
         else if (hasRecoveryCopy)
-            report += "\tupgrade is not finished, next start begins again from " + recoveryCopy +
-                      "\n";
+            report +=
+                "\tupgrade is not finished, next start begins again from " + recoveryCopy + "\n";
         FlushReport();
     } catch (const std::exception&) {  // out of memory: nothing can be written any more
     }

@@ -71,6 +71,12 @@ bool IsOwnDirectory(const std::string& path) {
     return lstat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
+bool SyncFileSystem(const std::string& directory) {
+    const platform::FileDescriptor file(
+        open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return file.IsOpen() && syncfs(file.Get()) == 0;
+}
+
 std::uint64_t GetVmStorageSize(const std::string& path, bool) {
     struct statvfs info {};
     if (statvfs(path.c_str(), &info) != 0)

@@ -25,6 +25,10 @@ bool IsThere(const std::string& path);
 /// Whether the path is a directory itself, not a link to one.
 bool IsOwnDirectory(const std::string& path);
 
+/// Brings all that was written to the file system of a directory to its disk. False, with errno
+/// set, when that failed.
+bool SyncFileSystem(const std::string& directory);
+
 /// Total bytes of the file system behind the path, 0 when it cannot be read.
 std::uint64_t GetVmStorageSize(const std::string& path, bool flag);
 

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 
 #include "app/config_upgrader.h"
@@ -79,10 +80,18 @@ int ConfigUpgrader::CopyWhole(const std::string& options, const std::string& sou
     const std::string temporary = place + Configuration::temporarySuffix;
     FileUtility::RemoveDirOrFile(temporary);
     const int result = appliance.runShell(command + ShellPath(temporary));
-    Configuration::SettleCopy(source, temporary);
-    if (FileUtility::IsThere(temporary) && std::rename(temporary.c_str(), place.c_str()) != 0) {
+    if (!FileUtility::IsThere(temporary))
+        return result;
+    std::string error = Configuration::CompleteCopy(source, temporary);
+    // Where there is a copy to begin again from, one sync at the end of the upgrade is enough.
+    if (error.empty() && !hasRecoveryCopy && !FileUtility::SyncFileSystem(configRoot))
+        error = std::string("can't sync: ") + std::strerror(errno);
+    if (error.empty() && std::rename(temporary.c_str(), place.c_str()) != 0)
+        error = std::string("can't rename the new file: ") + std::strerror(errno);
+    if (!error.empty()) {
         CountDiskFailure(errno);
         FileUtility::RemoveDirOrFile(temporary);
+        Trace(1, "MINOR ERROR: Can't save file: %s (%s)\n", target.c_str(), error.c_str());
     }
     return result;
 }

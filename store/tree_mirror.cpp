@@ -124,6 +124,8 @@ std::string CopyLink(const std::string& source, const struct stat& info, const s
 
 bool IsSame(const std::string& source, const struct stat& from, const std::string& destination,
             const struct stat& to) {
+    if (from.st_dev == to.st_dev && from.st_ino == to.st_ino)
+        return true;
     if (!SameAttributes(from, to) || from.st_size != to.st_size)
         return false;
     return S_ISLNK(from.st_mode) ? LinkTarget(source) == LinkTarget(destination)
@@ -133,7 +135,7 @@ bool IsSame(const std::string& source, const struct stat& from, const std::strin
 /// A regular file or a link: made beside the destination and renamed, so that it is whole there,
 /// old or new.
 std::string MirrorEntry(const std::string& source, const struct stat& info,
-                        const std::string& destination) {
+                        const std::string& destination, By by) {
     struct stat old {};
     const bool exists = lstat(destination.c_str(), &old) == 0;
     if (exists && IsSame(source, info, destination, old))
@@ -142,8 +144,13 @@ std::string MirrorEntry(const std::string& source, const struct stat& info,
         return Reason(destination);
     const std::string temporary = destination + temporarySuffix;
     FileUtility::RemoveDirOrFile(temporary);
-    std::string error = S_ISLNK(info.st_mode) ? CopyLink(source, info, temporary)
-                                              : CopyFile(source, info, temporary);
+    std::string error;
+    if (S_ISLNK(info.st_mode))
+        error = CopyLink(source, info, temporary);
+    else if (by == By::Copying)
+        error = CopyFile(source, info, temporary);
+    else if (link(source.c_str(), temporary.c_str()) != 0)
+        error = Reason(temporary);
     if (error.empty() && rename(temporary.c_str(), destination.c_str()) != 0)
         error = Reason(destination);
     if (!error.empty())
@@ -164,7 +171,7 @@ bool IsTemporary(const std::string& name) {
 
 }  // namespace
 
-std::string MirrorTree(const std::string& source, const std::string& destination,
+std::string MirrorTree(const std::string& source, const std::string& destination, By by,
                        std::uint64_t& size) {
     struct stat info {};
     auto from = ListDirectory(source);
@@ -195,9 +202,9 @@ std::string MirrorTree(const std::string& source, const std::string& destination
             return Reason(path);
         std::string error;
         if (S_ISDIR(entry.st_mode))
-            error = MirrorTree(path, destination + "/" + name, size);
+            error = MirrorTree(path, destination + "/" + name, by, size);
         else if (S_ISREG(entry.st_mode) || S_ISLNK(entry.st_mode))
-            error = MirrorEntry(path, entry, destination + "/" + name);
+            error = MirrorEntry(path, entry, destination + "/" + name, by);
         if (!error.empty())
             return error;
         if (S_ISREG(entry.st_mode))
@@ -212,27 +219,19 @@ std::string MirrorTree(const std::string& source, const std::string& destination
     return {};
 }
 
-void SettleCopy(const std::string& original, const std::string& copy) {
+std::string CompleteCopy(const std::string& original, const std::string& copy) {
     struct stat info {};
-    if (lstat(copy.c_str(), &info) != 0 || S_ISLNK(info.st_mode))
-        return;
+    if (lstat(copy.c_str(), &info) != 0)
+        return Reason(copy);
+    if (S_ISLNK(info.st_mode))
+        return {};
+    const std::string source = BehindLinks(original);
     if (S_ISDIR(info.st_mode)) {
-        if (const auto listing = ListDirectory(copy))
-            for (const std::string& name : listing->names)
-                SettleCopy(original + "/" + name, copy + "/" + name);
+        std::uint64_t size = 0;
+        return MirrorTree(source, copy, By::Copying, size);
     }
-    struct stat wanted {};
-    const FileDescriptor file = OpenForReading(copy);
-    const bool synced = file.IsOpen() && fsync(file.Get()) == 0;
-    if (!synced)
-        CountDiskFailure(errno);
-    if (S_ISDIR(info.st_mode))
-        return;
-    const bool whole = stat(original.c_str(), &wanted) == 0 && info.st_size == wanted.st_size;
-    if (!whole)
-        CountDiskFailure(ENOSPC);
-    if (!whole || !synced)
-        unlink(copy.c_str());
+    return lstat(source.c_str(), &info) == 0 ? MirrorEntry(source, info, copy, By::Copying)
+                                             : Reason(original);
 }
 
 std::string MoveInto(const std::string& from, const std::string& to) {

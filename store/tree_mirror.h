@@ -5,20 +5,24 @@
 
 namespace Configuration {
 
+/// How MirrorTree gives a file to the other tree. A link needs no room; it serves where nobody
+/// writes into the file itself, as no save does.
+enum class By { Copying, Linking };
+
 /// Makes the directory `destination` hold what `source` holds, with modes, owners and times:
 /// entries that differ or are missing are replaced, entries that `source` lacks are removed, all
 /// else is not touched. Symbolic links are copied as links. FIFOs, sockets and devices hold no
-/// settings: they are neither copied nor removed. The temporaries of saves are not copied. Called again after it was interrupted, it goes
-/// on. Nothing is synced.
+/// settings: they are neither copied nor removed. The temporaries of saves are not copied. Called
+/// again after it was interrupted, it goes on. Nothing is synced.
 ///
 /// Returns the reason in words on failure, with the rest not done; an empty text on success. Adds
 /// the bytes of all regular files of `source` to `size`.
-std::string MirrorTree(const std::string& source, const std::string& destination,
+std::string MirrorTree(const std::string& source, const std::string& destination, By by,
                        std::uint64_t& size);
 
-/// Brings a copy that the shell made at `copy` to the disk. A file that is shorter or longer than
-/// its original (a full disk cut it) is removed; of a directory the whole files stay.
-void SettleCopy(const std::string& original, const std::string& copy);
+/// Completes a copy of a file or directory that the shell made: what a full disk cut or left out is
+/// copied again. Returns the reason in words when that fails, too.
+std::string CompleteCopy(const std::string& original, const std::string& copy);
 
 /// Moves what the directory `from` holds into the directory `to`: a new file comes with its mode, a
 /// file that exists there gets the bytes and keeps its own mode and owner, directories are merged.

@@ -121,9 +121,9 @@ TEST(Run, EndsWhenARestoreCannotHelp) {
             };
             ConfigUpgrader upgrader(site.appliance);
             upgrader.Run();
-            EXPECT_EQ(commands, std::vector<std::string>{"cp -p " + site.Factory("04-lines/") +
-                                                         file + " " + site.Live(file) +
-                                                         ".mend-tmp"});
+            EXPECT_EQ(commands,
+                      std::vector<std::string>{"cp -p " + site.Factory("04-lines/") + file + " " +
+                                               site.Live(file) + ".mend-tmp"});
             upgrader.FlushReport();
             const std::string text = upgrader.report + site.Read(site.appliance.log);
             // cp that ran without making the file: the second opening fails, and says so.

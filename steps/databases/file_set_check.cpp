@@ -1,16 +1,13 @@
 // Makes the live directory complete: what the factory tree has and the live tree lacks is copied,
 // what exists on both sides is queued for the per-file checks.
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 
 #include "app/config_upgrader.h"
-#include "platform/file_descriptor.h"
 #include "platform/file_utility.h"
+#include "store/file_io.h"
 #include "util/directory.h"
 #include "util/lists.h"
 #include "util/shell.h"
@@ -211,12 +208,12 @@ void ConfigUpgrader::QueueForMerge(const std::string& name, const std::string& l
 /// Old sip.cfg files end without a line end, which made the first entry added behind part of the
 /// last line.
 void ConfigUpgrader::EndSipFile(const std::string& path) {
-    platform::FileDescriptor file(
-        open(path.c_str(), O_RDWR | O_APPEND | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-    if (!file.IsOpen()) {
+    const Configuration::ReadResult file = Configuration::ReadFile(path);
+    if (!file.bytes) {
         report += "\n\n\t\tsip.cfg open error!!!\n\n ";
         return;
     }
-    if (write(file.Get(), "\n", 1) != 1)
-        Trace(1, "MINOR ERROR: Can't save file: %s (%s)\n", path.c_str(), std::strerror(errno));
+    const std::string error = Configuration::ReplaceFile(path, *file.bytes + "\n");
+    if (!error.empty())
+        Trace(1, "MINOR ERROR: Can't save file: %s (%s)\n", path.c_str(), error.c_str());
 }

@@ -100,8 +100,8 @@ void ConfigUpgrader::UpdateDialPlan() {
         Trace(3, "%s.\n", "File  dialplan.cfg is copied from default-conf ");
         const std::string factoryPath = appliance.factoryTelephony + "dialplan.cfg";
         const bool failed = ShellFailed(CopyWhole("-p -r", factoryPath, path));
-        Trace(3, "cp -p -r %s %s - %s.\n", ShellPath(factoryPath).c_str(),
-              ShellPath(path).c_str(), failed ? "Failed" : "Success");
+        Trace(3, "cp -p -r %s %s - %s.\n", ShellPath(factoryPath).c_str(), ShellPath(path).c_str(),
+              failed ? "Failed" : "Success");
         if (!timeout)
             return;
         MultiSectionFile dialPlan(path, false);

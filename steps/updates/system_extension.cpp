@@ -47,7 +47,9 @@ std::string ConfigUpgrader::CopyAttendantToSystem() {
     const std::string system = configRoot + "system";
     const std::string gathered = system + Configuration::temporarySuffix;
     FileUtility::RemoveDirOrFile(gathered);
-    const bool isGathered = CorrectPath(system) && mkdir(gathered.c_str(), 0777) == 0;
+    const bool isGathered = CorrectPath(system);
+    if (isGathered)
+        mkdir(gathered.c_str(), 0777);  // where it can't be made, cp says so
     const std::string outcome = RunWithErrorText("cp -Rf " + ShellPath(configRoot + "00/") + "* " +
                                                  ShellPath(isGathered ? gathered : system));
     if (outcome == "Success" && isGathered) {

@@ -61,6 +61,7 @@ void Site::SetLiveVersion(const std::string& version) const {
 }
 
 std::string Site::Upgrade() const {
+    setenv("ORIX_PATH", appliance.liveConf.c_str(), 1);  // there may be another site
     const std::size_t before = Exists(appliance.log) ? Read(appliance.log).size() : 0;
     {
         ConfigUpgrader upgrader(appliance);

@@ -1,0 +1,94 @@
+#!/usr/bin/env bash
+# Kills an upgrade at its system calls, one after the other, and runs it again: the tree must be the
+# one that an undisturbed upgrade gives, byte for byte, with nothing left of the first attempt.
+#
+# usage: tests/interrupted_runs.sh UPGRADE_AT [--every N] [LABEL...]
+#
+# UPGRADE_AT is the program of that name from a build with tests. With --every N only each N-th
+# point is tried; without labels, all three.
+set -euo pipefail
+
+# shellcheck source=tests/lib/appliance.sh
+. "$(dirname "${BASH_SOURCE[0]}")/lib/appliance.sh"
+
+upgrade=$(realpath -- "$1")
+shift
+every=1
+if [ "${1-}" = --every ]; then
+    every=$2
+    shift 2
+fi
+labels=("$@")
+[ "${#labels[@]}" -gt 0 ] || labels=(2.2.0 3.0.1 4.1.0)
+
+# In memory: what is durable when the power goes is the order of the calls, not the disk's speed.
+base=/dev/shm
+[ -d "$base" ] && [ -w "$base" ] || base=${TMPDIR:-/tmp}
+work=$(mktemp -d "$base/interrupted.XXXXXX")
+trap 'rm -rf -- "$work"' EXIT
+
+# Every call that changes a file, a name or an attribute, and those that make it last. A file that
+# was created and not written yet differs from none only by its name: that is the call openat.
+calls=rename,unlink,unlinkat,rmdir,mkdir,symlink,write,fsync,syncfs,chmod,fchmod,fchown,lchown,utimensat
+calls_of_cp=openat,copy_file_range,write,mkdir,fchmod,fchown,utimensat
+
+# points STRACE_OPTION...: "CALL K" for every call of a run that changes something. strace counts
+# per process, so without -f these are setupmend's own.
+points() {
+    local wanted=$1
+    shift
+    rm -rf "$work/tree"
+    cp -a "$work/before" "$work/tree"
+    strace "$@" -o "$work/trace" -e trace="$wanted,openat" -e signal=none "$upgrade" "$work/tree" >/dev/null 2>&1
+    # An openat that creates nothing changes nothing, but is counted.
+    awk '{
+        pid = $1 ~ /^[0-9]+$/ ? $1 : 0
+        sub(/^[0-9]+ +/, "")
+        call = $0; sub(/\(.*/, "", call)
+        if (call !~ /^[a-z_0-9]+$/) next
+        ++count[pid, call]
+        if (call == "openat" && $0 !~ /O_CREAT/) next
+        if (!seen[call, count[pid, call]]++) print call, count[pid, call]
+    }' "$work/trace"
+}
+
+tried=0
+failed=0
+# try CALL K STRACE_OPTION...
+try() {
+    local call=$1 number=$2 killed=0 status=0
+    shift 2
+    rm -rf "$work/tree"
+    cp -a "$work/before" "$work/tree"
+    strace "$@" -o /dev/null -e trace="$call" -e signal=none \
+        -e inject="$call:signal=KILL:when=$number" "$upgrade" "$work/tree" >/dev/null || killed=$?
+    "$upgrade" "$work/tree" >/dev/null 2>&1 || status=$?
+    manifest "$work/tree" >"$work/after"
+    tried=$((tried + 1))
+    if [ "$killed" -ne 137 ] || [ "$status" -ne 0 ] || ! cmp -s "$work/expected" "$work/after"; then
+        failed=$((failed + 1))
+        echo "FAILED: from $label, to be killed at $call $number $*: exit statuses $killed, $status"
+        diff "$work/expected" "$work/after" | head -n 10 || true
+    fi
+}
+
+for label in "${labels[@]}"; do
+    rm -rf "$work/before" "$work/tree"
+    make_appliance "$work/before" "$label" "$upgrade"
+    cp -a "$work/before" "$work/tree"
+    "$upgrade" "$work/tree"
+    manifest "$work/tree" >"$work/expected"
+    if grep -F 'mend-' "$work/expected"; then
+        echo "FAILED: from $label: an undisturbed upgrade leaves something"
+        failed=$((failed + 1))
+    fi
+    before=$tried
+    points "$calls" | awk -v every="$every" 'NR % every == 0' >"$work/own"
+    points "$calls_of_cp" -f | awk '$2 <= 6' | awk -v every="$every" 'NR % every == 0' >"$work/cp"
+    # The shell says "Killed" each time.
+    while read -r call number; do try "$call" "$number"; done <"$work/own" 2>/dev/null
+    while read -r call number; do try "$call" "$number" -f; done <"$work/cp" 2>/dev/null
+    echo "from $label: $((tried - before)) points"
+done
+echo "$tried interrupted runs, $failed failed"
+[ "$tried" -gt 0 ] && [ "$failed" -eq 0 ]
