@@ -14,6 +14,7 @@
 #include "store/config_file.h"
 #include "store/multi_section_file.h"
 #include "util/directory.h"
+#include "util/lists.h"
 
 using SectionFile = std::unique_ptr<Configuration::MultiSectionFile>;
 using FlatFile = std::unique_ptr<Configuration::ConfigFile>;
@@ -175,11 +176,11 @@ public:
     SectionFile defaultExtensionDb;
     SectionFile lineDb;
     SectionFile extensionDb;
-    std::vector<std::string> liveExtensions;
-    std::vector<std::string> defaultExtensions;
-    std::vector<std::string> routingExtensions;  // taken to be in routing mode
-    std::vector<std::string> liveAttendants;
-    std::vector<std::string> defaultAttendants;
+    NameList liveExtensions;
+    NameList defaultExtensions;
+    NameList routingExtensions;  // taken to be in routing mode
+    NameList liveAttendants;
+    NameList defaultAttendants;
     std::deque<std::pair<std::string, std::string>> mergeList;  // live file, factory file
     std::string targetVersion;                                  // stamped at the end unless empty
     std::string liveVersion;
@@ -237,8 +238,7 @@ private:
     void MakeAttendantDirectory();
     bool WriteSplitFile(const std::string& extension, const SplitFile& file, bool hasLine);
     void WriteExtensionIndex(bool attendantMoved);
-    void ConvertMailboxSizes(Configuration::MultiSectionFile& old,
-                             const std::vector<std::string>& mailboxes);
+    void ConvertMailboxSizes(Configuration::MultiSectionFile& old, const NameList& mailboxes);
     bool MoveMailbox(Configuration::MultiSectionFile& old, const std::string& extension);
     void CopyMailboxTemplate(const std::string& extension, const std::string& directory);
     std::string MoveAttendantRecordings(const std::string& oldFolder);
@@ -270,7 +270,7 @@ private:
     void TraceInvalidFxoFile(const std::string& path);
     std::string CallerType(const std::string& number, const std::string& host) const;
 
-    void CheckTemplate(const std::vector<std::string>& names, const std::string& liveDir,
+    void CheckTemplate(const NameList& names, const std::string& liveDir,
                        const std::string& templateDir);
     void CheckDirectory(const std::string& name, const std::string& liveDir,
                         std::string defaultPath);

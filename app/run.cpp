@@ -46,8 +46,7 @@ const VersionedStep versionedSteps[] = {
 
 /// Appends the values of a section's entries to a list. An empty value is no extension number, nor
 /// is one that would lead out of the telephony directory: the steps take them for directory names.
-void AppendValues(MultiSectionFile& file, const std::string& section,
-                  std::vector<std::string>& list) {
+void AppendValues(MultiSectionFile& file, const std::string& section, NameList& list) {
     if (!file.GotoSection(section))
         return;
     for (const Configuration::Entry& entry : file.SectionEntries())

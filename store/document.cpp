@@ -70,6 +70,7 @@ Document::Document(std::string bytes, Layout layout, const std::string& path)
 }
 
 void Document::Reset() {
+    entryKeys_ = topKeys_ = {};
     byName_.clear();
     namesIndexed_ = namesRepeat_ = false;
     sections_.clear();
@@ -200,6 +201,8 @@ void Document::Restart() {
 }
 
 void Document::MakeCurrent(Sections::iterator section) {
+    if (section != current_ || !isCurrent_)
+        entryKeys_ = {};
     current_ = section;
     isCurrent_ = true;
     RestartEntries(Scope::Section);
@@ -264,6 +267,8 @@ bool Document::AddSection(std::string_view name) {
 bool Document::DeleteSection() {
     if (!isCurrent_)
         return false;
+    entryKeys_ = {};
+    topKeys_.Undo();
     const auto previous = std::prev(current_);
     if (topCursor_.section == current_) {
         topCursor_.section = previous;
@@ -340,20 +345,57 @@ void Document::ChangeValue(Line& line, std::string_view value) {
     line.length = static_cast<std::uint32_t>(kept.size());
 }
 
-Document::Place Document::FindPlace(Scope scope, std::string_view key) {
-    key = Trimmed(key);
-    const bool inSection = scope == Scope::Section;
-    if (key.empty() || (inSection && !isCurrent_))
-        return {};
-    auto section = inSection ? current_ : sections_.begin();
-    const auto end = inSection ? std::next(section) : sections_.end();
+void Document::KeyIndex::Note(std::string_view key, Place place) {
+    if (made)
+        places.try_emplace(key, place);
+}
+
+void Document::KeyIndex::Undo() {
+    if (made)
+        limit *= 4;
+    places.clear();
+    made = false;
+    scanned = 0;
+}
+
+/// Calls `visit` for each entry of a scope with its key and place, until it returns true.
+template <typename Visit>
+void Document::VisitPlaces(Scope scope, Visit visit) {
+    std::size_t& seen = KeysOf(scope).scanned;
+    auto section = scope == Scope::Section ? current_ : sections_.begin();
+    const auto end = scope == Scope::Section ? std::next(section) : sections_.end();
     for (; section != end; ++section) {
         const Lines& lines = (*section).*PartOf(scope);
-        for (std::size_t i = 0; i < lines.size(); ++i)
-            if (lines[i].Key() == key)
-                return {section, i, true};
+        ++seen;
+        for (std::size_t i = 0; i < lines.size(); ++i, ++seen)
+            if (lines[i].IsEntry() && visit(lines[i].Key(), Place{section, i, true}))
+                return;
     }
-    return {};
+}
+
+Document::Place Document::FindPlace(Scope scope, std::string_view key) {
+    key = Trimmed(key);
+    if (key.empty() || (scope == Scope::Section && !isCurrent_))
+        return {};
+    KeyIndex& keys = KeysOf(scope);
+    if (!keys.made && keys.scanned > keys.limit) {
+        VisitPlaces(scope, [&](std::string_view name, Place place) {
+            keys.places.try_emplace(name, place);
+            return false;
+        });
+        keys.made = true;
+    }
+    Place found;
+    if (keys.made) {
+        const auto known = keys.places.find(key);
+        return known == keys.places.end() ? found : known->second;
+    }
+    VisitPlaces(scope, [&](std::string_view name, Place place) {
+        if (name == key)
+            found = place;
+        return found.found;
+    });
+    return found;
 }
 
 bool Document::Find(Scope scope, std::string_view key, std::string_view& value) {
@@ -385,7 +427,9 @@ bool Document::Add(Scope scope, std::string_view key, std::string_view value) {
         std::size_t index = body.size() - 1;  // of "}"
         while (index > current_->open + 1 && !body[index - 1].IsEntry())
             --index;
-        body.insert(body.begin() + static_cast<std::ptrdiff_t>(index), EntryLine(key, value));
+        const Line line = EntryLine(key, value);
+        body.insert(body.begin() + static_cast<std::ptrdiff_t>(index), line);
+        entryKeys_.Note(line.Key(), {current_, index, true});
         return true;
     }
     // Behind the last top-level entry, or else directly before the first section.
@@ -401,7 +445,9 @@ bool Document::Add(Scope scope, std::string_view key, std::string_view value) {
             index = lines.size();
         if (index > 0)
             EndLine(lines[index - 1]);
-        lines.insert(lines.begin() + static_cast<std::ptrdiff_t>(index), EntryLine(key, value));
+        const Line line = EntryLine(key, value);
+        lines.insert(lines.begin() + static_cast<std::ptrdiff_t>(index), line);
+        topKeys_.Note(line.Key(), {section, index, true});
         return true;
     }
 }
@@ -410,6 +456,7 @@ bool Document::Delete(Scope scope, std::string_view key) {
     const Place place = FindPlace(scope, key);
     if (!place.found)
         return false;
+    KeysOf(scope).Undo();
     Lines& lines = (*place.section).*PartOf(scope);
     lines.erase(lines.begin() + static_cast<std::ptrdiff_t>(place.index));
     Cursor& cursor = CursorOf(scope);
@@ -493,6 +540,7 @@ bool Document::DeleteCurrentEntry(Scope scope) {
         return false;
     Cursor& cursor = CursorOf(scope);
     Lines& lines = (*cursor.section).*PartOf(scope);
+    KeysOf(scope).Undo();
     lines.erase(lines.begin() + cursor.index);
     cursor.onEntry = false;
     --cursor.index;

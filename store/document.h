@@ -125,6 +125,19 @@ private:
         bool found = false;
     };
 
+    /// Where each key of a scope stands first. Scanning the lines is quicker for a few look-ups, so
+    /// it is made when many lines were scanned, and later each time that a deletion undid it.
+    struct KeyIndex {
+        std::unordered_map<std::string_view, Place> places;
+        bool made = false;
+        std::size_t scanned = 0;
+        std::size_t limit = 512;  // lines
+
+        /// An entry was added behind all others.
+        void Note(std::string_view key, Place place);
+        void Undo();
+    };
+
     bool OnEntry(Scope scope) const {
         return CursorOf(scope).onEntry && (scope == Scope::TopLevel || isCurrent_);
     }
@@ -132,6 +145,7 @@ private:
         return scope == Scope::Section ? &Section::body : &Section::after;
     }
     Cursor& CursorOf(Scope scope) { return scope == Scope::Section ? entryCursor_ : topCursor_; }
+    KeyIndex& KeysOf(Scope scope) { return scope == Scope::Section ? entryKeys_ : topKeys_; }
     const Cursor& CursorOf(Scope scope) const {
         return scope == Scope::Section ? entryCursor_ : topCursor_;
     }
@@ -148,6 +162,8 @@ private:
     void EndLine(Line& line);
     void ChangeValue(Line& line, std::string_view value);
     Place FindPlace(Scope scope, std::string_view key);
+    template <typename Visit>
+    void VisitPlaces(Scope scope, Visit visit);
     void IndexNames();
     template <typename Visit>
     void ForEachEntry(Scope scope, Visit visit) const;
@@ -162,6 +178,9 @@ private:
     bool isCurrent_ = false;  // false: current_ is only where the walk stands
     Cursor entryCursor_;
     Cursor topCursor_;
+
+    KeyIndex entryKeys_;  // of the current section
+    KeyIndex topKeys_;
 
     // First section of each name. Built at the first look-up by name.
     std::unordered_map<std::string_view, Sections::iterator> byName_;

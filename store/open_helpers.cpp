@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <unordered_set>
 
 #include "app/config_upgrader.h"
 #include "platform/disk_failures.h"
@@ -100,25 +101,24 @@ bool ConfigUpgrader::MergeKeyedSections(MultiSectionFile* destination, MultiSect
                                         const std::string& keyName, const std::string& idKey) {
     if (destination == nullptr || source == nullptr || keyName.empty())
         return false;
+    // One walk over the destination; what is added below is added here as well.
+    std::unordered_set<std::string> known;
+    long largestId = 0;
+    const auto note = [&] {
+        if (const auto key = destination->GetSectionEntry(keyName))
+            known.insert(*key);
+        const std::string id = destination->GetSectionEntry(idKey).value_or("");
+        largestId = std::max(largestId, std::strtol(id.c_str(), nullptr, 10));
+    };
+    for (destination->Restart(); destination->GotoNextSection();)
+        note();
+
     bool added = false;
     for (source->Restart(); source->GotoNextSection();) {
         if (!source->SectionName().empty())
             continue;
         const auto key = source->GetSectionEntry(keyName);
-        if (!key)
-            continue;  // it cannot be told from another
-
-        bool exists = false;
-        long largestId = 0;
-        destination->Restart();
-        while (!exists && destination->GotoNextSection()) {
-            exists = destination->GetSectionEntry(keyName) == key;
-            if (exists || idKey.empty())
-                continue;
-            const std::string id = destination->GetSectionEntry(idKey).value_or("");
-            largestId = std::max(largestId, std::strtol(id.c_str(), nullptr, 10));
-        }
-        if (exists)
+        if (!key || known.count(*key) != 0)  // without a key it cannot be told from another
             continue;
         destination->AddSection(false);
         for (const Configuration::Entry& entry : source->SectionEntries())
@@ -127,6 +127,7 @@ bool ConfigUpgrader::MergeKeyedSections(MultiSectionFile* destination, MultiSect
         if (!idKey.empty())
             destination->SetSectionEntry(idKey, NumberToString(static_cast<std::int32_t>(
                                                     static_cast<std::uint32_t>(largestId) + 1)));
+        note();
         added = true;
     }
     return added;

@@ -2,12 +2,32 @@
 
 #include <algorithm>
 
-bool ListContains(const std::vector<std::string>& list, const std::string& text) {
-    return std::find(list.begin(), list.end(), text) != list.end();
+void NameList::push_back(std::string name) {
+    const std::string& kept = names_.emplace_back(std::move(name));
+    known_.insert(kept);
+    lengths_.insert(kept.size());
 }
 
-bool PathInList(const std::vector<std::string>& list, const std::string& path) {
-    return std::any_of(list.begin(), list.end(), [&](const std::string& name) {
-        return path.find(name + "/") != std::string::npos;
+void NameList::clear() {
+    known_.clear();
+    lengths_.clear();
+    names_.clear();
+}
+
+bool NameList::HasEndOf(std::string_view text) const {
+    return std::any_of(lengths_.begin(), lengths_.end(), [&](std::size_t length) {
+        return length <= text.size() && Contains(text.substr(text.size() - length));
     });
+}
+
+bool ListContains(const NameList& list, const std::string& text) {
+    return list.Contains(text);
+}
+
+bool PathInList(const NameList& list, const std::string& path) {
+    for (std::size_t slash = path.find('/'); slash != std::string::npos;
+         slash = path.find('/', slash + 1))
+        if (list.HasEndOf(std::string_view(path).substr(0, slash)))
+            return true;
+    return false;
 }

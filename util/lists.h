@@ -1,10 +1,60 @@
 #pragma once
 
+#include <cstddef>
+#include <deque>
+#include <initializer_list>
+#include <set>
 #include <string>
+#include <string_view>
+#include <unordered_set>
 #include <vector>
 
+/// Names in the order in which they were added, repeated ones included, with a look-up that does
+/// not depend on their number: a unit may have thousands of extensions.
+class NameList {
+public:
+    using const_iterator = std::deque<std::string>::const_iterator;
+    using iterator = const_iterator;
+    using value_type = std::string;
+
+    NameList() = default;
+    NameList(std::initializer_list<std::string> names) { Assign(names); }
+    NameList(const NameList& other) { Assign(other); }
+    NameList& operator=(const NameList&) = delete;
+    NameList& operator=(const std::vector<std::string>& names) { return Assign(names); }
+    NameList& operator=(std::initializer_list<std::string> names) { return Assign(names); }
+
+    void push_back(std::string name);
+    void clear();
+
+    const_iterator begin() const { return names_.begin(); }
+    const_iterator end() const { return names_.end(); }
+    std::size_t size() const { return names_.size(); }
+
+    bool Contains(std::string_view name) const { return known_.count(name) != 0; }
+    /// Whether a name of the list ends the text.
+    bool HasEndOf(std::string_view text) const;
+
+    bool operator==(const std::vector<std::string>& names) const {
+        return std::vector<std::string>(begin(), end()) == names;
+    }
+
+private:
+    template <typename Names>
+    NameList& Assign(const Names& names) {
+        clear();
+        for (const std::string& name : names)
+            push_back(name);
+        return *this;
+    }
+
+    std::deque<std::string> names_;  // never moved: the look-up holds views of them
+    std::unordered_set<std::string_view> known_;
+    std::set<std::size_t> lengths_;
+};
+
 /// True when an element equals `text`.
-bool ListContains(const std::vector<std::string>& list, const std::string& text);
+bool ListContains(const NameList& list, const std::string& text);
 
 /// True when, for some element e, e + "/" occurs anywhere inside `path`.
-bool PathInList(const std::vector<std::string>& list, const std::string& path);
+bool PathInList(const NameList& list, const std::string& path);

@@ -7,7 +7,6 @@
 
 #include "app/config_upgrader.h"
 #include "platform/file_utility.h"
-#include "util/lists.h"
 
 using Configuration::FileError;
 using Configuration::MultiSectionFile;

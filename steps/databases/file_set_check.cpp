@@ -9,7 +9,6 @@
 #include "platform/file_utility.h"
 #include "store/file_io.h"
 #include "util/directory.h"
-#include "util/lists.h"
 #include "util/shell.h"
 
 namespace {
@@ -109,8 +108,8 @@ void ConfigUpgrader::CheckFileSet(const std::string& liveDir, const std::string&
     report += "\t====exiting...\n";
 }
 
-void ConfigUpgrader::CheckTemplate(const std::vector<std::string>& names,
-                                   const std::string& liveDir, const std::string& templateDir) {
+void ConfigUpgrader::CheckTemplate(const NameList& names, const std::string& liveDir,
+                                   const std::string& templateDir) {
     for (const std::string& name : names) {
         CheckFileSet(liveDir + name + "/", templateDir, false);
         FlushReport();

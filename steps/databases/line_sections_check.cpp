@@ -1,7 +1,6 @@
 // Makes the per-line sections of a line database match the hardware and the extensions.
 
 #include "app/config_upgrader.h"
-#include "util/lists.h"
 #include "util/numbers.h"
 
 using Configuration::Entry;

@@ -5,7 +5,6 @@
 
 #include "app/config_upgrader.h"
 #include "platform/string_utils.h"
-#include "util/lists.h"
 
 namespace {
 

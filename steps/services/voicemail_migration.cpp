@@ -55,7 +55,7 @@ void ConfigUpgrader::MigrateVoicemail() {
     }
     report += "OK\n\n";
 
-    std::vector<std::string> mailboxes = liveExtensions;
+    NameList mailboxes = liveExtensions;
     mailboxes.push_back(attendantExtension);
     if (IsVersionBelow("2.4.4"))
         ConvertMailboxSizes(*old, mailboxes);
@@ -69,8 +69,7 @@ void ConfigUpgrader::MigrateVoicemail() {
 
 /// Replaces every mailbox size by its share of the storage or, where the storage's size cannot be
 /// told, of the sum of all mailboxes. In memory only: the old file is never saved.
-void ConfigUpgrader::ConvertMailboxSizes(MultiSectionFile& old,
-                                         const std::vector<std::string>& mailboxes) {
+void ConfigUpgrader::ConvertMailboxSizes(MultiSectionFile& old, const NameList& mailboxes) {
     std::uint64_t size = appliance.voiceStorageSize(
         storageType == "bbram" ? appliance.internalVoiceData : appliance.usbVoiceData);
     if (size == 0)

@@ -6,7 +6,6 @@
 
 #include "app/config_upgrader.h"
 #include "platform/string_utils.h"
-#include "util/lists.h"
 #include "util/shell.h"
 
 using Configuration::ConfigFile;

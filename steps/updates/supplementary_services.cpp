@@ -5,10 +5,10 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <map>
 
 #include "app/config_upgrader.h"
 #include "platform/sip_address.h"
-#include "util/lists.h"
 #include "util/numbers.h"
 
 using Configuration::ConfigFile;
@@ -186,14 +186,6 @@ ServiceFlags ReadServiceFlags(ConfigFile& services) {
     return flags;
 }
 
-/// Goes to a caller's section of the address patterns.
-bool GotoCaller(MultiSectionFile& patterns, const std::string& caller, const std::string& type) {
-    for (patterns.Restart(); patterns.GotoNextSection();)
-        if (Value(patterns, "address") == caller && Value(patterns, "type") == type)
-            return true;
-    return false;
-}
-
 void AddCaller(MultiSectionFile& patterns, const CallerRecord& record, const std::string& id) {
     patterns.AddSection(false);
     patterns.SetSectionEntry("section_id", id);
@@ -248,8 +240,9 @@ private:
             MergeDatabase(database, flags, patterns);
         Save(patterns);
         upgrader_.Trace(3, "Starting merge non \"any\" callers with \"any\" caller.\n");
-        if (GotoCaller(patterns, "any", ""))
-            InheritFromAny(patterns);
+        const auto any = ids_.find({"any", ""});
+        if (any != ids_.end())
+            InheritFromAny(patterns, any->second);
         upgrader_.Trace(3, "Merge Done.\n");
         upgrader_.Trace(3, "Removing ald services DBs.\n");
         // What could not be saved in its new form stays in its old one.
@@ -265,7 +258,9 @@ private:
     void ReadKnownCallers(MultiSectionFile& patterns) {
         for (patterns.Restart(); patterns.GotoNextSection();) {
             const std::string type = Value(patterns, "type");
-            callerKeys_.push_back(type + (type.empty() ? "" : "_") + Value(patterns, "address"));
+            const std::string address = Value(patterns, "address");
+            callerKeys_.push_back(type + (type.empty() ? "" : "_") + address);
+            ids_.try_emplace({address, type}, Value(patterns, "section_id"));
             if (const auto id = patterns.GetSectionEntry("section_id"))
                 nextId_ = std::max(nextId_, std::int64_t{StringToNumber<int>(*id)} + 1);
         }
@@ -282,19 +277,21 @@ private:
             const bool known = ListContains(callerKeys_, record.key);
             std::string id = NumberToString(nextId_);
             if (known) {
-                if (!GotoCaller(patterns, record.caller, record.type)) {
+                const auto found = ids_.find({record.caller, record.type});
+                if (found == ids_.end()) {
                     upgrader_.Trace(1,
                                     "MINOR ERROR: section not found in addresspattern file for "
                                     "caller: %s, type:%s.\n",
                                     record.caller.c_str(), record.type.c_str());
                     continue;
                 }
-                id = Value(patterns, "section_id");
+                id = found->second;
             }
             MultiSectionFile services(At("supservices_" + id), true);
             if (!known) {
                 AddCaller(patterns, record, id);
                 callerKeys_.push_back(record.key);
+                ids_.try_emplace({record.caller, record.type}, id);
                 ++nextId_;
                 AddServiceSections(services, flags);
             }
@@ -303,9 +300,7 @@ private:
         }
     }
 
-    /// The caller "any" is the patterns' current section.
-    void InheritFromAny(MultiSectionFile& patterns) {
-        const std::string anyId = Value(patterns, "section_id");
+    void InheritFromAny(MultiSectionFile& patterns, const std::string& anyId) {
         MultiSectionFile any(At("supservices_" + anyId), false);
         for (patterns.Restart(); patterns.GotoNextSection();) {
             const std::string id = Value(patterns, "section_id");
@@ -324,7 +319,8 @@ private:
     ConfigUpgrader& upgrader_;
     std::string directory_;
     std::string path_;
-    std::vector<std::string> callerKeys_;
+    NameList callerKeys_;
+    std::map<std::pair<std::string, std::string>, std::string> ids_;  // by address and type
     std::int64_t nextId_ = 0;
     bool allSaved_ = true;
 };

@@ -12,7 +12,6 @@
 #include "platform/string_utils.h"
 #include "store/file_io.h"
 #include "store/tree_mirror.h"
-#include "util/lists.h"
 #include "util/numbers.h"
 #include "util/shell.h"
 
