@@ -275,7 +275,7 @@ private:
     void CheckDirectory(const std::string& name, const std::string& liveDir,
                         std::string defaultPath);
     void CheckFile(const std::string& name, const std::string& liveDir,
-                   const std::string& defaultPath);
+                   const std::string& defaultPath, bool isInDefault);
     bool IsRefreshed(const std::string& name) const;
     bool IsObsolete(const std::string& name, const std::string& liveDir) const;
     void QueueForMerge(const std::string& name, const std::string& livePath,

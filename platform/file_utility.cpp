@@ -14,13 +14,11 @@
 #include "platform/file_descriptor.h"
 
 int FileExist(const std::string& path) {
-    struct stat info {};
-    return stat(path.c_str(), &info) == 0;
+    return FileUtility::KindOf(path) != FileUtility::Kind::Missing;
 }
 
 int CorrectPath(const std::string& path) {
-    struct stat info {};
-    return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+    return FileUtility::KindOf(path) == FileUtility::Kind::Directory;
 }
 
 namespace FileUtility {
@@ -59,6 +57,13 @@ void AdjustPath(std::string& path, char separator) {
 
 bool RemoveDirOrFile(const std::string& path) {
     return RemoveAt(AT_FDCWD, path.c_str());
+}
+
+Kind KindOf(const std::string& path) {
+    struct stat info {};
+    if (stat(path.c_str(), &info) != 0)
+        return Kind::Missing;
+    return S_ISDIR(info.st_mode) ? Kind::Directory : Kind::Other;
 }
 
 bool IsThere(const std::string& path) {

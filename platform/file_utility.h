@@ -19,6 +19,10 @@ void AdjustPath(std::string& path, char separator);
 /// something of it is left.
 bool RemoveDirOrFile(const std::string& path);
 
+/// What a path is, links followed.
+enum class Kind { Missing, Directory, Other };
+Kind KindOf(const std::string& path);
+
 /// Whether anything stands under the path, a link that leads nowhere included.
 bool IsThere(const std::string& path);
 

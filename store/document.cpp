@@ -157,7 +157,9 @@ void Document::ParseSectioned(const std::string& path) {
             continue;
         }
         if (state == State::TopLevel && IsHeader(trimmed)) {
+            const std::size_t alike = section.body.size();  // as most sections of a file are
             Section& added = sections_.emplace_back();
+            added.body.reserve(alike);
             added.name = Trimmed(trimmed.substr(sectionKeyword.size()));
             added.body.push_back(line);
             state = State::Header;
@@ -185,12 +187,18 @@ void Document::ParseSectioned(const std::string& path) {
 }
 
 std::string Document::Text() const {
+    const auto forEachLine = [this](auto visit) {
+        for (const Section& section : sections_)
+            for (const Lines* lines : {&section.body, &section.after})
+                for (const Line& line : *lines)
+                    visit(line.Text());
+    };
+    // Exactly: growing a text that is nearly as large as the file would double it.
+    std::size_t size = 0;
+    forEachLine([&](std::string_view line) { size += line.size(); });
     std::string text;
-    text.reserve(original_.size());
-    for (const Section& section : sections_)
-        for (const Lines* lines : {&section.body, &section.after})
-            for (const Line& line : *lines)
-                text += line.Text();
+    text.reserve(size);
+    forEachLine([&](std::string_view line) { text += line; });
     return text;
 }
 

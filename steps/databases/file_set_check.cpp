@@ -92,10 +92,13 @@ void ConfigUpgrader::CheckFileSet(const std::string& liveDir, const std::string&
                        walkedDirectories.end()) {
         walkedDirectories.push_back(listing->id);
         for (const std::string& name : listing->names) {
-            if (CorrectPath(defaultDir + name))
-                CheckDirectory(name, liveDir, defaultDir + name);
+            // An up-to-date start does little else: one look at each file.
+            const std::string path = defaultDir + name;
+            const FileUtility::Kind kind = FileUtility::KindOf(path);
+            if (kind == FileUtility::Kind::Directory)
+                CheckDirectory(name, liveDir, path);
             else
-                CheckFile(name, liveDir, defaultDir + name);
+                CheckFile(name, liveDir, path, kind != FileUtility::Kind::Missing);
         }
         walkedDirectories.pop_back();
     }
@@ -157,9 +160,9 @@ void ConfigUpgrader::CheckDirectory(const std::string& name, const std::string& 
 /// A file of the factory tree: refresh it, queue it for the per-file checks, remove it, or copy it
 /// when the live tree lacks it.
 void ConfigUpgrader::CheckFile(const std::string& name, const std::string& liveDir,
-                               const std::string& defaultPath) {
+                               const std::string& defaultPath, bool isInDefault) {
     const std::string livePath = liveDir + name;
-    if (FileExist(defaultPath)) {
+    if (isInDefault) {
         const bool exists = FileExist(livePath);
         if (exists && !upToDate && IsObsolete(name, liveDir)) {
             unlink(livePath.c_str());
