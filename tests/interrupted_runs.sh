@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Kills an upgrade at its system calls, one after the other, and runs it again: the tree must be the
-# one that an undisturbed upgrade gives, byte for byte, with nothing left of the first attempt.
+# Kills an upgrade at its system calls, one after the other, and runs it again, twice: the second run
+# is killed while it puts the tree back, or soon after. In the end the tree must be the one that an
+# undisturbed upgrade gives, byte for byte, with nothing left of the earlier attempts.
 #
 # usage: tests/interrupted_runs.sh UPGRADE_AT [--every N] [LABEL...]
 #
@@ -62,9 +63,12 @@ try() {
     cp -a "$work/before" "$work/tree"
     strace "$@" -o /dev/null -e trace="$call" -e signal=none \
         -e inject="$call:signal=KILL:when=$number" "$upgrade" "$work/tree" >/dev/null || killed=$?
+    # What the second run puts back may be cut short as well; the third has to mend that.
+    tried=$((tried + 1))
+    strace -o /dev/null -e trace=rename -e signal=none \
+        -e inject="rename:signal=KILL:when=$((tried % 60 + 1))" "$upgrade" "$work/tree" >/dev/null || true
     "$upgrade" "$work/tree" >/dev/null 2>&1 || status=$?
     manifest "$work/tree" >"$work/after"
-    tried=$((tried + 1))
     if [ "$killed" -ne 137 ] || [ "$status" -ne 0 ] || ! cmp -s "$work/expected" "$work/after"; then
         failed=$((failed + 1))
         echo "FAILED: from $label, to be killed at $call $number $*: exit statuses $killed, $status"

@@ -84,36 +84,6 @@ std::string Services(const std::vector<std::string>& changed) {
 
 }  // namespace
 
-TEST_F(Updates, RunBelowTheirVersionOnly) {
-    using Upgrader = ConfigUpgrader;
-    const struct {
-        Step step;
-        const char* below;
-        const char* gate;
-    } cases[] = {
-        {&Upgrader::UpdateEchoDelay, "3.0.31", "3.0.32"},
-        {&Upgrader::MergeSupplementaryServices, "3.0.0", "3.0.1"},
-        {&Upgrader::UpdateLocalRouteDB, "2.9.9", "3.0.0"},
-        {&Upgrader::UpdateDialPlan, "3.0.6", "3.0.7"},
-        {&Upgrader::UpdateGroupListDB, "3.0.99", "3.1.0"},
-        {&Upgrader::UpdateSystemExtension, "3.0.99", "3.1.0"},
-        {&Upgrader::UpdateFxoPrefix, "3.0.99", "3.1.0"},
-        {&Upgrader::UpdateCallPark, "3.1.24", "3.1.25"},
-        {&Upgrader::MapIsdnFiles, "4.0.99", "4.1.0"},
-        {&Upgrader::UpdateExtensionLength, "4.1.6", "4.1.7"},
-    };
-    const std::vector<std::string> before = site.Snapshot();
-    for (const auto& test : cases) {
-        Run(test.gate, test.step);
-        EXPECT_EQ(log, "") << test.gate;
-    }
-    EXPECT_EQ(site.Snapshot(), before);
-    for (const auto& test : cases) {
-        Run(test.below, test.step);
-        EXPECT_NE(log, "") << test.below;
-    }
-}
-
 TEST_F(Updates, MergeGivesEveryCallerOneSectionAndOneServicesFile) {
     site.Remove(site.Live("21"));
     Put("21/servicesdb",

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "app/config_upgrader.h"
+#include "platform/file_utility.h"
 #include "platform/string_utils.h"
 #include "util/shell.h"
 
@@ -78,6 +79,9 @@ void ConfigUpgrader::DropAccessRoutes(MultiSectionFile& routes) {
 
 /// Runs a command with its errors sent to the error file; "Success", or "Failed: " and the errors.
 std::string ConfigUpgrader::RunWithErrorText(const std::string& command) {
+    // Everybody may put something under this name: a FIFO would block the shell, a link would be
+    // written through.
+    FileUtility::RemoveDirOrFile(appliance.lastError);
     const int result = appliance.runShell(command + " 2> " + ShellPath(appliance.lastError));
     const std::string outcome = result == 0 ? "Success" : "Failed: " + ReadLastError();
     unlink(appliance.lastError.c_str());
