@@ -59,6 +59,8 @@ public:
     /// Whether both labels can be read and say the same: then no upgrade is due, whatever linedb
     /// says. Reports nothing.
     bool AreLabelsEqual() const;
+    /// The version that an upgrade would stamp; empty when a label can't be read.
+    std::string VersionToStamp() const;
     /// True when liveVersion is older than `version`. Gates know the live label only, never the
     /// target.
     bool IsVersionBelow(const std::string& version) const;
@@ -87,6 +89,8 @@ public:
 
     // The shell.
 
+    /// Runs a command and returns what `system` returns.
+    int RunShell(const std::string& command);
     /// The error text of the last command that sent it to appliance.lastError.
     std::string ReadLastError() const;
 
@@ -205,7 +209,7 @@ public:
     std::string liveTree;          // the directory configRoot names, without "/" at its end
     std::string recoveryCopy;      // its copy, while an upgrade is under way
     bool hasRecoveryCopy = false;  // it is complete, and of the tree as it was
-    bool beganFromCopy = false;    // an interrupted upgrade is being made again
+    bool wasRefused = false;       // its upgrade did not end because the disk refused something
     unsigned failuresBefore = 0;   // DiskFailures() when the run began
 
 private:
@@ -223,6 +227,8 @@ private:
 
     void FindRecoveryCopy();
     void RemoveRecoveryCopy();
+    void EndWithRecoveryCopy(bool isFinished);
+    void MarkDone() const;
     bool ShouldBeginAgain() const;
 
     bool CopyFromFactory(const std::string& name);

@@ -1,4 +1,5 @@
 #include <csignal>
+#include <cstdio>
 
 #include "app/config_upgrader.h"
 #include "platform/thread.h"
@@ -7,6 +8,9 @@ int main(int argc, char** argv) {
     // A log or file that cannot take more is an error of that write, not the end of the upgrade.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
+    // Some mv or cp would ask on a terminal, and hold up the start of the appliance.
+    if (std::freopen("/dev/null", "r", stdin) == nullptr)
+        std::fclose(stdin);
     Thread::SetCommandLine(argc, argv);
     ConfigUpgrader upgrader;
     upgrader.Run();

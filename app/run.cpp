@@ -2,7 +2,9 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <new>
 
 #include "app/config_upgrader.h"
 #include "platform/disk_failures.h"
@@ -54,12 +56,28 @@ void AppendValues(MultiSectionFile& file, const std::string& section, NameList& 
             list.push_back(entry.value);
 }
 
+/// Opens a main database. What the disk did not give is asked for once more: the price of giving up
+/// is the factory's database in its place.
+SectionFile OpenMainDatabase(const std::string& path) {
+    const unsigned failures = DiskFailures();
+    try {
+        return std::make_unique<MultiSectionFile>(path);
+    } catch (const Configuration::FileError&) {
+        if (DiskFailures() == failures)
+            throw;
+    }
+    return std::make_unique<MultiSectionFile>(path);
+}
+
 }  // namespace
 
 void ConfigUpgrader::Run() {
     try {
         RunSteps();
     } catch (const std::exception& error) {
+        // A start with more memory left may end well.
+        if (dynamic_cast<const std::bad_alloc*>(&error) != nullptr)
+            CountDiskFailure(ENOMEM);
         report += std::string("\t") + error.what() + "\n";
         report += "\nexiting setupmend... may the Lord help us!\n";
         FlushReport();
@@ -149,7 +167,7 @@ bool ConfigUpgrader::CopyFromFactory(const std::string& name) {
 bool ConfigUpgrader::OpenLineDb() {
     const std::string path = configRoot + "linedb";
     try {
-        lineDb = std::make_unique<MultiSectionFile>(path);
+        lineDb = OpenMainDatabase(path);
         return true;
     } catch (...) {
         report += "\tfile linedb doesn't exist or corrupted, copying from default-conf\n";
@@ -166,7 +184,7 @@ bool ConfigUpgrader::OpenLineDb() {
 bool ConfigUpgrader::OpenExtensionDb() {
     const std::string path = configRoot + "extensiondb";
     try {
-        extensionDb = std::make_unique<MultiSectionFile>(path);
+        extensionDb = OpenMainDatabase(path);
         return true;
     } catch (const std::exception& error) {
         report += std::string("\t") + error.what() + "\n";
@@ -233,6 +251,7 @@ bool ConfigUpgrader::FinishUpgrade() {
         Trace(1, "MINOR ERROR: Can't sync: %s\n", configRoot.c_str());
         return false;
     }
+    MarkDone();
     return Stamp();
 }
 
@@ -252,12 +271,9 @@ bool ConfigUpgrader::Stamp() {
 
 ConfigUpgrader::~ConfigUpgrader() {
     try {
-        const bool finished = FinishUpgrade();
-        if (hasRecoveryCopy && finished)
-            RemoveRecoveryCopy();
-        else if (hasRecoveryCopy)
-            report +=
-                "\tupgrade is not finished, next start begins again from " + recoveryCopy + "\n";
+        for (const std::string& text : TakeDiskFailureTexts())
+            Trace(1, "MINOR ERROR: Can't read: %s\n", text.c_str());
+        EndWithRecoveryCopy(FinishUpgrade());
         FlushReport();
     } catch (const std::exception&) {  // out of memory: nothing can be written any more
     }

@@ -42,6 +42,13 @@ bool ConfigUpgrader::AreLabelsEqual() const {
     return factory.text && !factory.tooLong && factory.text == live.text;
 }
 
+std::string ConfigUpgrader::VersionToStamp() const {
+    const Label factory = ReadLabel(appliance.factoryLabel);
+    const Label live = ReadLabel(appliance.liveLabel);
+    const bool areThere = factory.text && !factory.tooLong && live.text && !live.tooLong;
+    return areThere ? *factory.text : "";
+}
+
 bool ConfigUpgrader::CheckVersion() {
     ReportStep("version check");
     const Label factory = ReadLabel(appliance.factoryLabel);

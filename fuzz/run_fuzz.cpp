@@ -91,10 +91,9 @@ public:
     ~Unit() { fs::remove_all(root_); }
 
     void Run(const char* file, const char* version, std::string_view bytes) {
-        std::uint64_t size = 0;
         const bool isOldest = version == versions[0];
         Check(Configuration::MirrorTree(root_ + (isOldest ? "/new" : "/upgraded"), root_ + "/live",
-                                        Configuration::By::Copying, size)
+                                        Configuration::By::Copying)
                   .empty());
         fs::create_directories(root_ + "/live/tmp");
         const std::string live = root_ + "/live/etc/orix-conf/";

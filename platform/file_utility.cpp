@@ -39,7 +39,7 @@ bool RemoveAt(int parent, const char* name) {
         close(file);
         return false;
     }
-    bool removed = true;
+    bool removed = true;  // an entry that readdir does not give keeps the directory from going
     while (const dirent* entry = readdir(directory.get())) {
         if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0)
             continue;
@@ -59,21 +59,32 @@ bool RemoveDirOrFile(const std::string& path) {
     return RemoveAt(AT_FDCWD, path.c_str());
 }
 
+namespace {
+
+/// A file that the disk does not tell of must not pass for a missing one without notice.
+bool LookAt(int result, const std::string& path) {
+    if (result != 0)
+        CountDiskFailure(errno, path);
+    return result == 0;
+}
+
+}  // namespace
+
 Kind KindOf(const std::string& path) {
     struct stat info {};
-    if (stat(path.c_str(), &info) != 0)
+    if (!LookAt(stat(path.c_str(), &info), path))
         return Kind::Missing;
     return S_ISDIR(info.st_mode) ? Kind::Directory : Kind::Other;
 }
 
 bool IsThere(const std::string& path) {
     struct stat info {};
-    return lstat(path.c_str(), &info) == 0;
+    return LookAt(lstat(path.c_str(), &info), path);
 }
 
 bool IsOwnDirectory(const std::string& path) {
     struct stat info {};
-    return lstat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+    return LookAt(lstat(path.c_str(), &info), path) && S_ISDIR(info.st_mode);
 }
 
 bool SyncFileSystem(const std::string& directory) {
@@ -93,7 +104,7 @@ std::optional<std::string> ReadStart(const std::string& path, std::size_t limit)
     const platform::FileDescriptor file(
         open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     if (!file.IsOpen()) {
-        CountDiskFailure(errno);
+        CountDiskFailure(errno, path);
         return std::nullopt;
     }
     struct stat info {};
@@ -106,7 +117,7 @@ std::optional<std::string> ReadStart(const std::string& path, std::size_t limit)
         got = read(file.Get(), bytes.data(), limit);
     while (got < 0 && errno == EINTR);
     if (got < 0)
-        CountDiskFailure(errno);
+        CountDiskFailure(errno, path);
     bytes.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
     return bytes;
 }
@@ -123,7 +134,24 @@ void RemoveSpecialFile(const std::string& path) {
 }
 
 bool MakeOpenDirectory(const std::string& path) {
-    return mkdir(path.c_str(), 0777) == 0 && chmod(path.c_str(), 0777) == 0;
+    if (MakeDirectory(path) && chmod(path.c_str(), 0777) == 0)
+        return true;
+    CountDiskFailure(errno, path);
+    return false;
+}
+
+bool MakeDirectory(const std::string& path) {
+    if (mkdir(path.c_str(), 0777) == 0)
+        return true;
+    CountDiskFailure(errno, path);
+    return false;
+}
+
+bool RemoveFile(const std::string& path) {
+    if (unlink(path.c_str()) == 0)
+        return true;
+    CountDiskFailure(errno, path);
+    return false;
 }
 
 }  // namespace FileUtility

@@ -48,7 +48,11 @@ bool IsDirectoryName(const std::string& text);
 /// over it would block or write into the device.
 void RemoveSpecialFile(const std::string& path);
 
-/// Creates a directory that everyone may use, whatever the umask. False when it can't.
+/// Creates a directory with mode 0777 less the umask, or, open, with it whole. False when it can't.
+bool MakeDirectory(const std::string& path);
 bool MakeOpenDirectory(const std::string& path);
+
+/// Removes a file. False when that failed or there is none.
+bool RemoveFile(const std::string& path);
 
 }  // namespace FileUtility

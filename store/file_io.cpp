@@ -98,9 +98,10 @@ ReadResult ReadFile(const std::string& path) {
     const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat info {};
     if (!file.IsOpen() || fstat(file.Get(), &info) != 0) {
-        CountDiskFailure(errno);
-        result.missing = errno == ENOENT;
-        result.error = std::strerror(errno);
+        const int error = errno;
+        CountDiskFailure(error, path);
+        result.missing = error == ENOENT;
+        result.error = std::strerror(error);
         return result;
     }
     if (!S_ISREG(info.st_mode)) {
@@ -118,8 +119,9 @@ ReadResult ReadFile(const std::string& path) {
         if (got < 0 && errno == EINTR)
             continue;
         if (got < 0) {
-            CountDiskFailure(errno);
-            result.error = std::strerror(errno);
+            const int error = errno;
+            CountDiskFailure(error, path);
+            result.error = std::strerror(error);
             return result;
         }
         if (got == 0)

@@ -29,6 +29,7 @@ std::unique_ptr<File> OpenOrTrace(ConfigUpgrader& upgrader, const std::string& p
         upgrader.Trace(3, "Open File: %s.\n", path.c_str());
         return file;
     } catch (const std::bad_alloc&) {
+        CountDiskFailure(ENOMEM, path);
         upgrader.Trace(1, "MINOR ERROR: Invalid file: %s.\n", path.c_str());
     } catch (const std::exception&) {
         upgrader.TraceInvalidFile(path);
@@ -67,6 +68,13 @@ void ConfigUpgrader::TraceInvalidFile(const std::string& path) {
     Trace(1, "MINOR ERROR: Invalid file: %s\n", path.c_str());
 }
 
+int ConfigUpgrader::RunShell(const std::string& command) {
+    const int result = appliance.runShell(command);
+    if (result == -1)
+        CountDiskFailure(EAGAIN, command);
+    return result;
+}
+
 std::string ConfigUpgrader::ReadLastError() const {
     return ReadErrorFile(appliance.lastError);
 }
@@ -75,14 +83,19 @@ int ConfigUpgrader::CopyWhole(const std::string& options, const std::string& sou
                               const std::string& target) {
     const std::string command = "cp " + options + " " + ShellPath(source) + " ";
     // A link that leads nowhere is cp's to refuse.
-    if (FileUtility::IsThere(target) && !FileExist(target))
-        return appliance.runShell(command + ShellPath(target));
     const std::string place = Configuration::BehindLinks(target);
+    if (place.empty() || (FileUtility::IsThere(target) && !FileExist(target)))
+        return RunShell(command + ShellPath(target));
     const std::string temporary = place + Configuration::temporarySuffix;
     FileUtility::RemoveDirOrFile(temporary);
-    const int result = appliance.runShell(command + ShellPath(temporary));
-    if (!FileUtility::IsThere(temporary))
+    const int result = RunShell(command + ShellPath(temporary));
+    if (!FileUtility::IsThere(temporary)) {
+        if (!ShellFailed(result) && FileExist(source)) {
+            CountDiskFailure(EIO);
+            Trace(1, "MINOR ERROR: Can't save file: %s (cp failed)\n", target.c_str());
+        }
         return result;
+    }
     std::string error = Configuration::CompleteCopy(source, temporary);
     // Where there is a copy to begin again from, one sync at the end of the upgrade is enough.
     if (error.empty() && !hasRecoveryCopy && !FileUtility::SyncFileSystem(configRoot))
@@ -118,7 +131,7 @@ bool ConfigUpgrader::MergeKeyedSections(MultiSectionFile* destination, MultiSect
         if (!source->SectionName().empty())
             continue;
         const auto key = source->GetSectionEntry(keyName);
-        if (!key || known.count(*key) != 0)  // without a key it cannot be told from another
+        if (!key || known.contains(*key))  // without a key it cannot be told from another
             continue;
         destination->AddSection(false);
         for (const Configuration::Entry& entry : source->SectionEntries())

@@ -142,7 +142,10 @@ std::string MirrorEntry(const std::string& source, const struct stat& info,
         return {};
     if (exists && S_ISDIR(old.st_mode) && !FileUtility::RemoveDirOrFile(destination))
         return Reason(destination);
-    const std::string temporary = destination + temporarySuffix;
+    // A name too long for the suffix is taken itself: what is cut there is seen by the next call.
+    const std::size_t nameLength = destination.size() - destination.rfind('/') - 1;
+    const bool isLong = nameLength + std::strlen(temporarySuffix) > NAME_MAX;
+    const std::string temporary = isLong ? destination : destination + temporarySuffix;
     FileUtility::RemoveDirOrFile(temporary);
     std::string error;
     if (S_ISLNK(info.st_mode))
@@ -151,7 +154,7 @@ std::string MirrorEntry(const std::string& source, const struct stat& info,
         error = CopyFile(source, info, temporary);
     else if (link(source.c_str(), temporary.c_str()) != 0)
         error = Reason(temporary);
-    if (error.empty() && rename(temporary.c_str(), destination.c_str()) != 0)
+    if (error.empty() && !isLong && rename(temporary.c_str(), destination.c_str()) != 0)
         error = Reason(destination);
     if (!error.empty())
         unlink(temporary.c_str());
@@ -164,15 +167,17 @@ bool IsSpecial(const std::string& path) {
            !S_ISLNK(info.st_mode);
 }
 
-bool IsTemporary(const std::string& name) {
-    const std::size_t length = std::strlen(temporarySuffix);
-    return name.size() > length && name.compare(name.size() - length, length, temporarySuffix) == 0;
+/// Ends the name under which a copy of a tree keeps what one of its links led to.
+constexpr const char* linkedSuffix = ".linked.mend-tmp";
+
+bool EndsWith(const std::string& name, std::string_view suffix) {
+    return name.size() > suffix.size() &&
+           name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0;
 }
 
 }  // namespace
 
-std::string MirrorTree(const std::string& source, const std::string& destination, By by,
-                       std::uint64_t& size) {
+std::string MirrorTree(const std::string& source, const std::string& destination, By by) {
     struct stat info {};
     auto from = ListDirectory(source);
     if (!from || stat(source.c_str(), &info) != 0)
@@ -194,7 +199,7 @@ std::string MirrorTree(const std::string& source, const std::string& destination
             return Reason(path);
     }
     for (const std::string& name : from->names) {
-        if (IsTemporary(name))
+        if (EndsWith(name, temporarySuffix))
             continue;
         const std::string path = source + "/" + name;
         struct stat entry {};
@@ -202,13 +207,11 @@ std::string MirrorTree(const std::string& source, const std::string& destination
             return Reason(path);
         std::string error;
         if (S_ISDIR(entry.st_mode))
-            error = MirrorTree(path, destination + "/" + name, by, size);
+            error = MirrorTree(path, destination + "/" + name, by);
         else if (S_ISREG(entry.st_mode) || S_ISLNK(entry.st_mode))
             error = MirrorEntry(path, entry, destination + "/" + name, by);
         if (!error.empty())
             return error;
-        if (S_ISREG(entry.st_mode))
-            size += static_cast<std::uint64_t>(entry.st_size);
     }
 
     const FileDescriptor directory(
@@ -219,16 +222,73 @@ std::string MirrorTree(const std::string& source, const std::string& destination
     return {};
 }
 
+std::string SaveLinkedFiles(const std::string& tree, const std::string& copy) {
+    const auto listing = ListDirectory(tree);
+    if (!listing)
+        return Reason(tree);
+    std::string error;
+    for (const std::string& name : listing->names) {
+        const std::string path = tree + "/" + name;
+        struct stat info {};
+        if (FileUtility::IsOwnDirectory(path))
+            error = SaveLinkedFiles(path, copy + "/" + name);
+        else if (LinkTarget(path) && stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode))
+            error = CopyFile(BehindLinks(path), info, copy + "/" + name + linkedSuffix);
+        if (!error.empty())
+            return error;
+    }
+    return {};
+}
+
+std::string PutBackLinkedFiles(const std::string& copy, const std::string& tree) {
+    const auto listing = ListDirectory(copy);
+    if (!listing)
+        return Reason(copy);
+    std::string error;
+    for (const std::string& name : listing->names) {
+        const std::string path = copy + "/" + name;
+        if (FileUtility::IsOwnDirectory(path)) {
+            error = PutBackLinkedFiles(path, tree + "/" + name);
+        } else if (EndsWith(name, linkedSuffix)) {
+            const std::string link =
+                tree + "/" + name.substr(0, name.size() - std::strlen(linkedSuffix));
+            const ReadResult saved = ReadFile(path);
+            if (!saved.bytes)
+                error = path + ": " + saved.error;
+            else if (ReadFile(link).bytes != saved.bytes)
+                error = ReplaceFile(link, *saved.bytes);
+        }
+        if (!error.empty())
+            return error;
+    }
+    return {};
+}
+
+std::uint64_t TreeSize(const std::string& directory) {
+    std::uint64_t size = 0;
+    if (const auto listing = ListDirectory(directory))
+        for (const std::string& name : listing->names) {
+            const std::string path = directory + "/" + name;
+            struct stat info {};
+            if (lstat(path.c_str(), &info) != 0)
+                continue;
+            if (S_ISDIR(info.st_mode))
+                size += TreeSize(path);
+            else if (S_ISREG(info.st_mode))
+                size += static_cast<std::uint64_t>(info.st_size);
+        }
+    return size;
+}
+
 std::string CompleteCopy(const std::string& original, const std::string& copy) {
     struct stat info {};
     if (lstat(copy.c_str(), &info) != 0)
         return Reason(copy);
-    if (S_ISLNK(info.st_mode))
+    if (!S_ISREG(info.st_mode) && !S_ISDIR(info.st_mode))
         return {};
     const std::string source = BehindLinks(original);
     if (S_ISDIR(info.st_mode)) {
-        std::uint64_t size = 0;
-        return MirrorTree(source, copy, By::Copying, size);
+        return MirrorTree(source, copy, By::Copying);
     }
     return lstat(source.c_str(), &info) == 0 ? MirrorEntry(source, info, copy, By::Copying)
                                              : Reason(original);

@@ -15,10 +15,19 @@ enum class By { Copying, Linking };
 /// settings: they are neither copied nor removed. The temporaries of saves are not copied. Called
 /// again after it was interrupted, it goes on. Nothing is synced.
 ///
-/// Returns the reason in words on failure, with the rest not done; an empty text on success. Adds
-/// the bytes of all regular files of `source` to `size`.
-std::string MirrorTree(const std::string& source, const std::string& destination, By by,
-                       std::uint64_t& size);
+/// Returns the reason in words on failure, with the rest not done; an empty text on success.
+std::string MirrorTree(const std::string& source, const std::string& destination, By by);
+
+/// Saves in `copy`, a mirror of `tree`, the files that links of the tree lead to: a save writes
+/// through them. The names of these copies end as temporaries do. Returns the reason in words on
+/// failure.
+std::string SaveLinkedFiles(const std::string& tree, const std::string& copy);
+
+/// Writes them back through the links of `tree` where the bytes differ.
+std::string PutBackLinkedFiles(const std::string& copy, const std::string& tree);
+
+/// The bytes of all regular files below a directory.
+std::uint64_t TreeSize(const std::string& directory);
 
 /// Completes a copy of a file or directory that the shell made: what a full disk cut or left out is
 /// copied again. Returns the reason in words when that fails, too.

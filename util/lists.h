@@ -21,8 +21,14 @@ public:
     NameList(std::initializer_list<std::string> names) { Assign(names); }
     NameList(const NameList& other) { Assign(other); }
     NameList& operator=(const NameList&) = delete;
-    NameList& operator=(const std::vector<std::string>& names) { return Assign(names); }
-    NameList& operator=(std::initializer_list<std::string> names) { return Assign(names); }
+    NameList& operator=(const std::vector<std::string>& names) {
+        Assign(names);
+        return *this;
+    }
+    NameList& operator=(std::initializer_list<std::string> names) {
+        Assign(names);
+        return *this;
+    }
 
     void push_back(std::string name);
     void clear();
@@ -31,7 +37,7 @@ public:
     const_iterator end() const { return names_.end(); }
     std::size_t size() const { return names_.size(); }
 
-    bool Contains(std::string_view name) const { return known_.count(name) != 0; }
+    bool Contains(std::string_view name) const { return known_.contains(name); }
     /// Whether a name of the list ends the text.
     bool HasEndOf(std::string_view text) const;
 
@@ -41,11 +47,10 @@ public:
 
 private:
     template <typename Names>
-    NameList& Assign(const Names& names) {
+    void Assign(const Names& names) {
         clear();
         for (const std::string& name : names)
             push_back(name);
-        return *this;
     }
 
     std::deque<std::string> names_;  // never moved: the look-up holds views of them

@@ -198,7 +198,7 @@ void ConfigUpgrader::MakeAttendantDirectory() {
     const std::string directory = configRoot + attendantExtension;
     if (CorrectPath(directory))
         return;
-    if (mkdir(directory.c_str(), 0777) == 0)
+    if (FileUtility::MakeDirectory(directory))
         report += " directory created\n";
     else
         report += "Can't create directory " + directory + "\n";

@@ -150,7 +150,7 @@ void ConfigUpgrader::CheckDirectory(const std::string& name, const std::string& 
         return;
     if (isLiveExtension || isLiveAttendant) {
         report += "\tdir  " + name + " is created for extension " + name;
-        ReportCommand(appliance.runShell("mkdir " + ShellPath(liveDir + "/" + name)));
+        ReportCommand(RunShell("mkdir " + ShellPath(liveDir + "/" + name)));
     } else {
         report += "\tdir  " + name + " is copied from default-conf ";
         ReportCommand(CopyWhole("-p -r", defaultPath, liveDir + name));
@@ -165,7 +165,7 @@ void ConfigUpgrader::CheckFile(const std::string& name, const std::string& liveD
     if (isInDefault) {
         const bool exists = FileExist(livePath);
         if (exists && !upToDate && IsObsolete(name, liveDir)) {
-            unlink(livePath.c_str());
+            FileUtility::RemoveFile(livePath);
             report += "\tRemoving file " + livePath + "\n";
             return;
         }

@@ -63,7 +63,7 @@ void ConfigUpgrader::MigrateVoicemail() {
     for (const std::string& extension : mailboxes)
         allMoved = MoveMailbox(*old, extension) && allMoved;
     if (allMoved)
-        unlink(path.c_str());
+        FileUtility::RemoveFile(path);
     ReportDone();
 }
 
@@ -157,9 +157,10 @@ std::string ConfigUpgrader::MoveAttendantRecordings(const std::string& oldFolder
         return folder;
     }
     const std::string command = "mv " + ShellPath(parent) + "*.* " + ShellPath(folder);
-    if (ShellFailed(appliance.runShell(command)))
+    if (ShellFailed(RunShell(command)))
         report += "Can't copy files to " + folder + "\n";
     else
         report += "Made command " + command + "\n";
+    FileUtility::SyncFileSystem(folder);  // it may be another than those synced before the stamp
     return folder;
 }

@@ -82,7 +82,7 @@ std::string ConfigUpgrader::RunWithErrorText(const std::string& command) {
     // Everybody may put something under this name: a FIFO would block the shell, a link would be
     // written through.
     FileUtility::RemoveDirOrFile(appliance.lastError);
-    const int result = appliance.runShell(command + " 2> " + ShellPath(appliance.lastError));
+    const int result = RunShell(command + " 2> " + ShellPath(appliance.lastError));
     const std::string outcome = result == 0 ? "Success" : "Failed: " + ReadLastError();
     unlink(appliance.lastError.c_str());
     return outcome;

@@ -8,6 +8,7 @@
 #include <map>
 
 #include "app/config_upgrader.h"
+#include "platform/file_utility.h"
 #include "platform/sip_address.h"
 #include "util/numbers.h"
 
@@ -248,7 +249,7 @@ private:
         // What could not be saved in its new form stays in its old one.
         if (allSaved_)
             for (const OldDatabase& database : oldDatabases)
-                unlink(At(database.name).c_str());
+                FileUtility::RemoveFile(At(database.name));
         upgrader_.Trace(3, "Remove Done.\n");
         upgrader_.Trace(3, "Ext Done.\n");
     }

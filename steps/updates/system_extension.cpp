@@ -1,12 +1,13 @@
 // The system extension, made from attendant 00, and the attendants that a restricted unit may have.
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 
 #include "app/config_upgrader.h"
+#include "platform/disk_failures.h"
 #include "platform/eeprom.h"
 #include "platform/file_utility.h"
 #include "platform/string_utils.h"
@@ -48,7 +49,7 @@ std::string ConfigUpgrader::CopyAttendantToSystem() {
     FileUtility::RemoveDirOrFile(gathered);
     const bool isGathered = CorrectPath(system);
     if (isGathered)
-        mkdir(gathered.c_str(), 0777);  // where it can't be made, cp says so
+        FileUtility::MakeDirectory(gathered);  // where it can't be made, cp says so
     const std::string outcome = RunWithErrorText("cp -Rf " + ShellPath(configRoot + "00/") + "* " +
                                                  ShellPath(isGathered ? gathered : system));
     if (outcome == "Success" && isGathered) {
@@ -57,6 +58,9 @@ std::string ConfigUpgrader::CopyAttendantToSystem() {
             Trace(1, "MINOR ERROR: Can't save file: %s (%s)\n", system.c_str(), error.c_str());
     }
     FileUtility::RemoveDirOrFile(gathered);
+    const auto files = ListDirectory(configRoot + "00");
+    if (outcome != "Success" && isGathered && files && !files->names.empty())
+        CountDiskFailure(EIO);  // nothing but the disk keeps it from being made
     return outcome;
 }
 
