@@ -84,7 +84,7 @@ std::string CopyTree(const std::string& tree, const std::string& temporary, By b
         return std::strerror(ENOSPC);
     std::string error = MirrorTree(tree, temporary, by);
     if (error.empty())
-        error = Configuration::SaveLinkedFiles(tree, temporary);
+        error = Configuration::SaveLinkedFiles(tree, temporary, by);
     if (!error.empty())
         return error;
     if (!Configuration::ReplaceFile(temporary + underWay, target).empty())

@@ -109,7 +109,11 @@ std::optional<std::string> ReadStart(const std::string& path, std::size_t limit)
     }
     struct stat info {};
     // A FIFO or device could hold up the start of the appliance.
-    if (fstat(file.Get(), &info) != 0 || !S_ISREG(info.st_mode))
+    if (fstat(file.Get(), &info) != 0) {
+        CountDiskFailure(errno, path);
+        return std::string();
+    }
+    if (!S_ISREG(info.st_mode))
         return std::string();
     std::string bytes(limit, '\0');
     ssize_t got = 0;

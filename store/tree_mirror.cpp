@@ -110,6 +110,13 @@ std::string CopyFile(const std::string& source, const struct stat& info, const s
     return {};
 }
 
+std::string GiveFile(const std::string& source, const struct stat& info, const std::string& path,
+                     By by) {
+    if (by == By::Copying)
+        return CopyFile(source, info, path);
+    return link(source.c_str(), path.c_str()) == 0 ? "" : Reason(path);
+}
+
 std::string CopyLink(const std::string& source, const struct stat& info, const std::string& path) {
     const auto target = LinkTarget(source);
     if (!target)
@@ -147,13 +154,8 @@ std::string MirrorEntry(const std::string& source, const struct stat& info,
     const bool isLong = nameLength + std::strlen(temporarySuffix) > NAME_MAX;
     const std::string temporary = isLong ? destination : destination + temporarySuffix;
     FileUtility::RemoveDirOrFile(temporary);
-    std::string error;
-    if (S_ISLNK(info.st_mode))
-        error = CopyLink(source, info, temporary);
-    else if (by == By::Copying)
-        error = CopyFile(source, info, temporary);
-    else if (link(source.c_str(), temporary.c_str()) != 0)
-        error = Reason(temporary);
+    std::string error = S_ISLNK(info.st_mode) ? CopyLink(source, info, temporary)
+                                              : GiveFile(source, info, temporary, by);
     if (error.empty() && !isLong && rename(temporary.c_str(), destination.c_str()) != 0)
         error = Reason(destination);
     if (!error.empty())
@@ -222,7 +224,7 @@ std::string MirrorTree(const std::string& source, const std::string& destination
     return {};
 }
 
-std::string SaveLinkedFiles(const std::string& tree, const std::string& copy) {
+std::string SaveLinkedFiles(const std::string& tree, const std::string& copy, By by) {
     const auto listing = ListDirectory(tree);
     if (!listing)
         return Reason(tree);
@@ -231,9 +233,9 @@ std::string SaveLinkedFiles(const std::string& tree, const std::string& copy) {
         const std::string path = tree + "/" + name;
         struct stat info {};
         if (FileUtility::IsOwnDirectory(path))
-            error = SaveLinkedFiles(path, copy + "/" + name);
+            error = SaveLinkedFiles(path, copy + "/" + name, by);
         else if (LinkTarget(path) && stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode))
-            error = CopyFile(BehindLinks(path), info, copy + "/" + name + linkedSuffix);
+            error = GiveFile(BehindLinks(path), info, copy + "/" + name + linkedSuffix, by);
         if (!error.empty())
             return error;
     }

@@ -21,7 +21,7 @@ std::string MirrorTree(const std::string& source, const std::string& destination
 /// Saves in `copy`, a mirror of `tree`, the files that links of the tree lead to: a save writes
 /// through them. The names of these copies end as temporaries do. Returns the reason in words on
 /// failure.
-std::string SaveLinkedFiles(const std::string& tree, const std::string& copy);
+std::string SaveLinkedFiles(const std::string& tree, const std::string& copy, By by);
 
 /// Writes them back through the links of `tree` where the bytes differ.
 std::string PutBackLinkedFiles(const std::string& copy, const std::string& tree);

@@ -80,17 +80,20 @@ try() {
         return 0
     }
     check_whole "$tree" "$what"
-    # A save names its file and the reason.
-    if [[ $1 != openat && $3 != *+ && $injected == *"/$live/"*.mend-tmp* ]]; then
+    # What could not be saved or read is named, with the reason.
+    if [[ $3 != *+ && $injected == *"/$live/"*.mend-tmp* && $1 =~ ^(write|fsync|rename)$ ]]; then
         grep -F "Can't save file: " "$tree/mend.log" | grep -qF "${words[$2]}" ||
             fail "$what: the log does not say so: $injected"
+    elif [[ $injected == *"/$live/"*"O_RDONLY"* && $injected != *.mend-* ]]; then
+        grep -qF "${words[$2]}" "$tree/mend.log" || fail "$what: the log does not say so: $injected"
     fi
     check_next_run "$tree" "$what"
 }
 
+calls=openat,write,fsync,rename,newfstatat,getdents64,mkdir,unlink
 make_appliance "$work/before" 2.2.0 "$upgrade"
 renew
-strace -y -o "$work/calls" -e trace=openat,write,fsync,rename -e signal=none "$upgrade" "$tree" \
+strace -y -o "$work/calls" -e trace="$calls" -e signal=none "$upgrade" "$tree" \
     >/dev/null 2>&1
 cp -a "$tree" "$work/done"
 manifest "$tree" >"$work/expected"
@@ -103,7 +106,7 @@ errors=(ENOSPC EIO EROFS EACCES EMFILE)
 while read -r call number; do
     try "$call" "${errors[tried % ${#errors[@]}]}" "$number"
     # From this call on nothing can be written any more.
-    [ $((tried % 4)) -ne 0 ] || [ "$call" = openat ] || try "$call" ENOSPC "$number+"
+    [ $((tried % 4)) -ne 0 ] || [[ $call != @(write|fsync|rename) ]] || try "$call" ENOSPC "$number+"
 done <"$work/points"
 echo "$tried failing calls"
 

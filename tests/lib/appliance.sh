@@ -9,6 +9,10 @@ make_appliance() {
     local directory=$1 label=$2 upgrade=$3
     cp -a "$repo/examples/appliance" "$directory"
     mkdir "$directory/tmp"
+    # A file behind a link that leads out of the telephony directory, with a value that must not be
+    # converted twice.
+    mv "$directory/etc/orix-conf/telephony/e1t1/trunk0.cfg" "$directory/etc/orix-conf/trunk0.cfg"
+    ln -s ../../trunk0.cfg "$directory/etc/orix-conf/telephony/e1t1/trunk0.cfg"
     [ "$label" != 2.2.0 ] || return 0
     "$upgrade" "$directory"
     local live=$directory/etc/orix-conf/telephony
