@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -109,6 +110,32 @@ TEST_F(Recovery, AStampThatCannotBeSavedLeavesTheCopy) {
     site.appliance.runShell = Appliance().runShell;
     site.Upgrade();
     EXPECT_EQ(site.Snapshot(), undisturbed.Snapshot());
+}
+
+TEST_F(Recovery, AStampThatTheFactoryBringsIsNoEnd) {
+    Configuration::MultiSectionFile factory(site.Factory("04-lines/linedb"));
+    factory.GotoSection("general");
+    factory.SetSectionEntry("current_version", "5.1.0");
+    factory.Save(true, nullptr);
+    // The merge has taken it over when the power goes.
+    pid_t child = fork();
+    if (child == 0) {
+        Appliance appliance = site.appliance;
+        setenv("ORIX_PATH", appliance.liveConf.c_str(), 1);
+        appliance.runShell = [](const std::string& command) {
+            if (command.find("dialplan.cfg") != std::string::npos)
+                _exit(0);
+            return std::system(command.c_str());
+        };
+        ConfigUpgrader(appliance).Run();
+        _exit(1);
+    }
+    int status = 1;
+    waitpid(child, &status, 0);
+    ASSERT_EQ(status, 0);
+    ASSERT_TRUE(Holds(site.Read(site.Live("linedb")), "current_version=5.1.0\n"));
+    EXPECT_TRUE(Holds(site.Upgrade(), "\tlast upgrade was interrupted, configuration is put back"));
+    EXPECT_FALSE(site.Exists(copy));
 }
 
 TEST_F(Recovery, AMirrorHasModesOwnersTimesAndLinks) {
