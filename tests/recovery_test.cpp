@@ -6,11 +6,10 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <gtest/gtest.h>
 
 #include "platform/disk_failures.h"
 #include "store/tree_mirror.h"
-#include "tests/support/site.h"
+#include "tests/support/steps.h"
 
 namespace fs = std::filesystem;
 using Configuration::By;
@@ -18,11 +17,7 @@ using Configuration::MirrorTree;
 
 namespace {
 
-bool Holds(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-}
-
-class Recovery : public testing::Test {
+class Recovery : public Steps {
 protected:
     Recovery() {
         for (Site* unit : {&site, &undisturbed})
@@ -42,7 +37,6 @@ protected:
         fs::create_directories(site.Live("rtp.cfg/new"));
         fs::create_symlink("nowhere", site.Live("new"));
     }
-    Site site;
     Site undisturbed;
     std::string copy;
 };
@@ -52,7 +46,7 @@ protected:
 TEST_F(Recovery, AnInterruptedUpgradeBeginsAgain) {
     Interrupt();
     fs::create_directories(copy + ".mend-tmp/stale");
-    const std::string log = site.Upgrade();
+    log = site.Upgrade();
     EXPECT_TRUE(Holds(
         log, "\tlast upgrade was interrupted, configuration is put back from " + copy + "\n"));
     EXPECT_TRUE(Holds(log, " is set in linedb\n"));
@@ -65,7 +59,7 @@ TEST_F(Recovery, AFinishedUpgradeIsNotUndone) {
     fs::copy(undisturbed.Live(""), site.Live(""),
              fs::copy_options::recursive | fs::copy_options::copy_symlinks);
     const std::string linedb = site.Read(site.Live("linedb"));
-    const std::string log = site.Upgrade();
+    log = site.Upgrade();
     EXPECT_TRUE(
         Holds(log, "\tlast upgrade was finished, its recovery copy " + copy + " is removed\n"));
     EXPECT_TRUE(Holds(log, "\tConfigurarion already checked.\n"));
@@ -75,7 +69,7 @@ TEST_F(Recovery, AFinishedUpgradeIsNotUndone) {
 
 TEST_F(Recovery, WithoutACopyTheUpgradeGoesOn) {
     site.Write(copy, "no directory can take this name");
-    const std::string log = site.Upgrade();
+    log = site.Upgrade();
     EXPECT_TRUE(Holds(log, "\tcan't make recovery copy " + copy +
                                " (Not a directory), upgrade goes "
                                "on without it\n"));
@@ -88,7 +82,7 @@ TEST_F(Recovery, WhatTheDiskRefusedIsTriedOnceMore) {
         CountDiskFailure(EIO);
         return std::system(command.c_str());
     };
-    std::string log = site.Upgrade();
+    log = site.Upgrade();
     EXPECT_TRUE(Holds(log, "\tupgrade is not finished, next start begins again from " + copy));
     EXPECT_FALSE(Holds(log, " is set in linedb\n"));
     EXPECT_TRUE(site.Exists(copy));
@@ -105,7 +99,7 @@ TEST_F(Recovery, AStampThatCannotBeSavedLeavesTheCopy) {
         fs::create_symlink("no-such-directory/linedb", site.Live("linedb"));
         return std::system(command.c_str());
     };
-    const std::string log = site.Upgrade();
+    log = site.Upgrade();
     EXPECT_TRUE(Holds(log, "next start begins again from " + copy));
     site.appliance.runShell = Appliance().runShell;
     site.Upgrade();

@@ -157,8 +157,10 @@ bool ConfigUpgrader::MapIsdnTrunk(const std::string& trunkPath) {
                                                          {"isdn_net", "bri_net.cfg"}};
     for (const auto& [section, name] : sides) {
         SectionFile side = OpenSectionFile(directory + name, true);
-        if (!side)
+        if (!side) {
+            saved = false;
             continue;
+        }
         if (old->GotoSection(section))
             MapSideKeys(*old, *side);
         saved = Save(*side) && saved;

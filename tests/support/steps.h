@@ -1,0 +1,51 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include "tests/support/site.h"
+#include "tests/support/text.h"
+
+/// Steps on their own, on files that a test writes and reads in the short form.
+class Steps : public testing::Test {
+protected:
+    using Step = void (ConfigUpgrader::*)();
+
+    void Put(const std::string& name, const std::string& shortForm) const {
+        site.Write(site.Live(name), Text(shortForm));
+    }
+    void PutFactory(const std::string& name, const std::string& shortForm) const {
+        site.Write(site.Factory(name), Text(shortForm));
+    }
+    std::string Get(const std::string& name) const { return ShortForm(site.Read(site.Live(name))); }
+    bool Has(const std::string& name) const { return site.Exists(site.Live(name)); }
+    void Remove(const std::string& name) const { site.Remove(site.Live(name)); }
+    /// Puts a link that leads nowhere: a file or directory that can never be made.
+    void Unmakeable(const std::string& name) const {
+        Remove(name);
+        std::filesystem::create_symlink("no-such-directory/file", site.Live(name));
+    }
+
+    /// Makes `upgrader` one for a tree of that version.
+    ConfigUpgrader& Open(const std::string& version) {
+        upgrader = site.Upgrader(version);
+        upgrader->liveExtensions = extensions;
+        upgrader->liveAttendants = attendants;
+        upgrader->routingExtensions = routing;
+        upgrader->attendantExtension = "00";
+        upgrader->systemLanguage = "en_IE";
+        return *upgrader;
+    }
+    /// Runs a step; its log, which is in `log` too.
+    const std::string& Run(const std::string& version, Step step) {
+        (Open(version).*step)();
+        return TakeLog();
+    }
+    const std::string& TakeLog() { return log = site.TakeLog(*upgrader); }
+
+    Site site;
+    std::unique_ptr<ConfigUpgrader> upgrader;
+    std::string log;
+    std::vector<std::string> extensions;
+    std::vector<std::string> attendants;
+    std::vector<std::string> routing;
+};
