@@ -104,7 +104,7 @@ public:
     /// Finds the copy of an upgrade that did not end and puts the tree back as it was before it.
     /// False when that failed: the tree is then half upgraded, and must not be upgraded again.
     bool PutBackInterrupted();
-    /// Makes the copy, unless there is one; reports when it can't.
+    /// Makes the copy, or links where there is no room, unless there is one; reports when it can't.
     void MakeRecoveryCopy();
 
     // Steps, in the order of the run.
@@ -207,10 +207,10 @@ public:
     std::string systemLanguage;
 
     std::string liveTree;          // the directory configRoot names, without "/" at its end
-    std::string recoveryCopy;      // its copy, while an upgrade is under way
+    std::string recoveryCopy;      // the name of its copy
     bool hasRecoveryCopy = false;  // it is complete, and of the tree as it was
-    bool wasRefused = false;       // its upgrade did not end because the disk refused something
-    unsigned failuresBefore = 0;   // DiskFailures() when the run began
+    bool wasRefused = false;       // it is not begun again for a failure of the disk
+    unsigned failuresBefore = 0;   // DiskFailures() that are not this upgrade's
 
 private:
     void RunSteps();

@@ -133,6 +133,9 @@ bool ConfigUpgrader::PutBackInterrupted() {
         RemoveRecoveryCopy();
         return true;
     }
+    // From here on the mark of a run that came to its last step would lie.
+    if (FileUtility::IsThere(recoveryCopy + done))
+        SetMark(recoveryCopy, refused);
     report += "\tlast upgrade was interrupted, ";
     // What the disk does not tell now must not be guessed.
     const std::string error =

@@ -1,5 +1,6 @@
 // The order of the run, and the restore paths of the two main databases.
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -160,7 +161,10 @@ void ConfigUpgrader::FindConfigRoot() {
 /// not be run; whether the copy helped shows when the file is opened.
 bool ConfigUpgrader::CopyFromFactory(const std::string& name) {
     const std::string path = configRoot + name;
-    unlink(path.c_str());
+    // A bad file stays until the copy takes its place; what cp could not write over goes first.
+    struct stat info {};
+    if (stat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode))
+        unlink(path.c_str());
     return !ShellFailed(CopyWhole("-p", appliance.factoryTelephony + linesDir + name, path));
 }
 

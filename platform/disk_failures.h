@@ -3,12 +3,12 @@
 #include <string>
 #include <vector>
 
-/// Counts what the disk refused, by errno, in reading and in saving. An error that only says what
-/// stands under a name (nothing, a directory, a link that leads nowhere) is not the disk's and
-/// counts as nothing: it is the same on every start.
+/// Counts what the system refused, by errno, in reading, making, saving and removing. An error that
+/// only says what stands under a name (nothing, a directory, a link that leads nowhere) is not the
+/// disk's and counts as nothing: it is the same on every start.
 void CountDiskFailure(int error);
 
-/// The same for a file whose reader does not say why it could not be read: kept for the log.
+/// The same, kept for the log: for what the step's own message does not give the reason of.
 void CountDiskFailure(int error, const std::string& path);
 
 /// How many there were since the program began. An upgrade with any of them is not the upgrade that

@@ -19,7 +19,8 @@ void AdjustPath(std::string& path, char separator);
 /// something of it is left.
 bool RemoveDirOrFile(const std::string& path);
 
-/// What a path is, links followed.
+/// What a path is, links followed. One that the disk does not tell of is missing, and counted as
+/// the disk's failure, by this and by all that ask below and above.
 enum class Kind { Missing, Directory, Other };
 Kind KindOf(const std::string& path);
 
@@ -48,7 +49,8 @@ bool IsDirectoryName(const std::string& text);
 /// over it would block or write into the device.
 void RemoveSpecialFile(const std::string& path);
 
-/// Creates a directory with mode 0777 less the umask, or, open, with it whole. False when it can't.
+/// Creates a directory with mode 0777 less the umask; an open one whatever the umask. False, and
+/// counted where it is the disk's fault, when it can't.
 bool MakeDirectory(const std::string& path);
 bool MakeOpenDirectory(const std::string& path);
 

@@ -21,7 +21,8 @@ namespace {
 
 using platform::FileDescriptor;
 
-constexpr std::size_t blockSize = 65536;
+constexpr std::size_t blockSize = 65536;   // of reads
+constexpr std::uint64_t fileBlock = 4096;  // what file systems give room in
 
 std::string Reason(const std::string& path) {
     const int error = errno;
@@ -277,7 +278,8 @@ std::uint64_t TreeSize(const std::string& directory) {
             if (S_ISDIR(info.st_mode))
                 size += TreeSize(path);
             else if (S_ISREG(info.st_mode))
-                size += static_cast<std::uint64_t>(info.st_size);
+                size += (static_cast<std::uint64_t>(info.st_size) + fileBlock - 1) / fileBlock *
+                        fileBlock;
         }
     return size;
 }

@@ -26,15 +26,16 @@ std::string SaveLinkedFiles(const std::string& tree, const std::string& copy, By
 /// Writes them back through the links of `tree` where the bytes differ.
 std::string PutBackLinkedFiles(const std::string& copy, const std::string& tree);
 
-/// The bytes of all regular files below a directory.
+/// The room that the regular files below a directory take, in bytes.
 std::uint64_t TreeSize(const std::string& directory);
 
 /// Completes a copy of a file or directory that the shell made: what a full disk cut or left out is
 /// copied again. Returns the reason in words when that fails, too.
 std::string CompleteCopy(const std::string& original, const std::string& copy);
 
-/// Moves what the directory `from` holds into the directory `to`: a new file comes with its mode, a
-/// file that exists there gets the bytes and keeps its own mode and owner, directories are merged.
+/// Moves what the directory `from` holds into the directory `to`: a new file or a link comes as it
+/// is, a file that exists there gets the bytes and keeps its own mode and owner, directories are
+/// merged.
 /// Each file is whole, old or new. Returns the first reason in words on failure, having gone on
 /// with the other files.
 std::string MoveInto(const std::string& from, const std::string& to);
