@@ -8,8 +8,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using Names = std::vector<std::string>;
-
 class Databases : public Steps {
 protected:
     void PutLines(const std::string& factory, const std::string& live) const {

@@ -7,8 +7,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using Names = std::vector<std::string>;
-
 /// A factory tree and a live tree of a few files each, made by the test.
 class FileSet : public Steps {
 protected:

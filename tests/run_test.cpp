@@ -5,8 +5,6 @@
 
 namespace {
 
-using Names = std::vector<std::string>;
-
 class Run : public Steps {
 protected:
     bool IsStamped() const { return Holds(Get("linedb"), "current_version=5.1.0|"); }

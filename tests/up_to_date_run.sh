@@ -8,10 +8,6 @@ set -euo pipefail
 # shellcheck source=tests/lib/appliance.sh
 . "$(dirname "${BASH_SOURCE[0]}")/lib/appliance.sh"
 
-upgrade=$(realpath -- "$1")
-work=$(mktemp -d "${TMPDIR:-/tmp}/uptodate.XXXXXX")
-trap 'rm -rf -- "$work"' EXIT
-
 "$repo/bench/make_appliance" 40 "$work/unit"
 "$upgrade" "$work/unit" 2>/dev/null
 manifest "$work/unit" >"$work/before"

@@ -1,30 +1,79 @@
 # shellcheck shell=bash
-# Sourced by the scripts that upgrade generated appliances under adverse conditions.
+# shellcheck disable=SC2034  # what the scripts use
+# Sourced by the scripts that upgrade appliances under adverse conditions. It reads UPGRADE_AT and
+# --every N off their arguments: the program that upgrades a tree is then $upgrade, and each $every-th
+# point is to be tried; what is left stands in "${rest[@]}". $work is a directory that goes in the end.
 
 repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd -P)
+upgrade=$(realpath -- "${1:?usage: $0 UPGRADE_AT [--every N]}")
+shift
+every=1
+if [ "${1-}" = --every ]; then
+    every=$2
+    shift 2
+fi
+rest=("$@")
 
-# make_appliance DIRECTORY LABEL UPGRADE: the sample as it is (2.2.0), or as a unit that was sold
-# with the firmware LABEL would look. UPGRADE is the program that upgrades a tree.
+# In memory: what is durable when the power goes is the order of the calls, not the disk's speed.
+base=/dev/shm
+[ -d "$base" ] && [ -w "$base" ] || base=${TMPDIR:-/tmp}
+work=$(mktemp -d "$base/upgrade.XXXXXX")
+trap 'rm -rf -- "$work"' EXIT
+tree=$work/tree
+
+tried=0
+failed=0
+fail() {
+    failed=$((failed + 1))
+    echo "FAILED: $1"
+}
+
+# finish WHAT LEAST: the last line of a script, which succeeds when nothing failed.
+finish() {
+    echo "$tried $1, $failed failed"
+    [ "$tried" -gt "$2" ] && [ "$failed" -eq 0 ]
+}
+
+# make_appliance DIRECTORY LABEL: the sample as it is (2.2.0), or with the unit of that label from
+# tests/inputs in the place of its live telephony tree.
 make_appliance() {
-    local directory=$1 label=$2 upgrade=$3
+    local directory=$1 label=$2 live=$1/etc/orix-conf/telephony
     cp -a "$repo/examples/appliance" "$directory"
     mkdir "$directory/tmp"
+    if [ "$label" != 2.2.0 ]; then
+        rm -r "$live"
+        echo "$label" >"$directory/etc/orix-conf/config_label.txt"
+        unpack "$directory" "$repo/tests/inputs/3.0.1.txt"
+        [ "$label" = 3.0.1 ] || unpack "$directory" "$repo/tests/inputs/$label.txt"
+    fi
     # A file behind a link that leads out of the telephony directory, with a value that must not be
     # converted twice.
-    mv "$directory/etc/orix-conf/telephony/e1t1/trunk0.cfg" "$directory/etc/orix-conf/trunk0.cfg"
-    ln -s ../../trunk0.cfg "$directory/etc/orix-conf/telephony/e1t1/trunk0.cfg"
-    [ "$label" != 2.2.0 ] || return 0
-    "$upgrade" "$directory"
-    local live=$directory/etc/orix-conf/telephony
-    echo "$label" >"$directory/etc/orix-conf/config_label.txt"
-    sed -i '/^current_version=/d; /^is_ext_length_defined=/d' "$live/linedb"
-    sed -i '/^section common/,/^}/ s/^min_rtp_port=.*/min_rtp_port=9000/' "$live/rtp.cfg"
-    printf 'section trunk\n{\nechoDelay=160\nnetworkside=1\n}\nsection isdn_user\n{\nroute_call=DestNumber\nroute_msn_call= 12 , DestNumber\n}\n' >"$live/isdn/trunk0.cfg"
-    printf 'section\n{\ncall_type=PSTN\nuser_name=0209\n}\n' >"$live/21/speedcalldb"
-    printf 'section\n{\naddress_list=22/a/b,23\n}\n' >"$live/21/grouplistdb"
-    printf 'zero_out=1\nmail_box_portion=9\n' >"$live/21/voicemaildb"
-    printf 'timer_profile=default\n' >"$live/timerprofile.cfg"
-    rm -f "$directory/mend.log"
+    mv "$live/e1t1/trunk0.cfg" "$directory/etc/orix-conf/trunk0.cfg"
+    ln -s ../../trunk0.cfg "$live/e1t1/trunk0.cfg"
+}
+
+# unpack DIRECTORY INPUT: the files of a text in which "==== PATH" heads each.
+unpack() {
+    local line file=
+    while IFS= read -r line; do
+        if [[ $line =~ ^====\ ([^ :]+)(\ =\ factory\ (.+))?:?$ ]]; then
+            file=$1${BASH_REMATCH[1]}
+            mkdir -p "${file%/*}"
+            : >"$file"
+            [ -z "${BASH_REMATCH[3]}" ] ||
+                cat "$1/etc/default-conf/telephony/${BASH_REMATCH[3]}" >"$file"
+        elif [[ $line =~ ^(section.*)\ \{\ (.*)\ \}$ ]]; then
+            printf '%s\n{\n%s\n}\n' "${BASH_REMATCH[1]}" "${BASH_REMATCH[2]// | /$'\n'}" >>"$file"
+        else
+            printf '%s\n' "$line" >>"$file"
+        fi
+    done <"$2"
+}
+
+# renew: the appliance as it was before, in $tree.
+renew() {
+    rm -rf "$tree"
+    cp -a "$work/before" "$tree"
 }
 
 # manifest DIRECTORY: kind, mode, owner, name and content of all that an upgrade may change.
@@ -35,4 +84,14 @@ manifest() {
             LC_ALL=C sort
         find etc/orix-conf mnt -type f -print0 | LC_ALL=C sort -z | xargs -0 sha256sum
     )
+}
+
+# expect_manifest WHAT STATUS: after a run with that exit status $tree must be as it is in
+# $work/expected.
+expect_manifest() {
+    manifest "$tree" >"$work/after"
+    if [ "$2" -ne 0 ] || ! cmp -s "$work/expected" "$work/after"; then
+        fail "$1 (exit status $2)"
+        diff "$work/expected" "$work/after" | head -n 10 || true
+    fi
 }

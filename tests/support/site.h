@@ -6,10 +6,12 @@
 
 #include "app/config_upgrader.h"
 
-/// A copy of the sample appliance in a directory of its own, for one test to change and upgrade.
+/// A copy of the sample appliance, or nothing, in a directory of its own, for one test to change
+/// and upgrade.
 class Site {
 public:
-    Site();
+    enum class Content { Sample, Nothing };
+    explicit Site(Content content = Content::Sample);
     ~Site();
     Site(const Site&) = delete;
     Site& operator=(const Site&) = delete;

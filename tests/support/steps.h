@@ -19,6 +19,8 @@ protected:
     std::string Get(const std::string& name) const { return ShortForm(site.Read(site.Live(name))); }
     bool Has(const std::string& name) const { return site.Exists(site.Live(name)); }
     void Remove(const std::string& name) const { site.Remove(site.Live(name)); }
+    /// The version that the sample's firmware expects.
+    std::string FactoryVersion() const { return Lines(site.Read(site.appliance.factoryLabel))[0]; }
     /// Puts a link that leads nowhere: a file or directory that can never be made.
     void Unmakeable(const std::string& name) const {
         Remove(name);
@@ -45,7 +47,7 @@ protected:
     Site site;
     std::unique_ptr<ConfigUpgrader> upgrader;
     std::string log;
-    std::vector<std::string> extensions;
-    std::vector<std::string> attendants;
-    std::vector<std::string> routing;
+    Names extensions;
+    Names attendants;
+    Names routing;
 };

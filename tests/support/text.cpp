@@ -1,6 +1,7 @@
 #include "tests/support/text.h"
 
 #include <regex>
+#include <sstream>
 
 std::string Text(const std::string& shortForm) {
     std::string text;
@@ -25,6 +26,62 @@ std::string ShortForm(std::string text) {
         {"section ?([^\\n]*)\\n\\{\\n", "[$1|"}, {"\\}\\n", "]"}, {"\\n", "|"}};
     for (const auto& [form, shortened] : forms)
         text = std::regex_replace(text, std::regex(form), shortened);
+    return text;
+}
+
+std::string Folded(const std::string& text) {
+    constexpr std::size_t width = 100;
+    const auto isEntry = [](const std::string& line) {
+        return line.find('=') != std::string::npos && line.find_first_of("#{}|\r") == line.npos;
+    };
+    const Names lines = Lines(text);
+    std::string folded;
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        if (lines[i].rfind("section", 0) == 0 && i + 1 < lines.size() && lines[i + 1] == "{") {
+            std::string line = lines[i] + " {";
+            std::size_t end = i + 2;
+            for (; end < lines.size() && isEntry(lines[end]); ++end)
+                line += (end == i + 2 ? " " : " | ") + lines[end];
+            if (end < lines.size() && lines[end] == "}" && line.size() + 2 <= width) {
+                folded += line + " }\n";
+                i = end;
+                continue;
+            }
+        }
+        folded += lines[i] + "\n";
+    }
+    if (!text.empty() && text.back() != '\n')
+        folded.pop_back();
+    return folded;
+}
+
+std::string Unfolded(const std::string& text) {
+    std::string unfolded;
+    for (const std::string& line : Lines(text)) {
+        const std::size_t open = line.find(" {");
+        if (line.rfind("section", 0) != 0 || open == line.npos || !line.ends_with(" }")) {
+            unfolded += line + "\n";
+            continue;
+        }
+        unfolded += line.substr(0, open) + "\n{\n";
+        if (open + 3 < line.size() - 2)
+            unfolded += Replaced(line.substr(open + 3, line.size() - open - 5), " | ", "\n") + "\n";
+        unfolded += "}\n";
+    }
+    return unfolded;
+}
+
+Names Lines(const std::string& text) {
+    std::istringstream stream(text);
+    Names lines;
+    for (std::string line; std::getline(stream, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+std::string Replaced(std::string text, const std::string& what, const std::string& by) {
+    for (std::size_t at = text.find(what); at != text.npos; at = text.find(what, at + by.size()))
+        text.replace(at, what.size(), by);
     return text;
 }
 

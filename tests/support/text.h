@@ -1,6 +1,9 @@
 #pragma once
 
 #include <string>
+#include <vector>
+
+using Names = std::vector<std::string>;
 
 /// A file's text from a short form: "|" ends a line, "[name|" and "]" stand around a section.
 std::string Text(const std::string& shortForm);
@@ -10,5 +13,13 @@ std::string ShortForm(std::string text);
 /// The short form of a file that ends inside a section.
 inline constexpr const char* malformed = "[open|key=value|";
 
+/// The form of a file in test data: "section name { a=1 | b=2 }" stands for a section of plain
+/// entries. Folded folds those that fit into a line, Unfolded is its inverse.
+std::string Folded(const std::string& text);
+std::string Unfolded(const std::string& text);
+
+/// The lines of a text, without their ends.
+Names Lines(const std::string& text);
+std::string Replaced(std::string text, const std::string& what, const std::string& by);
 int Count(const std::string& text, const std::string& part);
 bool Holds(const std::string& text, const std::string& part);
