@@ -113,11 +113,14 @@ protected:
                 }
             }
     }
+    /// Without the directories that something stands in.
     Tree TakeTree() const {
         Tree tree;
         for (const std::string& file : site.Snapshot()) {
             const std::size_t end = std::min(file.find(":\n"), file.find(" -> "));
-            tree[file.substr(0, end)] = end == file.npos ? "" : file.substr(end);
+            const std::string path = file.substr(0, end);
+            tree.erase(fs::path(path).parent_path());
+            tree[path] = end == file.npos ? "" : file.substr(end);
         }
         return tree;
     }

@@ -17,8 +17,7 @@ Site::Site(Content content) {
     const bool inMemory = std::getenv("TMPDIR") == nullptr && access("/dev/shm", W_OK) == 0;
     const std::string base = inMemory ? "/dev/shm" : fs::temp_directory_path().string();
     // The name must not end in digits: "21/" anywhere in a path counts as extension 21's.
-    root_ = base + "/mend-" + std::to_string(getpid()) + "-" +
-            std::to_string(++count) + "-unit";
+    root_ = base + "/mend-" + std::to_string(getpid()) + "-" + std::to_string(++count) + "-unit";
     fs::remove_all(root_);
     if (content == Content::Sample)
         fs::copy(SAMPLE_APPLIANCE, root_,

@@ -8,6 +8,8 @@
 /// Steps on their own, on files that a test writes and reads in the short form.
 class Steps : public testing::Test {
 protected:
+    explicit Steps(Site::Content content = Site::Content::Sample) : site(content) {}
+
     using Step = void (ConfigUpgrader::*)();
 
     void Put(const std::string& name, const std::string& shortForm) const {

@@ -30,7 +30,7 @@ std::string ShortForm(std::string text) {
 }
 
 std::string Folded(const std::string& text) {
-    constexpr std::size_t width = 100;
+    constexpr std::size_t width = 140;
     const auto isEntry = [](const std::string& line) {
         return line.find('=') != std::string::npos && line.find_first_of("#{}|\r") == line.npos;
     };
@@ -59,14 +59,16 @@ std::string Unfolded(const std::string& text) {
     std::string unfolded;
     for (const std::string& line : Lines(text)) {
         const std::size_t open = line.find(" {");
-        if (line.rfind("section", 0) != 0 || open == line.npos || !line.ends_with(" }")) {
-            unfolded += line + "\n";
-            continue;
+        const bool isSection = line.starts_with("section") && line.ends_with(" }");
+        std::string entries = line;
+        if (isSection) {
+            unfolded += line.substr(0, open) + "\n{\n";
+            entries = line.size() > open + 4 ? line.substr(open + 3, line.size() - open - 5) : "";
         }
-        unfolded += line.substr(0, open) + "\n{\n";
-        if (open + 3 < line.size() - 2)
-            unfolded += Replaced(line.substr(open + 3, line.size() - open - 5), " | ", "\n") + "\n";
-        unfolded += "}\n";
+        if (!entries.empty() || !isSection)
+            unfolded += Replaced(entries, " | ", "\n") + "\n";
+        if (isSection)
+            unfolded += "}\n";
     }
     return unfolded;
 }

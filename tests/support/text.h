@@ -14,7 +14,7 @@ std::string ShortForm(std::string text);
 inline constexpr const char* malformed = "[open|key=value|";
 
 /// The form of a file in test data: "section name { a=1 | b=2 }" stands for a section of plain
-/// entries. Folded folds those that fit into a line, Unfolded is its inverse.
+/// entries, and "a=1 | b=2" for two lines. Folded folds the sections that fit into a line.
 std::string Folded(const std::string& text);
 std::string Unfolded(const std::string& text);
 
