@@ -55,31 +55,6 @@ TEST_F(Databases, SplitEndsAtAMalformedFileAndLosesNothing) {
     EXPECT_TRUE(Holds(Get("00/servicesdb"), "att_rout_support=1|"));
 }
 
-TEST_F(Databases, SplitKeepsHostileSectionNamesInTheFile) {
-    const std::string hostile =
-        "[../x|password=1|][..|password=2|][21/../y|password=3|][.|password=4|][|password=5|]"
-        "[a=b|password=7|]";
-    for (const char* name : {"../x", "y", "a=b"})
-        fs::create_directories(site.Live(name));
-    Put("extensiondb", hostile + "[21|password=6|]");
-    Split();
-    EXPECT_EQ(Get("extensiondb"), hostile + "[attendant|att_0=00|][extension|ext_21=21|]");
-    for (const char* name : {"../x/", "../", "y/", "", "a=b/"})
-        EXPECT_FALSE(Has(name + std::string("personaldatadb"))) << name;
-    EXPECT_EQ(upgrader->liveExtensions, Names{"21"});
-}
-
-TEST_F(Databases, ASplitDatabaseIsOnlyRead) {
-    Put("extensiondb",
-        "[sle|s=81|t=21|][paging|p=77|][pickup|p=|q=75|][callpark|c=71|r=../x|]"
-        "[extension|a=21|b=22|][attendant|att_0=00|][23|fn_number=23|]");
-    const std::vector<std::string> before = site.Snapshot();
-    EXPECT_EQ(Split(), "\n=== extensiondb check ===\n");
-    EXPECT_EQ(site.Snapshot(), before);
-    EXPECT_EQ(upgrader->liveExtensions, (Names{"21", "22", "71", "75", "77", "81"}));
-    EXPECT_EQ(upgrader->routingExtensions, (Names{"21", "22"}));
-}
-
 TEST_F(Databases, CallerWalkNumbersRecordsEndsInLoopsAndPassesAMalformedFile) {
     Remove("");
     const std::string old = "[|section_id=7|][b|]";

@@ -10,9 +10,7 @@ namespace {
 /// A factory tree and a live tree of a few files each, made by the test.
 class FileSet : public Steps {
 protected:
-    FileSet() {
-        fs::remove_all(site.appliance.factoryTelephony);
-        Remove("");
+    FileSet() : Steps(Site::Content::Nothing) {
         for (const char* name : {"linedb", "extensiondb"}) {
             PutFactory(std::string("04-lines/") + name, "");
             Put(name, "");
@@ -31,40 +29,6 @@ protected:
 };
 
 }  // namespace
-
-TEST_F(FileSet, RestoresWhatIsMissingAndNothingOfOthers) {
-    // Where it stands in the factory tree, and where it comes to; empty: nowhere.
-    const std::pair<const char*, const char*> files[] = {
-        {"voip.cfg", "voip.cfg"},
-        {"sub/b", "sub/b"},
-        {"new/c", "new/c"},
-        {"04-lines/f", "f"},
-        {"04-lines/default/j", "default/j"},
-        {"ippbx/d", ""},        // another device
-        {"16-lines/e", ""},     // another size
-        {"04-lines/11/g", ""},  // an extension this unit lacks
-        {"04-lines/00/h", ""},  // an attendant this unit lacks
-        {"04-lines/31/i", ""},  // the factory's extension of that number
-    };
-    for (const auto& [name, place] : files)
-        PutFactory(name, name);
-    PutFactory("sub/a", "factory");
-    Put("sub/a", "office");
-    Put("32/keep", "office");
-    Check("3.0.1");
-    for (const auto& [name, place] : files)
-        EXPECT_TRUE(*place == '\0' || Get(place) == name) << name;
-    EXPECT_EQ(Get("sub/a"), "office");
-    for (const char* name : {"ippbx", "16-lines", "04-lines", "11", "00", "d", "e", "32/j"})
-        EXPECT_FALSE(Has(name)) << name;
-    EXPECT_TRUE(fs::is_empty(site.Live("31"))) << "made, and left empty";
-    EXPECT_TRUE(Logged("\tfile voip.cfg is copied from default-conf - Done!\n"));
-    EXPECT_TRUE(Logged("\tdir  new is copied from default-conf - Done!\n"));
-    EXPECT_TRUE(Logged("\tdir  31 is created for extension 31- Done!\n"));
-    EXPECT_TRUE(
-        Logged("\tfile  " + site.Live("32/j") + " is belong to extension, skipped copying.\n "));
-    EXPECT_TRUE(Logged("\n\n\tChecking non-default attendants dirs.\n\n "));
-}
 
 TEST_F(FileSet, WhatIsOnBothSidesIsRefreshedQueuedRemovedOrLeft) {
     const auto check = [&](const std::string& version, bool upToDate) {

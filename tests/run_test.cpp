@@ -7,7 +7,9 @@ namespace {
 
 class Run : public Steps {
 protected:
-    bool IsStamped() const { return Holds(Get("linedb"), "current_version=5.1.0|"); }
+    bool IsStamped() const {
+        return Holds(Get("linedb"), "current_version=" + FactoryVersion() + "|");
+    }
 };
 
 }  // namespace
@@ -38,7 +40,8 @@ TEST_F(Run, FindsTheConfigurationRoot) {
     char* arguments[] = {name.data(), argument.data(), argument.data()};
     Thread::SetCommandLine(2, arguments);
     ConfigUpgrader(site.appliance).Run();
-    EXPECT_TRUE(Holds(site.Read(elsewhere + "/linedb"), "current_version=5.1.0\n"));
+    EXPECT_TRUE(
+        Holds(site.Read(elsewhere + "/linedb"), "current_version=" + FactoryVersion() + "\n"));
 
     const std::pair<const char*, std::string> environment[] = {
         {"/none/x", "/none/xtelephony/"},  // no separator at the end: kept so

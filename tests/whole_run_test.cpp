@@ -20,7 +20,7 @@ namespace {
 
 using Tree = std::map<std::string, std::string>;  // a path, and ":" and text, "->" and target or ""
 
-/// The changed lines of a file; a run of them is headed by the section that it begins in.
+/// The changed lines of a text; a run of them is headed by the section that it begins in.
 std::string ChangedLines(const Names& before, const Names& after) {
     // common[i][j]: how many lines the two have in common from i and j on.
     std::vector common(before.size() + 1, std::vector<int>(after.size() + 1));
@@ -31,16 +31,22 @@ std::string ChangedLines(const Names& before, const Names& after) {
     std::string text;
     std::string heading;
     for (std::size_t i = 0, j = 0; i < before.size() || j < after.size();) {
-        if (i < before.size() && j < after.size() && before[i] == after[j]) {
+        std::string gone;
+        std::string added;
+        while (common[i][j] > 0 ? before[i] != after[j] : i < before.size() || j < after.size())
+            if (i < before.size() && common[i + 1][j] == common[i][j])
+                gone += before[i++] + "\n";
+            else
+                added += after[j++] + "\n";
+        if (gone + added != "")
+            text += std::exchange(heading, "");
+        for (const std::string& line : Lines(Folded(gone)))
+            text += "- " + line + "\n";
+        for (const std::string& line : Lines(Folded(added)))
+            text += "+ " + line + "\n";
+        for (; i < before.size() && j < after.size() && before[i] == after[j]; ++i, ++j)
             if (before[i].starts_with("section") && !Holds(before[i], "="))
                 heading = "@ " + before[i] + "\n";
-            ++i, ++j;
-        } else {
-            text += std::exchange(heading, "");
-            const bool isGone =
-                j == after.size() || (i < before.size() && common[i + 1][j] >= common[i][j + 1]);
-            text += isGone ? "- " + before[i++] + "\n" : "+ " + after[j++] + "\n";
-        }
     }
     return text;
 }
@@ -77,10 +83,7 @@ std::string ReportToCompare(const std::string& report) {
     };
     SortPieces(lines, at("=== cfg files existence") + 1, at("=== linedb check"), "");
     SortPieces(lines, at("=== /"), at("Starting update e1t1"), "=== ");
-    std::string text;
-    for (const std::string& line : lines)
-        text += line + "\n";
-    return text;
+    return Joined(lines);
 }
 
 class WholeRun : public Steps {
@@ -101,16 +104,20 @@ protected:
         Remove("");
         site.SetLiveVersion(version);
         std::string path;
+        const auto factoryText = [&](const std::string& line) {
+            const std::size_t name = line.find(" = factory ");
+            return name == line.npos ? "" : factoryFiles.at(line.substr(name + 11));
+        };
         for (const std::string& input : inputs)
             for (const std::string& line : Lines(site.Read(TEST_DATA "/inputs/" + input))) {
+                std::string text = line + "\n";
                 if (line.starts_with("==== ")) {
-                    path = site.Path(line.substr(5, line.find_first_of(" :", 5) - 5));
-                    const std::size_t name = line.find(" = factory ");
-                    site.Write(path,
-                               name == line.npos ? "" : factoryFiles.at(line.substr(name + 11)));
-                } else {
-                    site.Write(path, site.Read(path) + Unfolded(line));
+                    const std::size_t end = line.find_first_of(" :", 5);
+                    path = site.Path(line.substr(5, end - 5));
+                    site.Write(path, factoryText(line));
+                    text = line.substr(end).starts_with(": ") ? line.substr(end + 2) : "";
                 }
+                site.Write(path, site.Read(path) + Unfolded(text));
             }
     }
     /// Without the directories that something stands in.
@@ -141,7 +148,8 @@ protected:
         }
         if (!found.empty())
             return "==== " + path + " = factory " + found + "\n";
-        return "==== " + path + ":\n" + Folded(text) + (text.ends_with('\n') ? "" : "\n");
+        const std::string folded = Folded(text);
+        return "==== " + path + (Lines(folded).size() == 1 ? ": " : ":\n") + folded;
     }
     /// What an upgrade made, removed and changed.
     std::string Changes(const Tree& before, const Tree& after) const {
@@ -155,7 +163,7 @@ protected:
                 text += Told(path, what);
             else if (what != after.at(path))
                 text += "==== " + path + " is changed\n" +
-                        ChangedLines(Lines(Folded(what)), Lines(Folded(after.at(path))));
+                        ChangedLines(Lines(what), Lines(after.at(path)));
         return text;
     }
     /// Compares with a file of tests/expected, or writes it anew.

@@ -56,17 +56,19 @@ make_appliance() {
 unpack() {
     local line file=
     while IFS= read -r line; do
-        if [[ $line =~ ^====\ ([^ :]+)(\ =\ factory\ (.+))?:?$ ]]; then
+        if [[ $line =~ ^====\ ([^ :]+)(\ =\ factory\ (.+)|:\ (.+)|:)?$ ]]; then
             file=$1${BASH_REMATCH[1]}
+            line=${BASH_REMATCH[4]-}
             mkdir -p "${file%/*}"
             : >"$file"
-            [ -z "${BASH_REMATCH[3]}" ] ||
+            [ -z "${BASH_REMATCH[3]-}" ] ||
                 cat "$1/etc/default-conf/telephony/${BASH_REMATCH[3]}" >"$file"
-        elif [[ $line =~ ^(section.*)\ \{\ (.*)\ \}$ ]]; then
-            printf '%s\n{\n%s\n}\n' "${BASH_REMATCH[1]}" "${BASH_REMATCH[2]// | /$'\n'}" >>"$file"
-        else
-            printf '%s\n' "$line" >>"$file"
+            [ -n "$line" ] || continue
         fi
+        if [[ $line =~ ^(section.*)\ \{\ (.*)\ \}$ ]]; then
+            line="${BASH_REMATCH[1]}"$'\n{\n'"${BASH_REMATCH[2]}"$'\n}'
+        fi
+        printf '%s\n' "${line// | /$'\n'}" >>"$file"
     done <"$2"
 }
 

@@ -30,29 +30,27 @@ std::string ShortForm(std::string text) {
 }
 
 std::string Folded(const std::string& text) {
-    constexpr std::size_t width = 140;
-    const auto isEntry = [](const std::string& line) {
-        return line.find('=') != std::string::npos && line.find_first_of("#{}|\r") == line.npos;
-    };
-    const Names lines = Lines(text);
-    std::string folded;
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-        if (lines[i].rfind("section", 0) == 0 && i + 1 < lines.size() && lines[i + 1] == "{") {
-            std::string line = lines[i] + " {";
-            std::size_t end = i + 2;
-            for (; end < lines.size() && isEntry(lines[end]); ++end)
-                line += (end == i + 2 ? " " : " | ") + lines[end];
-            if (end < lines.size() && lines[end] == "}" && line.size() + 2 <= width) {
-                folded += line + " }\n";
-                i = end;
-                continue;
-            }
-        }
-        folded += lines[i] + "\n";
+    constexpr std::size_t width = 100;
+    Names folded;
+    bool isBehindEntry = false;
+    for (const std::string& line : Lines(text)) {
+        const bool isEntry = Holds(line, "=") && line.find_first_of("#{}|\r") == line.npos;
+        if (isEntry && isBehindEntry && folded.back().size() + 3 + line.size() <= width)
+            folded.back() += " | " + line;
+        else
+            folded.push_back(line);
+        isBehindEntry = isEntry;
+        const std::size_t size = folded.size();
+        const std::size_t open = line != "}" || size < 3 ? 0 : folded[size - 2] == "{" ? 2 : 3;
+        if (open == 0 || size <= open || folded[size - open] != "{")
+            continue;
+        std::string section = folded[size - open - 1] + " {";
+        if (open == 3)
+            section += " " + folded[size - 2];
+        folded.resize(size - open);
+        folded.back() = section + " }";
     }
-    if (!text.empty() && text.back() != '\n')
-        folded.pop_back();
-    return folded;
+    return Joined(folded);
 }
 
 std::string Unfolded(const std::string& text) {
@@ -79,6 +77,13 @@ Names Lines(const std::string& text) {
     for (std::string line; std::getline(stream, line);)
         lines.push_back(line);
     return lines;
+}
+
+std::string Joined(const Names& lines) {
+    std::string text;
+    for (const std::string& line : lines)
+        text += line + "\n";
+    return text;
 }
 
 std::string Replaced(std::string text, const std::string& what, const std::string& by) {

@@ -14,12 +14,13 @@ std::string ShortForm(std::string text);
 inline constexpr const char* malformed = "[open|key=value|";
 
 /// The form of a file in test data: "section name { a=1 | b=2 }" stands for a section of plain
-/// entries, and "a=1 | b=2" for two lines. Folded folds the sections that fit into a line.
+/// entries, and "a=1 | b=2" for two lines. Folded folds what fits into a line.
 std::string Folded(const std::string& text);
 std::string Unfolded(const std::string& text);
 
-/// The lines of a text, without their ends.
+/// The lines of a text, without their ends, and back.
 Names Lines(const std::string& text);
+std::string Joined(const Names& lines);
 std::string Replaced(std::string text, const std::string& what, const std::string& by);
 int Count(const std::string& text, const std::string& part);
 bool Holds(const std::string& text, const std::string& part);
