@@ -19,22 +19,18 @@ labels=("${rest[@]}")
 # was created and not written yet differs from none only by its name: that is the call openat.
 calls=rename,unlink,unlinkat,rmdir,mkdir,symlink,write,fsync,syncfs,chmod,fchmod,fchown,lchown,utimensat
 
-# points STRACE_OPTION...: "CALL K" for every call of a run that changes something. strace counts
-# per process, so without -f these are setupmend's own.
+# points: "CALL K" for every call of a run that changes something. strace counts per process, so
+# without -f these are setupmend's own.
 points() {
-    local wanted=$1
-    shift
     renew
-    strace "$@" -o "$work/trace" -e trace="$wanted,openat" -e signal=none "$upgrade" "$tree" >/dev/null 2>&1
+    strace -o "$work/trace" -e trace="$calls,openat" -e signal=none "$upgrade" "$tree" >/dev/null 2>&1
     # An openat that creates nothing changes nothing, but is counted.
     awk '{
-        pid = $1 ~ /^[0-9]+$/ ? $1 : 0
-        sub(/^[0-9]+ +/, "")
         call = $0; sub(/\(.*/, "", call)
         if (call !~ /^[a-z_0-9]+$/) next
-        ++count[pid, call]
+        ++count[call]
         if (call == "openat" && $0 !~ /O_CREAT/) next
-        if (!seen[call, count[pid, call]]++) print call, count[pid, call]
+        print call, count[call]
     }' "$work/trace"
 }
 
@@ -64,7 +60,7 @@ for label in "${labels[@]}"; do
         fail "from $label: an undisturbed upgrade leaves something"
     fi
     before=$tried
-    points "$calls" | awk -v every="$every" 'NR % every == 0' >"$work/own"
+    points | awk -v every="$every" 'NR % every == 0' >"$work/own"
     # With cp, by the files that it copies: its calls are few and the same each time.
     renew
     strace -f -y -o "$work/trace" -e trace=copy_file_range -e signal=none "$upgrade" "$tree" \

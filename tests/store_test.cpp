@@ -47,25 +47,6 @@ TEST_F(StoreFiles, OpeningTellsMissingFromUnreadable) {
     EXPECT_NO_THROW(ConfigFile(path, false)) << "flat files keep any line";
 }
 
-TEST_F(StoreFiles, BuffersAreCutToFitAndOptional) {
-    site.Write(path, "k=0123456789\nsection s\n{\nname=value\n}\n");
-    MultiSectionFile file(path, false);
-    char key[4] = "";
-    char value[4] = "";
-    EXPECT_TRUE(file.GetEntry("k", value, sizeof value));
-    EXPECT_STREQ(value, "012");
-    EXPECT_FALSE(file.GetEntry("none", value, sizeof value));
-    ASSERT_TRUE(file.GotoSection("s"));
-    ASSERT_TRUE(file.GotoSecNextEntry());
-    EXPECT_TRUE(file.GetSecCurrentEntry(nullptr, 0, value, sizeof value));
-    EXPECT_STREQ(value, "val");
-    EXPECT_TRUE(file.GetSecCurrentEntry(key, sizeof key, value, sizeof value));
-    EXPECT_STREQ(key, "nam");
-    EXPECT_TRUE(file.SetSecCurrentEntry("new"));
-    EXPECT_EQ(file.GetSectionEntry("name"), "new");
-    EXPECT_FALSE(file.GotoSecNextEntry());
-}
-
 TEST_F(StoreFiles, SaveKeepsModeFollowsLinksAndSparesTheFlash) {
     site.Write(path, "a=1\n");
     ASSERT_EQ(chmod(path.c_str(), 0640), 0);
@@ -119,32 +100,4 @@ TEST_F(StoreFiles, AFailedSaveLeavesTheOldFileAndNoTemporary) {
     EXPECT_FALSE(homeless.Save(true, nullptr));
     EXPECT_EQ(homeless.LastError(), "can't open the directory: No such file or directory");
     EXPECT_TRUE(file.Save(true, nullptr)) << "and can be tried again";
-}
-
-TEST_F(StoreFiles, HelpersReportToTheLogOnly) {
-    Open("3.0.1");
-    site.Write(path, "{\n");
-    EXPECT_EQ(upgrader->OpenSectionFile(dir + "none", false), nullptr);
-    EXPECT_EQ(upgrader->OpenSectionFile(path, true), nullptr);
-    EXPECT_NE(upgrader->OpenFlatFile(path, false, true), nullptr);
-    EXPECT_EQ(upgrader->report, "");
-    EXPECT_EQ(TakeLog(), "MINOR ERROR: Invalid file: " + dir + "none\n" +
-                             "MINOR ERROR: Invalid file: " + path + "\nOpen File: " + path + ".\n");
-}
-
-TEST_F(StoreFiles, MergeNumbersWhatItAddsBehindTheLargest) {
-    const std::string old = "[|pattern=9|section_id=7|][named|pattern=5|section_id=x|]";
-    site.Write(path, Text(old));
-    site.Write(dir + "source",
-               Text("[|pattern=9|timeout=1|][|pattern=0*|section_id=1|timeout=4|timeout=5|]"
-                    "[|none=1|][other|pattern=8|][|pattern=5|][|pattern=0*|]"));
-    Open("3.0.1");
-    MultiSectionFile destination(path, false);
-    MultiSectionFile source(dir + "source", false);
-    EXPECT_FALSE(upgrader->MergeKeyedSections(nullptr, &source, "pattern", "section_id"));
-    EXPECT_FALSE(upgrader->MergeKeyedSections(&destination, &source, "", "section_id"));
-    EXPECT_TRUE(upgrader->MergeKeyedSections(&destination, &source, "pattern", "section_id"));
-    EXPECT_FALSE(upgrader->MergeKeyedSections(&destination, &source, "pattern", "section_id"));
-    EXPECT_TRUE(destination.Save(true, nullptr));
-    EXPECT_EQ(ShortForm(site.Read(path)), old + "[|pattern=0*|section_id=8|timeout=5|]");
 }

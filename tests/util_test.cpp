@@ -1,3 +1,4 @@
+#include "app/version.h"
 #include "platform/sip_address.h"
 #include "platform/string_utils.h"
 #include "tests/support/steps.h"
@@ -6,15 +7,13 @@
 #include "util/shell.h"
 
 TEST(Util, NumbersReadAsAStreamWould) {
-    const std::pair<const char*, int> numbers[] = {
-        {"12abc", 12},
-        {"abc", 0},
-        {"-5", -5},
-        {"- 5", 0},
-        {"+7", 7},
-        {"2147483648", 2147483647},
-        {"-99999999999", -2147483647 - 1},
-    };
+    const std::pair<const char*, int> numbers[] = {{"12abc", 12},
+                                                   {"abc", 0},
+                                                   {"-5", -5},
+                                                   {"- 5", 0},
+                                                   {"+7", 7},
+                                                   {"2147483648", 2147483647},
+                                                   {"-99999999999", -2147483647 - 1}};
     for (const auto& [text, number] : numbers)
         EXPECT_EQ(StringToNumber<int>(text), number) << text;
     EXPECT_EQ(StringToNumber<unsigned>(""), 0U);
@@ -25,6 +24,22 @@ TEST(Util, NumbersReadAsAStreamWould) {
     EXPECT_EQ(StringToNumber<unsigned long long>("18446744073709551616"), ~0ULL);
 }
 
+TEST(Util, VersionFieldsAreComparedAsNumbers) {
+    const struct {
+        const char *live, *version;
+        bool older;
+    } cases[] = {
+        {"2.4.10", "2.4.9", false},  {"2.4.10", "2.4.11", true}, {"2.4.10", "2.4.10", false},
+        {"3.1", "2.4.9", true},      {"", "2.2.0", true},        {"5", "1.0.0", true},
+        {"3.1.0.1", "4.1.7", false}, {"3..1", "3.0.1", false},   {"3..0", "3.0.1", true},
+        {"3. 1.5x", "3.1.6", true},  {"3.-1.0", "3.0.0", true},  {"10.0.0", "9.9.9", false},
+        {"...", "9.9.9", false},     {"..", "0.0.0", false},
+    };
+    for (const auto& test : cases)
+        EXPECT_EQ(IsOlderVersion(test.live, test.version), test.older)
+            << test.live << " below " << test.version;
+}
+
 TEST(Util, ListsMatchPathsBySubstring) {
     EXPECT_TRUE(PathInList({"ext1"}, "/a/ext1/b"));
     EXPECT_TRUE(PathInList({"ext1"}, "/a/xext1/b"));
@@ -33,9 +48,8 @@ TEST(Util, ListsMatchPathsBySubstring) {
 }
 
 TEST(Util, StringsAreSplitTrimmedAndReplaced) {
-    using Items = std::vector<std::string>;
-    EXPECT_EQ(StringUtils::ParseCommaLine("", ','), Items{});
-    EXPECT_EQ(StringUtils::ParseCommaLine(",a,,", ','), (Items{"", "a", "", ""}));
+    EXPECT_EQ(StringUtils::ParseCommaLine("", ','), Names{});
+    EXPECT_EQ(StringUtils::ParseCommaLine(",a,,", ','), (Names{"", "a", "", ""}));
     EXPECT_EQ(StringUtils::Trim(" \ta b\t", " \t", true, true), "a b");
     EXPECT_EQ(StringUtils::Trim(" a ", " ", true, false), "a ");
     EXPECT_EQ(StringUtils::Trim("  ", " ", false, true), "");

@@ -2,12 +2,12 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <fstream>
 #include <sstream>
 
 #include "platform/thread.h"
 #include "tests/support/appliance_at.h"
+#include "tests/support/text.h"
 
 namespace fs = std::filesystem;
 
@@ -19,12 +19,16 @@ Site::Site(Content content) {
     // The name must not end in digits: "21/" anywhere in a path counts as extension 21's.
     root_ = base + "/mend-" + std::to_string(getpid()) + "-" + std::to_string(++count) + "-unit";
     fs::remove_all(root_);
-    if (content == Content::Sample)
-        fs::copy(SAMPLE_APPLIANCE, root_,
-                 fs::copy_options::recursive | fs::copy_options::copy_symlinks);
     fs::create_directories(Path("tmp"));
 
     appliance = ApplianceAt(root_);
+    if (content == Content::Sample)
+        fs::copy(SAMPLE_APPLIANCE, root_,
+                 fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+    else
+        for (const std::string& place : {Live(""), Factory("04-lines/")})
+            for (const char* database : {"linedb", "extensiondb"})
+                Write(place + database, "");
     Thread::SetCommandLine(0, nullptr);
 }
 
@@ -55,21 +59,26 @@ std::string Site::Read(const std::string& path) const {
     return text.str();
 }
 
-void Site::Remove(const std::string& path) const {
-    fs::remove_all(path);
-}
-
-void Site::SetLiveVersion(const std::string& version) const {
-    Write(appliance.liveLabel, version + "\n");
+void Site::Unpack(const std::string& input) const {
+    std::string path;
+    for (const std::string& line : Lines(Read(TEST_DATA "/inputs/" + input))) {
+        std::string text = line + "\n";
+        if (line.starts_with("==== ")) {
+            const std::size_t end = line.find_first_of(" :", 5);
+            const std::size_t start = line.find(": ");
+            const std::size_t name = line.find(" = factory ");
+            path = Path(line.substr(5, end - 5));
+            Write(path, name == line.npos ? "" : Read(Factory(line.substr(name + 11))));
+            text = start == line.npos ? "" : line.substr(start + 2);
+        }
+        Write(path, Read(path) + Unfolded(text));
+    }
 }
 
 std::string Site::Upgrade() const {
     setenv("ORIX_PATH", appliance.liveConf.c_str(), 1);  // there may be another site
     const std::size_t before = Exists(appliance.log) ? Read(appliance.log).size() : 0;
-    {
-        ConfigUpgrader upgrader(appliance);
-        upgrader.Run();
-    }
+    ConfigUpgrader(appliance).Run();
     return Read(appliance.log).substr(before);
 }
 
@@ -96,20 +105,17 @@ std::string Site::TakeLog(ConfigUpgrader& upgrader) const {
     return text;
 }
 
-std::vector<std::string> Site::Snapshot() const {
-    std::vector<std::string> files;
+std::map<std::string, std::string> Site::Snapshot() const {
+    std::map<std::string, std::string> tree;
     for (const char* part : {"etc/orix-conf", "mnt"})
         for (const auto& entry : fs::recursive_directory_iterator(Path(part))) {
-            std::string text = entry.path().string().substr(root_.size());
+            std::string what;
             if (entry.is_symlink())
-                text += " -> " + fs::read_symlink(entry.path()).string();
+                what = " -> " + fs::read_symlink(entry.path()).string();
             else if (entry.is_regular_file())
-                text += ":\n" + Read(entry.path().string());
-            for (std::size_t at = text.find(root_); at != std::string::npos;
-                 at = text.find(root_, at))
-                text.erase(at, root_.size());
-            files.push_back(text);
+                what = ":\n" + Read(entry.path());
+            tree.erase(entry.path().parent_path().string().substr(root_.size()));
+            tree[entry.path().string().substr(root_.size())] = Replaced(what, root_, "");
         }
-    std::sort(files.begin(), files.end());
-    return files;
+    return tree;
 }

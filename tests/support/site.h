@@ -1,20 +1,20 @@
 #pragma once
 
 #include <filesystem>
+#include <map>
+#include <memory>
 #include <string>
-#include <vector>
 
 #include "app/config_upgrader.h"
 
-/// A copy of the sample appliance, or nothing, in a directory of its own, for one test to change
-/// and upgrade.
+/// A copy of the sample appliance, or one of nothing but empty databases, in a directory of its
+/// own, for one test to change and upgrade.
 class Site {
 public:
-    enum class Content { Sample, Nothing };
+    enum class Content { Sample, Databases };
     explicit Site(Content content = Content::Sample);
     ~Site();
     Site(const Site&) = delete;
-    Site& operator=(const Site&) = delete;
 
     /// Paths: of the whole unit, of the live telephony directory, of the factory's.
     std::string Path(const std::string& name) const { return root_ + "/" + name; }
@@ -24,10 +24,14 @@ public:
     void Write(const std::string& path, const std::string& text) const;
     /// The file's bytes; "(missing)" when there is none.
     std::string Read(const std::string& path) const;
-    void Remove(const std::string& path) const;
+    void Remove(const std::string& path) const { std::filesystem::remove_all(path); }
+    /// Writes the files of a text of tests/inputs, in which "==== PATH" heads each.
+    void Unpack(const std::string& input) const;
     bool Exists(const std::string& path) const { return std::filesystem::exists(path); }
     /// The version label of the live tree.
-    void SetLiveVersion(const std::string& version) const;
+    void SetLiveVersion(const std::string& version) const {
+        Write(appliance.liveLabel, version + "\n");
+    }
 
     /// Runs the whole upgrade, destructor included, and returns the log that this run wrote.
     std::string Upgrade() const;
@@ -38,9 +42,9 @@ public:
     /// What an upgrader has logged and reported so far; empties both.
     std::string TakeLog(ConfigUpgrader& upgrader) const;
 
-    /// Every file of the live configuration and of the voice data with its bytes, every directory,
-    /// and links with their target; sorted, and without this test's own root in the texts.
-    std::vector<std::string> Snapshot() const;
+    /// The live configuration and the voice data, without this test's own root in the texts: each
+    /// path, with ":" and its text, " -> " and its target, or for an empty directory nothing.
+    std::map<std::string, std::string> Snapshot() const;
 
     Appliance appliance;
 

@@ -10,8 +10,6 @@ class Steps : public testing::Test {
 protected:
     explicit Steps(Site::Content content = Site::Content::Sample) : site(content) {}
 
-    using Step = void (ConfigUpgrader::*)();
-
     void Put(const std::string& name, const std::string& shortForm) const {
         site.Write(site.Live(name), Text(shortForm));
     }
@@ -23,24 +21,15 @@ protected:
     void Remove(const std::string& name) const { site.Remove(site.Live(name)); }
     /// The version that the sample's firmware expects.
     std::string FactoryVersion() const { return Lines(site.Read(site.appliance.factoryLabel))[0]; }
-    /// Puts a link that leads nowhere: a file or directory that can never be made.
-    void Unmakeable(const std::string& name) const {
-        Remove(name);
-        std::filesystem::create_symlink("no-such-directory/file", site.Live(name));
-    }
-
     /// Makes `upgrader` one for a tree of that version.
     ConfigUpgrader& Open(const std::string& version) {
         upgrader = site.Upgrader(version);
-        upgrader->liveExtensions = extensions;
-        upgrader->liveAttendants = attendants;
-        upgrader->routingExtensions = routing;
         upgrader->attendantExtension = "00";
         upgrader->systemLanguage = "en_IE";
         return *upgrader;
     }
     /// Runs a step; its log, which is in `log` too.
-    const std::string& Run(const std::string& version, Step step) {
+    const std::string& Run(const std::string& version, void (ConfigUpgrader::*step)()) {
         (Open(version).*step)();
         return TakeLog();
     }
@@ -49,7 +38,4 @@ protected:
     Site site;
     std::unique_ptr<ConfigUpgrader> upgrader;
     std::string log;
-    Names extensions;
-    Names attendants;
-    Names routing;
 };

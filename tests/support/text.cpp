@@ -4,21 +4,10 @@
 #include <sstream>
 
 std::string Text(const std::string& shortForm) {
-    std::string text;
-    for (std::size_t at = 0; at < shortForm.size(); ++at) {
-        const char c = shortForm[at];
-        if (c == '[') {
-            const std::size_t end = shortForm.find('|', at);
-            const std::string name = shortForm.substr(at + 1, end - at - 1);
-            text += "section" + (name.empty() ? "" : " " + name) + "\n{\n";
-            at = end;
-        } else if (c == ']') {
-            text += "}\n";
-        } else {
-            text += c == '|' ? '\n' : c;
-        }
-    }
-    return text;
+    const std::regex header("\\[([^|]*)\\|");
+    std::string text = std::regex_replace(shortForm, header, "section $1\n{\n");
+    text = Replaced(text, "section \n", "section\n");
+    return Replaced(Replaced(text, "]", "}\n"), "|", "\n");
 }
 
 std::string ShortForm(std::string text) {
@@ -90,13 +79,6 @@ std::string Replaced(std::string text, const std::string& what, const std::strin
     for (std::size_t at = text.find(what); at != text.npos; at = text.find(what, at + by.size()))
         text.replace(at, what.size(), by);
     return text;
-}
-
-int Count(const std::string& text, const std::string& part) {
-    int count = 0;
-    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
-        ++count;
-    return count;
 }
 
 bool Holds(const std::string& text, const std::string& part) {

@@ -22,5 +22,4 @@ std::string Unfolded(const std::string& text);
 Names Lines(const std::string& text);
 std::string Joined(const Names& lines);
 std::string Replaced(std::string text, const std::string& what, const std::string& by);
-int Count(const std::string& text, const std::string& part);
 bool Holds(const std::string& text, const std::string& part);
