@@ -6,6 +6,7 @@
 #include <string>
 
 #include "platform/file_utility.h"
+#include "util/shell.h"
 
 /// Where the appliance keeps what the upgrade reads and writes outside the configuration root, and
 /// the two services of the system whose answers depend on the machine. The values are the real
@@ -29,10 +30,8 @@ struct Appliance {
     std::string log = "mend.log";
 
     /// Runs a shell command and returns what `system` returns.
-    std::function<int(const std::string&)> runShell = [](const std::string& command) {
-        return std::system(command.c_str());
-    };
+    ShellRunner runShell = [](const std::string& command) { return std::system(command.c_str()); };
     /// Size in bytes of the voice-mail storage behind a path, 0 when it cannot be told.
     std::function<std::uint64_t(const std::string&)> voiceStorageSize =
-        [](const std::string& path) { return FileUtility::GetVmStorageSize(path, true); };
+        [](const std::string& path) { return FileUtility::GetVmStorageSize(path); };
 };

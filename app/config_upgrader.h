@@ -2,25 +2,20 @@
 
 #include <cstdint>
 #include <deque>
+#include <map>
 #include <memory>
-#include <optional>
-#include <set>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "app/appliance.h"
+#include "app/recovery.h"
 #include "platform/log_stream.h"
 #include "store/config_file.h"
 #include "store/multi_section_file.h"
-#include "util/directory.h"
 #include "util/lists.h"
 
 using SectionFile = std::unique_ptr<Configuration::MultiSectionFile>;
 using FlatFile = std::unique_ptr<Configuration::ConfigFile>;
-
-struct PortRange;
-struct SplitFile;  // one file of an extension, in the split of the extension database
 
 /// The upgrade of one appliance: the open databases, the log, the report, what the steps learn for
 /// each other, and the steps themselves. Build one, call Run once, destroy it: the destructor
@@ -28,7 +23,7 @@ struct SplitFile;  // one file of an extension, in the split of the extension da
 ///
 /// Nothing here fails to the outside. Every step reports what it found, leaves a file that it
 /// cannot read as it is, and lets the next step run. All is public: the steps stand in files of
-/// their own, and their tests look at the same fields.
+/// their own, with what only they need, and their tests look at the same fields.
 class ConfigUpgrader {
 public:
     explicit ConfigUpgrader(Appliance where = {}) : appliance(std::move(where)) {}
@@ -74,12 +69,15 @@ public:
     void CloseSectionFile(SectionFile& file) { file.reset(); }
     void CloseFlatFile(FlatFile& file) { file.reset(); }
     /// Saves a file and returns whether it is saved. A failure gets a level 1 line with the reason;
-    /// the file on disk is then as it was.
+    /// the file on disk is then as it was. A step that reports the failure in words of its own
+    /// calls the file's own Save instead: one failure, one line.
     bool Save(Configuration::MultiSectionFile& file);
     bool Save(Configuration::ConfigFile& file);
     /// Traces that a file cannot be read, without the full stop that a file that could not be
     /// created gets.
     void TraceInvalidFile(const std::string& path);
+    /// Traces that a file is as it was, with the reason.
+    void TraceUnsaved(const std::string& path, const std::string& reason);
     /// Adds to `destination` every anonymous section of `source` whose `keyName` value no section
     /// of it has, numbered behind the largest `idKey` in use. True when one was added; nothing is
     /// saved.
@@ -91,21 +89,17 @@ public:
 
     /// Runs a command and returns what `system` returns.
     int RunShell(const std::string& command);
-    /// The error text of the last command that sent it to appliance.lastError.
-    std::string ReadLastError() const;
-
-    /// Copies a file or directory of the factory tree with `cp` and `options`, beside the target
-    /// and renamed over it, so that no cut file ever stands there: after a copy that failed the
-    /// target is as it was. Returns what the shell returned.
+    /// Runs a command whose errors are asked for: "Success", or "Failed: " and the errors.
+    std::string RunWithErrorText(const std::string& command);
+    /// The error text of the last command that was run so.
+    const std::string& ReadLastError() const { return lastErrorText; }
+    /// Copies a file or directory of the factory tree with `cp` and `options`, so that the target
+    /// is whole, old or new. Returns what the shell returned; a copy that did not help is traced.
     int CopyWhole(const std::string& options, const std::string& source, const std::string& target);
-
-    // The recovery copy of the live tree.
-
-    /// Finds the copy of an upgrade that did not end and puts the tree back as it was before it.
-    /// False when that failed: the tree is then half upgraded, and must not be upgraded again.
-    bool PutBackInterrupted();
-    /// Makes the copy, or links where there is no room, unless there is one; reports when it can't.
-    void MakeRecoveryCopy();
+    /// Puts the factory's file for this number of lines in the place of a main database, which
+    /// stays until the copy is there. False when the shell could not be run; whether the copy
+    /// helped shows when the file is opened.
+    bool CopyFromFactory(const std::string& name);
 
     // Steps, in the order of the run.
 
@@ -171,124 +165,56 @@ public:
     /// Marks the extension length as defined in linedb.
     void UpdateExtensionLength();
 
-    Appliance appliance;
+    // Fields. "The run" is app/run.cpp; the numbers are of 32 bits on every machine, so that what
+    // does not fit wraps alike on all.
 
-    std::string configRoot;  // live telephony directory, ends in "/"
-    std::string report;
-    std::string attendantExtension;  // the first attendant
-    SectionFile defaultLineDb;
-    SectionFile defaultExtensionDb;
-    SectionFile lineDb;
-    SectionFile extensionDb;
-    NameList liveExtensions;
-    NameList defaultExtensions;
-    NameList routingExtensions;  // taken to be in routing mode
-    NameList liveAttendants;
-    NameList defaultAttendants;
-    std::deque<std::pair<std::string, std::string>> mergeList;  // live file, factory file
-    std::string targetVersion;                                  // stamped at the end unless empty
-    std::string liveVersion;
-    std::int32_t numFxs = 4;
-    std::int32_t numFxo = 2;
-    std::int32_t numIsdn = 0;
-    std::string linesDir;  // line-count directory of the factory tree, ends in "/"
-    std::unique_ptr<LogStream> log;
-    std::string rtpMinPort;
-    std::string rtpMaxPort;
-    std::string storageType = "bbram";  // or "usb"
-    bool linesMismatch = false;         // the hardware has more lines than linedb describes
-    bool upToDate = false;
-    std::uint32_t extensionLength = 2;  // digits
-    bool sipNatAgentIsTwo = true;
-    std::string sipUdpPort;
-    std::string sipTcpPort;
-    std::string sipTlsPort;
-    std::string sipTimerProfile;
-    std::string systemLanguage;
+    Appliance appliance;  // set by the caller, read everywhere
 
-    std::string liveTree;          // the directory configRoot names, without "/" at its end
-    std::string recoveryCopy;      // the name of its copy
-    bool hasRecoveryCopy = false;  // it is complete, and of the tree as it was
-    bool wasRefused = false;       // it is not begun again for a failure of the disk
-    unsigned failuresBefore = 0;   // DiskFailures() that are not this upgrade's
+    std::string configRoot;          // ends in "/"; set by the run, read everywhere
+    std::string report;              // added to everywhere, emptied by FlushReport
+    std::string attendantExtension;  // the first attendant; set by the run and, while it splits, by
+                                     // the extension split; read by line sections and voice mail
+    SectionFile defaultLineDb;       // set by the run, read by line counts and the two line checks
+    SectionFile defaultExtensionDb;  // set and read by the run
+    SectionFile lineDb;              // set by the run, read by most steps
+    SectionFile extensionDb;         // set by the run, split and attendant restriction, read by the
+                                     // split and call park
+    NameList liveExtensions;         // set by the split, read by nearly all steps behind it
+    NameList defaultExtensions;      // set by the run, read by the file set check
+    NameList routingExtensions;      // taken to be routing; set by the split, read by local routing
+    NameList liveAttendants;         // set by the run and the split, read as liveExtensions
+    NameList defaultAttendants;      // set by the run, read by the file set check
+    // Live file, factory file; set by the file set check, read by ProcessMergeList.
+    std::deque<std::pair<std::string, std::string>> mergeList;
+    // By path, each read once for all extensions; set and read by CheckConfigFile, emptied by
+    // ProcessMergeList.
+    std::map<std::string, SectionFile> factoryFiles;
+    std::string targetVersion;  // stamped unless empty; set by CheckVersion, read by the run
+    std::string liveVersion;    // set by CheckVersion, read by IsVersionBelow
+    std::int32_t numFxs = 4;    // set by ProbeLineCounts, read by line counts
+    std::int32_t numFxo = 2;    // set by ProbeLineCounts, read by line counts and sections
+    std::int32_t numIsdn = 0;   // set by ProbeHardware, read by nobody yet
+    std::string linesDir;       // of the factory tree, ends in "/"; set by ProbeLineCounts, read
+                                // by the run and the file set check
+    std::unique_ptr<LogStream> log;     // set by the run, read by FlushReport and Trace
+    std::string rtpMinPort;             // set by the check of rtp.cfg, read by ConvertNatSettings
+    std::string rtpMaxPort;             // the same
+    std::string storageType = "bbram";  // or "usb"; set by the voice-data check, read by voice mail
+    bool linesMismatch = false;  // more lines than linedb has; set by line counts, read by the
+                                 // run
+    bool upToDate = false;       // set by the run, read by it and the file set check
+    std::uint32_t extensionLength = 2;  // digits; set by the run, read by nobody yet
+    bool sipNatAgentIsTwo = true;       // set by ConvertSipSettings, read by ConvertNatSettings
+    std::string sipUdpPort;             // the same
+    std::string sipTcpPort;             // the same
+    std::string sipTlsPort;             // the same
+    std::string sipTimerProfile;        // set by ConvertSipSettings, read by the per-file checks
+    std::string systemLanguage;         // set by the voice-data check, read by CheckLineDatabase
+
+    RecoveryCopy recovery{report};  // used by the run, read by CheckCallerDatabases
+    std::string lastErrorText;      // set by RunWithErrorText, read by ReadLastError
 
 private:
     void RunSteps();
-    void RunVersionedSteps();
-    void FindConfigRoot();
-    bool OpenLineDb();
-    bool OpenExtensionDb();
-    void CreateLog();
-    void ReadAttendants();
-    void ReadFactoryLists();
     bool FinishUpgrade();
-    bool Stamp();
-    bool SyncTree() const;
-
-    void FindRecoveryCopy();
-    void RemoveRecoveryCopy();
-    void EndWithRecoveryCopy(bool isFinished);
-    void MarkDone() const;
-    bool ShouldBeginAgain() const;
-
-    bool CopyFromFactory(const std::string& name);
-
-    bool ReopenLineDb();
-    bool AddMissingLineEntries(const std::string& section);
-    void FixGeneralSection();
-    bool ApplyLineDatabaseGates();
-
-    void ReadAttendantIndex();
-    bool IsOldExtension(const std::string& section) const;
-    void SplitExtensions();
-    void MakeAttendantDirectory();
-    bool WriteSplitFile(const std::string& extension, const SplitFile& file, bool hasLine);
-    void WriteExtensionIndex(bool attendantMoved);
-    void ConvertMailboxSizes(Configuration::MultiSectionFile& old, const NameList& mailboxes);
-    bool MoveMailbox(Configuration::MultiSectionFile& old, const std::string& extension);
-    void CopyMailboxTemplate(const std::string& extension, const std::string& directory);
-    std::string MoveAttendantRecordings(const std::string& oldFolder);
-    void MakeRegionalLink(std::optional<std::string> country);
-    std::string TakeTopLevelEntry(Configuration::MultiSectionFile& file, const std::string& key);
-    bool GotoSectionOrReport(Configuration::MultiSectionFile& file, const std::string& section);
-    bool EnterSection(Configuration::MultiSectionFile& file, const std::string& section);
-    void ConvertOldSipSettings(Configuration::MultiSectionFile& live);
-    void UpdateSipSettings(Configuration::MultiSectionFile& live, bool changed);
-    void SwitchOffSipHeaderForms(Configuration::MultiSectionFile& live);
-    void FillNatSections(Configuration::MultiSectionFile& live);
-    void SetSelfPort(Configuration::MultiSectionFile& live, const std::string& port);
-    void SetMappedHost(Configuration::MultiSectionFile& live, const std::string& host);
-    void SetUseStun(Configuration::MultiSectionFile& live);
-    void ReconcilePortRanges(Configuration::MultiSectionFile& nat, bool isNatOn);
-    void TraceRanges(const PortRange& rtp, const PortRange& nat);
-
-    void LowerEchoDelay(Configuration::MultiSectionFile& file, const std::string& section);
-    bool MapIsdnTrunk(const std::string& trunkPath);
-    void DropAccessRoutes(Configuration::MultiSectionFile& routes);
-    std::string RunWithErrorText(const std::string& command);
-    std::string CopyAttendantToSystem();
-    bool IsAttendantDirectory(const std::string& name) const;
-    int SumMailboxPortions();
-    void UpdateSystemMailbox(int usedPortions);
-    void UpdateSpeedDials(const std::string& path);
-    void UpdateAutomaticCall(const std::string& path);
-    void UpdateForwardTargets(const std::string& directory);
-    void TraceInvalidFxoFile(const std::string& path);
-    std::string CallerType(const std::string& number, const std::string& host) const;
-
-    void CheckTemplate(const NameList& names, const std::string& liveDir,
-                       const std::string& templateDir);
-    void CheckDirectory(const std::string& name, const std::string& liveDir,
-                        std::string defaultPath);
-    void CheckFile(const std::string& name, const std::string& liveDir,
-                   const std::string& defaultPath, bool isInDefault);
-    bool IsRefreshed(const std::string& name) const;
-    bool IsObsolete(const std::string& name, const std::string& liveDir) const;
-    void QueueForMerge(const std::string& name, const std::string& livePath,
-                       const std::string& defaultPath);
-    void EndSipFile(const std::string& path);
-    void ReportCommand(int result);
-
-    std::vector<DirectoryId> walkedDirectories;  // of the factory tree, that CheckFileSet is in
-    std::set<DirectoryId> callerDirectories;     // that CheckCallerDatabases has been in
 };

@@ -1,48 +1,101 @@
-// The recovery copy: what makes an interrupted upgrade the business of the next start.
-//
-// Many conversions must not run twice: the echo delay would lose another 80, minutes would become
-// seconds twice over. So an upgrade that did not end is not gone on with but begun again, from a
-// copy of the tree as it was. The copy gets its name when it is complete and on the disk, and loses
-// it when the stamp is. A mark in it says how far the upgrade is.
+#include "app/recovery.h"
 
-#include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <climits>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
-#include "app/config_upgrader.h"
-#include "platform/disk_failures.h"
-#include "platform/file_descriptor.h"
-#include "platform/file_utility.h"
-#include "store/file_io.h"
-#include "store/tree_mirror.h"
+#include "files/look.h"
+#include "files/read.h"
+#include "store/multi_section_file.h"
 
-using Configuration::By;
 using Configuration::FileError;
-using Configuration::MirrorTree;
 using Configuration::MultiSectionFile;
+using files::By;
 
 namespace {
 
 constexpr const char* copySuffix = ".mend-undo";
 
-// The marks: an upgrade is under way, one did not end because the disk refused something, all is
-// done but the stamp. The mark's text is the version to be stamped, empty when there is none. Their
-// names end as those of temporaries, so no mirror takes them along. A copy that somebody made by
-// hand has none.
-constexpr const char* underWay = "/target.mend-tmp";
-constexpr const char* refused = "/again.mend-tmp";
-constexpr const char* done = "/done.mend-tmp";
+/// How far the upgrade is that left a copy. The state is the mark's name: renaming it needs no room
+/// on a full disk. The names end as those of temporaries, so that no mirror takes them along.
+enum class State { UnderWay, SecondUnderWay, Refused, Done };
+constexpr const char* markNames[] = {"/target.mend-tmp", "/second.mend-tmp", "/again.mend-tmp",
+                                     "/done.mend-tmp"};
+
+std::string MarkPath(const std::string& copy, State state) {
+    return copy + markNames[static_cast<std::size_t>(state)];
+}
+
+/// What a mark says.
+struct Mark {
+    std::optional<TreeContent> held;  // by the copy
+    std::optional<TreeContent> left;  // of the tree, by a run that ended
+    std::string version;              // to be stamped; empty when there is none
+};
+
+std::string ContentText(const std::optional<TreeContent>& content) {
+    if (!content)
+        return "unknown\n";
+    char text[100];
+    std::snprintf(text, sizeof text, "%llu entries, %llu bytes, %016llx\n",
+                  static_cast<unsigned long long>(content->entries),
+                  static_cast<unsigned long long>(content->bytes),
+                  static_cast<unsigned long long>(content->hash));
+    return text;
+}
+
+std::optional<TreeContent> ParseContent(const std::string& line) {
+    unsigned long long entries = 0;
+    unsigned long long bytes = 0;
+    unsigned long long hash = 0;
+    if (std::sscanf(line.c_str(), "%llu entries, %llu bytes, %llx", &entries, &bytes, &hash) != 3)
+        return std::nullopt;
+    return TreeContent{entries, bytes, hash};
+}
+
+/// The version stands last: a label's text may be of several lines.
+std::string MarkText(const Mark& mark) {
+    return ContentText(mark.held) + ContentText(mark.left) + mark.version;
+}
+
+Mark ParseMark(const std::string& text) {
+    Mark mark;
+    const std::size_t first = text.find('\n');
+    const std::size_t second = first == std::string::npos ? first : text.find('\n', first + 1);
+    if (second == std::string::npos)
+        return mark;
+    mark.held = ParseContent(text.substr(0, first));
+    mark.left = ParseContent(text.substr(first + 1, second - first - 1));
+    mark.version = text.substr(second + 1);
+    return mark;
+}
+
+/// The state that a copy's mark tells; nothing without a mark.
+std::optional<State> StateOf(const std::string& copy) {
+    for (const State state : {State::Done, State::Refused, State::SecondUnderWay, State::UnderWay})
+        if (files::IsThere(MarkPath(copy, state)))
+            return state;
+    return std::nullopt;
+}
+
+/// Renames the mark; false when it is not on the disk under its new name.
+bool SetState(const std::string& copy, State state) {
+    for (const State old : {State::UnderWay, State::SecondUnderWay, State::Refused, State::Done})
+        if (old != state)
+            std::rename(MarkPath(copy, old).c_str(), MarkPath(copy, state).c_str());
+    const files::Directory directory(copy);
+    return directory.IsOpen() && fsync(directory.Descriptor()) == 0 &&
+           files::IsThere(MarkPath(copy, state));
+}
 
 /// The stamp of a telephony directory; empty without one.
-std::string ReadStamp(const std::string& directory) {
+std::string ReadStamp(const std::string& tree) {
     try {
-        MultiSectionFile lineDb(directory + "/linedb");
+        MultiSectionFile lineDb(tree + "/linedb");
         return lineDb.GotoSection("general")
                    ? lineDb.GetSectionEntry("current_version").value_or("")
                    : "";
@@ -51,20 +104,17 @@ std::string ReadStamp(const std::string& directory) {
     }
 }
 
-void SetMark(const std::string& copy, const char* mark) {
-    for (const char* old : {underWay, refused, done})
-        if (old != mark && rename((copy + old).c_str(), (copy + mark).c_str()) == 0)
-            return;
-}
-
-/// Whether an upgrade had come to its end when it left this copy.
-bool IsFinished(const std::string& tree, const std::string& copy) {
-    const std::string stamp = ReadStamp(tree);
-    if (const auto version = Configuration::ReadFile(copy + done).bytes)
-        return version->empty() || *version == stamp;
-    if (FileUtility::IsThere(copy + underWay) || FileUtility::IsThere(copy + refused))
-        return false;
-    return !stamp.empty() && stamp != ReadStamp(copy);
+/// Stamps a telephony directory; the reason in words when it can't.
+std::string WriteStamp(const std::string& tree, const std::string& version) {
+    try {
+        MultiSectionFile lineDb(tree + "/linedb");
+        if (!version.empty() && lineDb.GotoSection("general") &&
+            lineDb.SetSectionEntry("current_version", version) && !lineDb.Save())
+            return lineDb.LastError();
+    } catch (const FileError& error) {
+        return error.what();
+    }
+    return {};
 }
 
 /// Whether the file system behind a path has room for another `size` bytes. One that does not know
@@ -76,144 +126,201 @@ bool HasRoom(const std::string& path, std::uint64_t size) {
     return static_cast<std::uint64_t>(info.f_bavail) * info.f_frsize >= size;
 }
 
-/// Copies the tree to `temporary`, on the disk. The reason in words when it can't.
-std::string CopyTree(const std::string& tree, const std::string& temporary, By by,
-                     const std::string& target) {
-    // As much again for the upgrade: one that ends on a disk filled by the copy is worse than none.
-    if (by == By::Copying && !HasRoom(tree, 2 * Configuration::TreeSize(tree)))
-        return std::strerror(ENOSPC);
-    std::string error = MirrorTree(tree, temporary, by);
-    if (error.empty())
-        error = Configuration::SaveLinkedFiles(tree, temporary, by);
+/// Makes a copy under its temporary name, with its mark, on the disk. The reason in words when it
+/// can't.
+std::string MakeCopy(const std::string& tree, const std::string& temporary, By by,
+                     const std::string& version, const NamePredicate& isEntered) {
+    TreeContent held;
+    std::string error = CopyTree(tree, temporary, by, isEntered, held);
     if (!error.empty())
         return error;
-    if (!Configuration::ReplaceFile(temporary + underWay, target).empty())
-        unlink((temporary + underWay).c_str());  // it goes without; a cut one must not stay
-    return FileUtility::SyncFileSystem(temporary) ? "" : std::strerror(errno);
-}
-
-/// Makes the tree what the copy says. Without room for a file, a link to the copy's serves.
-std::string PutBack(const std::string& copy, const std::string& tree) {
-    std::string error = MirrorTree(copy, tree, By::Copying);
-    if (!error.empty() && MirrorTree(copy, tree, By::Linking).empty())
-        error.clear();
-    if (error.empty())
-        error = Configuration::PutBackLinkedFiles(copy, tree);
-    if (error.empty() && !FileUtility::SyncFileSystem(tree))
+    // As much again for the upgrade: one that ends on a disk filled by the copy is worse than none.
+    if (by == By::Copying && (!HasRoom(temporary, held.bytes) || !HasRoom(tree, held.bytes)))
+        return std::strerror(ENOSPC);
+    const Mark mark{held, std::nullopt, version};
+    error = files::ReplaceFile(MarkPath(temporary, State::UnderWay), MarkText(mark));
+    if (error.empty() && !files::SyncFileSystem(temporary))
         error = std::strerror(errno);
     return error;
 }
 
 }  // namespace
 
-/// Names the copy of the live tree: beside the directory itself, also when configRoot is a link.
-void ConfigUpgrader::FindRecoveryCopy() {
-    char real[PATH_MAX];
-    liveTree = realpath(configRoot.c_str(), real) != nullptr ? real : configRoot;
-    while (!liveTree.empty() && liveTree.back() == '/')
-        liveTree.pop_back();
-    recoveryCopy = liveTree + copySuffix;
+bool RecoveryCopy::Resume(const std::string& configRoot) {
+    watch_.StartAnew();
+    tree_ = files::RealPath(configRoot);
+    if (tree_.empty())  // a copy may be all that is left
+        tree_ = configRoot;
+    while (tree_.ends_with('/'))
+        tree_.pop_back();
+    if (tree_.empty())
+        return true;
+    copy_ = tree_ + copySuffix;
+    const std::string temporary = copy_ + files::temporarySuffix;
+    if (files::IsThere(temporary))
+        files::RemoveTree(temporary);
+    if (!files::IsOwnDirectory(copy_))
+        return !watch_.HasSeenOne() || GiveUp("it can't be read");
+
+    const auto state = StateOf(copy_);
+    const auto text = state ? files::ReadFile(MarkPath(copy_, *state)).bytes : std::nullopt;
+    const Mark mark = ParseMark(text.value_or(""));
+    const std::string stamp = ReadStamp(tree_);
+    if (watch_.HasSeenOne())
+        return GiveUp("it can't be read");
+    if (!state) {
+        isForeign_ = true;
+        return true;
+    }
+    if (state == State::Done && (mark.version.empty() || mark.version == stamp)) {
+        report_ += "\tlast upgrade was finished, its recovery copy " + copy_ + " is removed\n";
+        Remove();
+        return true;
+    }
+    if (state == State::Refused) {
+        const auto now = FingerprintOf(tree_, copy_);
+        if (watch_.HasSeenOne())
+            return GiveUp("configuration can't be read");
+        if (!mark.left || now != mark.left)
+            return StampAndRemove(mark.version);
+    }
+    const auto held = ContentOfCopy(copy_);
+    if (watch_.HasSeenOne() || !mark.held || held != mark.held)
+        return GiveUp("it is not whole");
+    // From here on the tree is neither what the last run left nor what it found, and the mark has
+    // to say so first.
+    isSecondTry_ = state != State::UnderWay;
+    if (!SetState(copy_, isSecondTry_ ? State::SecondUnderWay : State::UnderWay))
+        return GiveUp("it can't be marked");
+    return PutBack();
 }
 
-bool ConfigUpgrader::PutBackInterrupted() {
-    FindRecoveryCopy();
-    if (liveTree.empty())
-        return true;
-    const std::string temporary = recoveryCopy + Configuration::temporarySuffix;
-    if (FileUtility::IsThere(temporary))
-        FileUtility::RemoveDirOrFile(temporary);
-    if (!FileUtility::IsOwnDirectory(recoveryCopy))
-        return true;
-
-    const bool isFinished = IsFinished(liveTree, recoveryCopy);
-    const auto content = ListDirectory(recoveryCopy);
-    if (DiskFailures() == failuresBefore && (isFinished || content->names.empty())) {
-        report +=
-            "\tlast upgrade was finished, its recovery copy " + recoveryCopy + " is removed\n";
-        RemoveRecoveryCopy();
-        return true;
+bool RecoveryCopy::PutBack() {
+    std::string error;
+    {
+        files::SyncLater later;
+        error = PutBackTree(copy_, tree_);
+        if (error.empty() && (!files::SyncChangesBelow(tree_) || !later.SyncAll()))
+            error = std::strerror(errno);
     }
-    // From here on the mark of a run that came to its last step would lie.
-    if (FileUtility::IsThere(recoveryCopy + done))
-        SetMark(recoveryCopy, refused);
-    report += "\tlast upgrade was interrupted, ";
-    // What the disk does not tell now must not be guessed.
-    const std::string error =
-        DiskFailures() != failuresBefore ? "it can't be read" : PutBack(recoveryCopy, liveTree);
-    if (!error.empty()) {
-        report += "can't put back configuration from " + recoveryCopy + " (" + error +
-                  "), upgrade is not continued\n";
-        return false;
-    }
-    report += "configuration is put back from " + recoveryCopy + "\n";
-    hasRecoveryCopy = true;
-    wasRefused = !FileUtility::IsThere(recoveryCopy + underWay);
-    failuresBefore = DiskFailures();
+    if (!error.empty())
+        return GiveUp(error);
+    report_ += "\tlast upgrade was interrupted, configuration is put back from " + copy_ + "\n";
+    Stand();
+    watch_.StartAnew();
     return true;
 }
 
-void ConfigUpgrader::MakeRecoveryCopy() {
-    if (hasRecoveryCopy || liveTree.empty())
+bool RecoveryCopy::GiveUp(const std::string& reason) {
+    report_ += "\tlast upgrade was interrupted, can't put back configuration from " + copy_ + " (" +
+               reason + "), upgrade is not continued\n";
+    return false;
+}
+
+bool RecoveryCopy::StampAndRemove(const std::string& version) {
+    const std::string error = WriteStamp(tree_, version);
+    if (!error.empty())
+        return GiveUp("it has changed since, and can't be stamped: " + error);
+    report_ +=
+        "\tconfiguration has changed since last upgrade, which was not finished: it stays and is stamped, recovery copy " +
+        copy_ + " is removed\n";
+    Remove();
+    return true;
+}
+
+void RecoveryCopy::Make(const std::string& version, const NamePredicate& isEntered) {
+    if (stands_ || tree_.empty())
         return;
-    const unsigned failures = DiskFailures();
-    const std::string temporary = recoveryCopy + Configuration::temporarySuffix;
-    const std::string cantMake = "\tcan't make recovery copy " + recoveryCopy + " (";
-    const std::string target = VersionToStamp();
-    std::string error = CopyTree(liveTree, temporary, By::Copying, target);
+    // What is refused here is no failure of the upgrade.
+    const files::RefusalsForgiven forgiven;
+    const std::string cantMake = "\tcan't make recovery copy " + copy_ + " (";
+    if (isForeign_) {
+        report_ += cantMake + "a directory of that name is not ours), upgrade goes on without it\n";
+        return;
+    }
+    const std::string temporary = copy_ + files::temporarySuffix;
+    std::string error = MakeCopy(tree_, temporary, By::Copying, version, isEntered);
     if (!error.empty()) {
         // Without room for the files, links to them serve as well: they are replaced by what the
         // upgrade saves, never written into.
-        FileUtility::RemoveDirOrFile(temporary);
-        if (CopyTree(liveTree, temporary, By::Linking, target).empty()) {
-            report += cantMake + error + "), its files are linked\n";
+        files::RemoveTree(temporary);
+        if (MakeCopy(tree_, temporary, By::Linking, version, isEntered).empty()) {
+            report_ += cantMake + error + "), its files are linked\n";
             error.clear();
         }
     }
-    if (error.empty() && rename(temporary.c_str(), recoveryCopy.c_str()) != 0)
+    if (error.empty() && std::rename(temporary.c_str(), copy_.c_str()) != 0)
         error = std::strerror(errno);
-    else if (error.empty() && !FileUtility::SyncFileSystem(recoveryCopy)) {  // its name
+    else if (error.empty() && !files::SyncFileSystem(copy_)) {  // its name
         error = std::strerror(errno);
-        RemoveRecoveryCopy();
+        Remove();
     }
-    hasRecoveryCopy = error.empty();
-    if (!hasRecoveryCopy) {
-        FileUtility::RemoveDirOrFile(temporary);
-        report += cantMake + error + "), upgrade goes on without it\n";
+    if (error.empty()) {
+        Stand();
+        return;
     }
-    // What was refused here is no failure of the upgrade.
-    failuresBefore += DiskFailures() - failures;
+    files::RemoveTree(temporary);
+    report_ += cantMake + error + "), upgrade goes on without it\n";
+}
+
+/// From here on a crash leads back to the copy.
+void RecoveryCopy::Stand() {
+    stands_ = true;
+    syncLater_.emplace();
+    if (!files::SyncChangesBelow(
+            tree_))  // it will be among what SyncAll syncs, whatever changes it
+        syncLater_.reset();
+}
+
+bool RecoveryCopy::SyncTree() {
+    if (!syncLater_)
+        return tree_.empty() || files::SyncFileSystem(tree_);
+    const bool synced = syncLater_->SyncAll();
+    const int error = errno;
+    syncLater_.reset();
+    errno = error;
+    return synced;
+}
+
+bool RecoveryCopy::ShouldBeginAgain() const {
+    return stands_ && !isSecondTry_ && watch_.HasSeenOne();
+}
+
+bool RecoveryCopy::Holds(const std::string& realPath) const {
+    return !copy_.empty() && files::IsWithin(realPath, copy_);
+}
+
+void RecoveryCopy::MarkDone() {
+    if (stands_)
+        SetState(copy_, State::Done);
+}
+
+void RecoveryCopy::End(bool isFinished) {
+    if (!stands_)
+        return;
+    if (isFinished) {
+        Remove();
+        return;
+    }
+    SyncTree();
+    // Without room for the fingerprint the next start takes the tree for changed, and leaves it.
+    if (const auto state = StateOf(copy_)) {
+        const std::string path = MarkPath(copy_, *state);
+        Mark mark = ParseMark(files::ReadFile(path).bytes.value_or(""));
+        mark.left = FingerprintOf(tree_, copy_);
+        files::ReplaceFile(path, MarkText(mark));
+    }
+    SetState(copy_, State::Refused);
+    report_ += "\tupgrade is not finished, next start begins again from " + copy_ + "\n";
 }
 
 /// Takes the copy's name away first, on the disk as well: what is left of a removal that is
 /// interrupted must not be taken for a copy.
-void ConfigUpgrader::RemoveRecoveryCopy() {
-    const std::string temporary = recoveryCopy + Configuration::temporarySuffix;
-    hasRecoveryCopy = false;
-    if (rename(recoveryCopy.c_str(), temporary.c_str()) == 0 &&
-        FileUtility::SyncFileSystem(temporary) && FileUtility::RemoveDirOrFile(temporary))
+void RecoveryCopy::Remove() {
+    const std::string temporary = copy_ + files::temporarySuffix;
+    stands_ = false;
+    if (std::rename(copy_.c_str(), temporary.c_str()) == 0 && files::SyncFileSystem(temporary) &&
+        files::RemoveTree(temporary))
         return;
-    report += "\tcan't remove recovery copy " + recoveryCopy + " (" + std::strerror(errno) + ")\n";
-}
-
-/// Whether the disk refused something that the next start can still mend. An upgrade is begun again
-/// for that once only: what fails twice is no accident, and settings that were made since would be
-/// lost over and over.
-bool ConfigUpgrader::ShouldBeginAgain() const {
-    return hasRecoveryCopy && !wasRefused && DiskFailures() != failuresBefore;
-}
-
-void ConfigUpgrader::EndWithRecoveryCopy(bool isFinished) {
-    if (!hasRecoveryCopy)
-        return;
-    if (isFinished) {
-        RemoveRecoveryCopy();
-        return;
-    }
-    SetMark(recoveryCopy, refused);
-    report += "\tupgrade is not finished, next start begins again from " + recoveryCopy + "\n";
-}
-
-void ConfigUpgrader::MarkDone() const {
-    if (hasRecoveryCopy)
-        SetMark(recoveryCopy, done);
+    report_ += "\tcan't remove recovery copy " + copy_ + " (" + std::strerror(errno) + ")\n";
 }

@@ -1,18 +1,20 @@
 // The order of the run, and the restore paths of the two main databases.
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdlib>
 #include <new>
+#include <set>
 
 #include "app/config_upgrader.h"
-#include "platform/disk_failures.h"
+#include "files/look.h"
+#include "files/refusals.h"
+#include "files/replace.h"
+#include "platform/file_utility.h"
 #include "platform/thread.h"
 #include "util/numbers.h"
 #include "util/shell.h"
 
+using Configuration::FileError;
 using Configuration::MultiSectionFile;
 
 namespace {
@@ -53,21 +55,170 @@ void AppendValues(MultiSectionFile& file, const std::string& section, NameList& 
     if (!file.GotoSection(section))
         return;
     for (const Configuration::Entry& entry : file.SectionEntries())
-        if (FileUtility::IsDirectoryName(entry.value))
+        if (files::IsDirectoryName(entry.value))
             list.push_back(entry.value);
 }
 
-/// Opens a main database. What the disk did not give is asked for once more: the price of giving up
-/// is the factory's database in its place.
+/// Opens a main database. Read again after an I/O error: the alternative is the factory's database.
 SectionFile OpenMainDatabase(const std::string& path) {
-    const unsigned failures = DiskFailures();
+    const files::RefusalWatch watch;
     try {
         return std::make_unique<MultiSectionFile>(path);
-    } catch (const Configuration::FileError&) {
-        if (DiskFailures() == failures)
+    } catch (const FileError&) {
+        if (!watch.HasSeenOne())
             throw;
     }
     return std::make_unique<MultiSectionFile>(path);
+}
+
+void FindConfigRoot(ConfigUpgrader& upgrader) {
+    std::string& root = upgrader.configRoot;
+    // An empty argument names no directory.
+    if (Thread::GetCommandLine(root) != 1 || root.empty()) {
+        // An ORIX_PATH without a separator at its end names a sibling, /xtelephony/ for /x: the
+        // start scripts set it with one.
+        const char* set = std::getenv("ORIX_PATH");
+        root = (set != nullptr ? set : upgrader.appliance.liveConf) + "telephony/";
+    }
+    FileUtility::AdjustPath(root, '/');
+}
+
+/// The names of the directories at the tree's top that steps go into: those that the factory has,
+/// and those of extensions and attendants, in the old layout or the new.
+std::set<std::string> UpgradedDirectories(const ConfigUpgrader& upgrader) {
+    std::set<std::string> names = {"system"};
+    const std::string& factory = upgrader.appliance.factoryTelephony;
+    for (const std::string& path : {factory, factory + upgrader.linesDir})
+        if (const auto listing = files::ListDirectory(path))
+            for (const files::DirectoryEntry& entry : listing->entries)
+                if (files::KindOf(path, entry) == files::Kind::Directory)
+                    names.insert(entry.name);
+    for (const char* database : {"extensiondb", "linedb"}) {
+        try {
+            MultiSectionFile file(upgrader.configRoot + database);
+            for (file.Restart(); file.GotoNextSection();) {
+                names.insert(file.SectionName());
+                for (const Configuration::Entry& entry : file.SectionEntries())
+                    names.insert(entry.value);
+            }
+        } catch (const FileError&) {  // its own opening reports it
+        }
+    }
+    return names;
+}
+
+void MakeRecoveryCopy(ConfigUpgrader& upgrader) {
+    const std::set<std::string> names = UpgradedDirectories(upgrader);
+    upgrader.recovery.Make(upgrader.VersionToStamp(),
+                           [&](const std::string& name) { return names.contains(name); });
+}
+
+bool OpenLineDb(ConfigUpgrader& upgrader) {
+    const std::string path = upgrader.configRoot + "linedb";
+    try {
+        upgrader.lineDb = OpenMainDatabase(path);
+        return true;
+    } catch (...) {
+        upgrader.report += "\tfile linedb doesn't exist or corrupted, copying from default-conf\n";
+        upgrader.FlushReport();
+    }
+    // What the disk could not give this time may be there the next.
+    if (!upgrader.AreLabelsEqual())
+        MakeRecoveryCopy(upgrader);
+    if (!upgrader.CopyFromFactory("linedb"))
+        return false;
+    upgrader.lineDb = std::make_unique<MultiSectionFile>(path);
+    return true;
+}
+
+bool OpenExtensionDb(ConfigUpgrader& upgrader) {
+    const std::string path = upgrader.configRoot + "extensiondb";
+    try {
+        upgrader.extensionDb = OpenMainDatabase(path);
+        return true;
+    } catch (const std::exception& error) {
+        upgrader.report += std::string("\t") + error.what() + "\n";
+        upgrader.report += "\tfile extensiondb copying from default-conf\n";
+        upgrader.FlushReport();
+    }
+    if (!upgrader.CopyFromFactory("extensiondb"))
+        return false;
+    upgrader.extensionDb = std::make_unique<MultiSectionFile>(path);
+    return true;
+}
+
+void OpenFactoryDatabases(ConfigUpgrader& upgrader) {
+    const std::string directory = upgrader.appliance.factoryTelephony + upgrader.linesDir;
+    upgrader.defaultLineDb = std::make_unique<MultiSectionFile>(directory + "linedb", false, true);
+    upgrader.defaultExtensionDb =
+        std::make_unique<MultiSectionFile>(directory + "extensiondb", false, true);
+}
+
+void CreateLog(ConfigUpgrader& upgrader) {
+    constexpr int everyLevel = 2147483647;
+    try {
+        upgrader.log = std::make_unique<LogStream>(upgrader.appliance.log, true, false, everyLevel);
+    } catch (const std::exception& error) {
+        upgrader.report += std::string("\t") + error.what() + "\n";
+    }
+}
+
+void ReadAttendants(ConfigUpgrader& upgrader) {
+    std::string& first = upgrader.attendantExtension;
+    MultiSectionFile& lineDb = *upgrader.lineDb;
+    if (!upgrader.upToDate && upgrader.IsVersionBelow("2.4.11")) {  // it still lives in linedb
+        if (!lineDb.GotoSection("attendant"))
+            return;
+        first = lineDb.GetSectionEntry("extension").value_or("");
+        if (files::IsDirectoryName(first))
+            upgrader.liveAttendants.push_back(first);
+        return;
+    }
+    MultiSectionFile& extensionDb = *upgrader.extensionDb;
+    if (!extensionDb.GotoSection("attendant"))
+        return;
+    first = extensionDb.GetSectionEntry("att_0").value_or("");
+    AppendValues(extensionDb, "attendant", upgrader.liveAttendants);
+}
+
+void ReadExtensionLength(ConfigUpgrader& upgrader) {
+    if (upgrader.lineDb->GotoSection("general"))
+        if (const auto length = upgrader.lineDb->GetSectionEntry("extension_length"))
+            upgrader.extensionLength = StringToNumber<unsigned>(*length);
+}
+
+void ReadFactoryLists(ConfigUpgrader& upgrader) {
+    MultiSectionFile& factory = *upgrader.defaultExtensionDb;
+    upgrader.defaultAttendants.clear();
+    AppendValues(factory, "attendant", upgrader.defaultAttendants);
+    upgrader.defaultExtensions.clear();
+    AppendValues(factory, "extension", upgrader.defaultExtensions);
+    AppendValues(factory, "sle", upgrader.defaultExtensions);
+}
+
+void RunVersionedSteps(ConfigUpgrader& upgrader) {
+    for (const VersionedStep& step : versionedSteps) {
+        if (step.onlyBelow != nullptr && !upgrader.IsVersionBelow(step.onlyBelow))
+            continue;
+        step.run(upgrader);
+        if (step.flushAfterwards)
+            upgrader.FlushReport();
+    }
+}
+
+/// Writes the version that the tree now has; false when it can't be saved.
+bool Stamp(ConfigUpgrader& upgrader) {
+    const std::string& version = upgrader.targetVersion;
+    if (version.empty() || !upgrader.lineDb || !upgrader.lineDb->GotoSection("general"))
+        return true;
+    if (!upgrader.lineDb->SetSectionEntry("current_version", version)) {  // a label of two lines
+        upgrader.TraceInvalidFile(upgrader.appliance.factoryLabel);
+        return true;  // nor will it be on the next start
+    }
+    if (!upgrader.Save(*upgrader.lineDb))
+        return false;
+    upgrader.report += "\n=====Current configuration version: " + version + " is set in linedb\n";
+    return true;
 }
 
 }  // namespace
@@ -78,7 +229,7 @@ void ConfigUpgrader::Run() {
     } catch (const std::exception& error) {
         // A start with more memory left may end well.
         if (dynamic_cast<const std::bad_alloc*>(&error) != nullptr)
-            CountDiskFailure(ENOMEM);
+            files::NoteRefusal(ENOMEM);
         report += std::string("\t") + error.what() + "\n";
         report += "\nexiting setupmend... may the Lord help us!\n";
         FlushReport();
@@ -86,35 +237,30 @@ void ConfigUpgrader::Run() {
 }
 
 void ConfigUpgrader::RunSteps() {
-    failuresBefore = DiskFailures();
-    FindConfigRoot();
-    if (!PutBackInterrupted()) {
-        CreateLog();
+    PrepareForCommands();
+    FindConfigRoot(*this);
+    if (!recovery.Resume(configRoot)) {
+        CreateLog(*this);
         FlushReport();
         return;
     }
     ProbeHardware(false);
     ProbeLineCounts();
     FlushReport();
-    if (!OpenLineDb())
+    if (!OpenLineDb(*this))
         return;
     upToDate = CheckVersion();
     if (!upToDate)
-        MakeRecoveryCopy();
+        MakeRecoveryCopy(*this);
     FlushReport();
-    CreateLog();
+    CreateLog(*this);
     FlushReport();
-    if (!OpenExtensionDb())
+    if (!OpenExtensionDb(*this))
         return;
-    const std::string factoryDir = appliance.factoryTelephony + linesDir;
-    defaultLineDb = std::make_unique<MultiSectionFile>(factoryDir + "linedb", false, true);
-    defaultExtensionDb =
-        std::make_unique<MultiSectionFile>(factoryDir + "extensiondb", false, true);
-    ReadAttendants();
-    if (lineDb->GotoSection("general"))
-        if (const auto length = lineDb->GetSectionEntry("extension_length"))
-            extensionLength = StringToNumber<unsigned>(*length);
-    ReadFactoryLists();
+    OpenFactoryDatabases(*this);
+    ReadAttendants(*this);
+    ReadExtensionLength(*this);
+    ReadFactoryLists(*this);
     UpdateLineCounts();
     FlushReport();
     ProbeHardware(true);
@@ -128,7 +274,7 @@ void ConfigUpgrader::RunSteps() {
     ReportDone();
     FlushReport();
     if (!upToDate) {
-        RunVersionedSteps();
+        RunVersionedSteps(*this);
     } else if (linesMismatch) {
         report += "Number of fxo or fxs lines is less than lines data in linedb!\n";
         CheckLineSections(*lineDb, *defaultLineDb);
@@ -136,148 +282,30 @@ void ConfigUpgrader::RunSteps() {
     }
 }
 
-void ConfigUpgrader::RunVersionedSteps() {
-    for (const VersionedStep& step : versionedSteps) {
-        if (step.onlyBelow != nullptr && !IsVersionBelow(step.onlyBelow))
-            continue;
-        step.run(*this);
-        if (step.flushAfterwards)
-            FlushReport();
-    }
-}
-
-void ConfigUpgrader::FindConfigRoot() {
-    // An empty argument names no directory.
-    if (Thread::GetCommandLine(configRoot) != 1 || configRoot.empty()) {
-        // An ORIX_PATH without a separator at its end names a sibling, /xtelephony/ for /x: the
-        // start scripts set it with one.
-        const char* root = std::getenv("ORIX_PATH");
-        configRoot = (root != nullptr ? root : appliance.liveConf) + "telephony/";
-    }
-    FileUtility::AdjustPath(configRoot, '/');
-}
-
-/// Replaces a main database by the factory's for this number of lines. False when the shell could
-/// not be run; whether the copy helped shows when the file is opened.
-bool ConfigUpgrader::CopyFromFactory(const std::string& name) {
-    const std::string path = configRoot + name;
-    // A bad file stays until the copy takes its place; what cp could not write over goes first.
-    struct stat info {};
-    if (stat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode))
-        unlink(path.c_str());
-    return !ShellFailed(CopyWhole("-p", appliance.factoryTelephony + linesDir + name, path));
-}
-
-bool ConfigUpgrader::OpenLineDb() {
-    const std::string path = configRoot + "linedb";
-    try {
-        lineDb = OpenMainDatabase(path);
-        return true;
-    } catch (...) {
-        report += "\tfile linedb doesn't exist or corrupted, copying from default-conf\n";
-        FlushReport();
-    }
-    if (!AreLabelsEqual())  // what the disk could not give this time may be there the next
-        MakeRecoveryCopy();
-    if (!CopyFromFactory("linedb"))
-        return false;
-    lineDb = std::make_unique<MultiSectionFile>(path);
-    return true;
-}
-
-bool ConfigUpgrader::OpenExtensionDb() {
-    const std::string path = configRoot + "extensiondb";
-    try {
-        extensionDb = OpenMainDatabase(path);
-        return true;
-    } catch (const std::exception& error) {
-        report += std::string("\t") + error.what() + "\n";
-        report += "\tfile extensiondb copying from default-conf\n";
-        FlushReport();
-    }
-    if (!CopyFromFactory("extensiondb"))
-        return false;
-    extensionDb = std::make_unique<MultiSectionFile>(path);
-    return true;
-}
-
-void ConfigUpgrader::CreateLog() {
-    constexpr int everyLevel = 2147483647;
-    try {
-        log = std::make_unique<LogStream>(appliance.log, true, false, everyLevel, 1, 2048, false);
-    } catch (const std::exception& error) {
-        report += std::string("\t") + error.what() + "\n";
-    }
-}
-
-void ConfigUpgrader::ReadAttendants() {
-    if (!upToDate && IsVersionBelow("2.4.11")) {  // the attendant still lives in linedb
-        if (!lineDb->GotoSection("attendant"))
-            return;
-        attendantExtension = lineDb->GetSectionEntry("extension").value_or("");
-        if (FileUtility::IsDirectoryName(attendantExtension))
-            liveAttendants.push_back(attendantExtension);
-        return;
-    }
-    if (!extensionDb->GotoSection("attendant"))
-        return;
-    attendantExtension = extensionDb->GetSectionEntry("att_0").value_or("");
-    AppendValues(*extensionDb, "attendant", liveAttendants);
-}
-
-void ConfigUpgrader::ReadFactoryLists() {
-    defaultAttendants.clear();
-    AppendValues(*defaultExtensionDb, "attendant", defaultAttendants);
-    defaultExtensions.clear();
-    AppendValues(*defaultExtensionDb, "extension", defaultExtensions);
-    AppendValues(*defaultExtensionDb, "sle", defaultExtensions);
-}
-
-/// Brings everything the steps changed to the disk, on each file system that they write to. False
-/// when the telephony directory's could not.
-bool ConfigUpgrader::SyncTree() const {
-    bool synced = false;  // what the last one, configRoot, says
-    for (const std::string& path :
-         {appliance.usbVoiceData, appliance.internalVoiceData, configRoot})
-        synced = FileUtility::SyncFileSystem(path);
-    return synced;
-}
-
 /// Brings the upgrade to its end, in this order: all changes are durable, the stamp is durable, the
 /// recovery copy goes. A power cut may cost the stamp, never leave it on a half-upgraded tree.
 /// False when the next start has to begin again.
 bool ConfigUpgrader::FinishUpgrade() {
-    if (upToDate)
-        return true;
-    if (ShouldBeginAgain())
+    if (!upToDate && recovery.ShouldBeginAgain())
         return false;
-    if (!SyncTree()) {
+    if (!upToDate)
+        for (const std::string& path : {appliance.usbVoiceData, appliance.internalVoiceData})
+            files::SyncFileSystem(path);
+    if ((!upToDate || recovery.Stands()) && !recovery.SyncTree()) {
         Trace(1, "MINOR ERROR: Can't sync: %s\n", configRoot.c_str());
         return false;
     }
-    MarkDone();
-    return Stamp();
-}
-
-/// Writes the version that the tree now has; false when it can't be saved.
-bool ConfigUpgrader::Stamp() {
-    if (targetVersion.empty() || !lineDb || !lineDb->GotoSection("general"))
+    if (upToDate)
         return true;
-    if (!lineDb->SetSectionEntry("current_version", targetVersion)) {  // a label of two lines
-        TraceInvalidFile(appliance.factoryLabel);
-        return true;  // nor will it be on the next start
-    }
-    if (!Save(*lineDb))
-        return false;
-    report += "\n=====Current configuration version: " + targetVersion + " is set in linedb\n";
-    return true;
+    recovery.MarkDone();
+    return Stamp(*this);
 }
 
 ConfigUpgrader::~ConfigUpgrader() {
     try {
-        for (const std::string& text : TakeDiskFailureTexts())
-            Trace(1, "MINOR ERROR: Can't read: %s\n", text.c_str());
-        EndWithRecoveryCopy(FinishUpgrade());
+        for (const std::string& text : files::TakeRefusalTexts())
+            Trace(1, "MINOR ERROR: %s\n", text.c_str());
+        recovery.End(FinishUpgrade());
         FlushReport();
     } catch (const std::exception&) {  // out of memory: nothing can be written any more
     }

@@ -1,18 +1,19 @@
 #include "app/version.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <optional>
 
 #include "app/config_upgrader.h"
-#include "platform/file_utility.h"
+#include "files/read.h"
 #include "platform/string_utils.h"
 
 namespace {
 
 constexpr std::size_t labelBuffer = 50;  // a label that fills it is none
 
-/// A label file's text: what one read gives without its last byte, normally the line end. Nothing
-/// when the file cannot be opened.
+/// A label file's text: what one read gives without its last byte, normally the line end, and up to
+/// the first NUL. Nothing when the file cannot be opened.
 struct Label {
     std::optional<std::string> text;
     bool tooLong = false;
@@ -20,12 +21,13 @@ struct Label {
 
 Label ReadLabel(const std::string& path) {
     Label label;
-    label.text = FileUtility::ReadStart(path, labelBuffer);
+    label.text = files::ReadStart(path, labelBuffer);
     if (!label.text)
         return label;
     label.tooLong = label.text->size() == labelBuffer;
     if (!label.text->empty())
         label.text->pop_back();
+    label.text->resize(std::min(label.text->size(), label.text->find('\0')));
     return label;
 }
 

@@ -9,7 +9,7 @@
 #include <fstream>
 
 #include "bench/floor.h"
-#include "store/file_io.h"
+#include "files/read.h"
 #include "store/multi_section_file.h"
 
 using Configuration::Document;
@@ -75,7 +75,7 @@ BENCHMARK_DEFINE_F(Files, ChangeAndSave)(benchmark::State& state) {
 BENCHMARK_DEFINE_F(Files, ReadOnly)(benchmark::State& state) {
     for (auto _ : state)
         for (int i = 0; i < fileCount; ++i)
-            benchmark::DoNotOptimize(Configuration::ReadFile(Path(i)));
+            benchmark::DoNotOptimize(files::ReadFile(Path(i)));
 }
 
 // Saves of one round age the disk for the next: few rounds, often, and in turn.

@@ -12,8 +12,8 @@
 #include <fstream>
 
 #include "app/config_upgrader.h"
-#include "store/file_io.h"
-#include "store/tree_mirror.h"
+#include "files/read.h"
+#include "files/tree.h"
 #include "tests/support/appliance_at.h"
 
 namespace fs = std::filesystem;
@@ -93,8 +93,8 @@ public:
 
     void Run(const char* file, const char* version, std::string_view bytes) {
         const bool isOldest = version == versions[0];
-        Check(Configuration::MirrorTree(root_ + (isOldest ? "/new" : "/upgraded"), root_ + "/live",
-                                        Configuration::By::Copying)
+        Check(files::MirrorTree(root_ + (isOldest ? "/new" : "/upgraded"), root_ + "/live",
+                                files::By::Copying)
                   .empty());
         fs::create_directories(root_ + "/live/tmp");
         const std::string live = root_ + "/live/etc/orix-conf/";
@@ -106,7 +106,7 @@ public:
               fs::exists(live + "telephony") && fs::exists(root_ + "/live/mnt/bbram"));
         // A command that fails counts as the disk's failure: then the copy stays, and the log says
         // so.
-        if (Configuration::ReadFile(appliance_.log).bytes.value_or("").find("next start begins") ==
+        if (files::ReadFile(appliance_.log).bytes.value_or("").find("next start begins") ==
             std::string::npos)
             for (const auto& entry : fs::recursive_directory_iterator(live))
                 Check(entry.path().string().find(".mend-") == std::string::npos);

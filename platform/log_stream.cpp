@@ -26,14 +26,15 @@ LogStream::~LogStream() {
 void LogStream::TRACE(int level, const char* format, va_list arguments, int) {
     va_list again;
     va_copy(again, arguments);
-    const int length = std::vsnprintf(nullptr, 0, format, arguments);
-    if (length > 0) {
-        std::string text(static_cast<std::size_t>(length) + 1, '\0');
+    std::string text(200, '\0');  // most lines are shorter
+    const int length = std::vsnprintf(text.data(), text.size(), format, arguments);
+    if (length >= static_cast<int>(text.size())) {
+        text.resize(static_cast<std::size_t>(length) + 1);
         std::vsnprintf(text.data(), text.size(), format, again);
-        text.pop_back();
-        TRACE(level, text);
     }
     va_end(again);
+    text.resize(length < 0 ? 0 : static_cast<std::size_t>(length));
+    TRACE(level, text);
 }
 
 void LogStream::TRACE(int level, const std::string& text) {

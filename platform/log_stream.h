@@ -3,7 +3,7 @@
 #include <cstdarg>
 #include <string>
 
-#include "platform/file_descriptor.h"
+#include "files/file_descriptor.h"
 
 /// The appliance's log: lines appended to a file as they are, without a prefix, gathered up to a
 /// buffer's size. A log that cannot be written any more loses lines, never stops the program.
@@ -11,8 +11,8 @@ class LogStream {
 public:
     /// Opens the log; it is emptied first unless `append`. Records with a level above `maxLevel`
     /// are dropped. Throws std::runtime_error when the file cannot be opened for writing.
-    LogStream(const std::string& path, bool append, bool prefix, int maxLevel, int files,
-              int bufferSize, bool echo);
+    LogStream(const std::string& path, bool append, bool prefix, int maxLevel, int files = 1,
+              int bufferSize = 2048, bool echo = false);
     ~LogStream();
     LogStream(const LogStream&) = delete;
     LogStream& operator=(const LogStream&) = delete;
@@ -26,7 +26,7 @@ public:
     void Flush();
 
 private:
-    platform::FileDescriptor file_;
+    files::FileDescriptor file_;
     int maxLevel_;
     std::size_t bufferSize_;
     std::string gathered_;

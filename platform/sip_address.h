@@ -7,4 +7,4 @@
 /// it. Returns non-zero when `result` is not empty.
 int MergeSIPAddress(std::string& result, const std::string& displayName,
                     const std::string& userName, const std::string& hostAddress,
-                    const std::string& hostPort, bool flag);
+                    const std::string& hostPort, bool flag = false);

@@ -26,7 +26,7 @@ public:
     void ClearAll();
 
     /// As MultiSectionFile::Save.
-    int Save(bool flag, const char* path);
+    int Save(bool flag = true, const char* path = nullptr);
     const std::string& LastError() const { return document_.LastError(); }
 
 private:

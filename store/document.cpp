@@ -3,57 +3,6 @@
 #include <limits>
 
 namespace Configuration {
-namespace {
-
-constexpr std::string_view sectionKeyword = "section";
-constexpr std::string_view openText = "{";
-constexpr std::string_view closeText = "}";
-constexpr char assignSign = '=';
-constexpr char commentSign = '#';
-constexpr std::string_view blanks = " \t\r";
-
-std::string_view Trimmed(std::string_view text) {
-    const std::size_t begin = text.find_first_not_of(blanks);
-    if (begin == std::string_view::npos)
-        return {};
-    return text.substr(begin, text.find_last_not_of(blanks) - begin + 1);
-}
-
-/// The line without "\n" or "\r\n". A "\r" at the end of a file belongs to the text.
-std::string_view WithoutLineEnd(std::string_view line) {
-    if (line.empty() || line.back() != '\n')
-        return line;
-    line.remove_suffix(1);
-    if (!line.empty() && line.back() == '\r')
-        line.remove_suffix(1);
-    return line;
-}
-
-bool IsSilent(std::string_view trimmed) {
-    return trimmed.empty() || trimmed.front() == commentSign;
-}
-
-/// "section" alone or followed by a blank. "section_id=3" and "section=3" are entries.
-bool IsHeader(std::string_view trimmed) {
-    if (trimmed.substr(0, sectionKeyword.size()) != sectionKeyword)
-        return false;
-    return trimmed.size() == sectionKeyword.size() ||
-           blanks.find(trimmed[sectionKeyword.size()]) != std::string_view::npos;
-}
-
-/// Cuts the next line, line end included, off the front of `rest`.
-std::string_view TakeLine(std::string_view& rest) {
-    const std::size_t end = rest.find('\n');
-    const std::string_view line = rest.substr(0, end == std::string_view::npos ? end : end + 1);
-    rest.remove_prefix(line.size());
-    return line;
-}
-
-}  // namespace
-
-std::string_view Document::Line::Value() const {
-    return WithoutLineEnd(Text()).substr(valueBegin);
-}
 
 Document::Document(std::string bytes, Layout layout, const std::string& path)
     : layout_(layout), original_(std::move(bytes)) {
@@ -62,128 +11,19 @@ Document::Document(std::string bytes, Layout layout, const std::string& path)
     const std::size_t firstEnd = original_.find('\n');
     if (firstEnd != std::string::npos && firstEnd > 0 && original_[firstEnd - 1] == '\r')
         lineEnd_ = "\r\n";
-    Reset();
-    if (layout_ == Layout::Flat)
-        ParseFlat();
-    else
-        ParseSectioned(path);
-}
-
-void Document::Reset() {
-    entryKeys_ = topKeys_ = {};
-    byName_.clear();
-    namesIndexed_ = namesRepeat_ = false;
-    sections_.clear();
-    sections_.emplace_back();
+    sections_ = layout_ == Layout::Flat ? ParseFlat(original_) : ParseSectioned(original_, path);
     Restart();
     RestartEntries(Scope::TopLevel);
 }
 
 void Document::Clear() {
-    Reset();
+    entryKeys_.Reset();
+    topKeys_.Reset();
+    names_ = {};
+    sections_ = Sections(1);
     lineEnd_.assign(1, '\n');
-}
-
-namespace {
-
-struct EntryParts {
-    std::size_t keyBegin = 0;
-    std::size_t keyLength = 0;
-    std::size_t valueBegin = 0;
-    bool assigned = false;  // the line holds an assignment, perhaps with an empty key
-};
-
-EntryParts SplitEntry(std::string_view line) {
-    EntryParts parts;
-    const std::size_t assign = line.find(assignSign);
-    if (assign == std::string_view::npos)
-        return parts;
-    const std::string_view key = Trimmed(line.substr(0, assign));
-    parts.assigned = true;
-    parts.keyBegin = key.empty() ? 0 : static_cast<std::size_t>(key.data() - line.data());
-    parts.keyLength = key.size();
-    parts.valueBegin = assign + 1;
-    return parts;
-}
-
-}  // namespace
-
-void Document::ParseFlat() {
-    std::string_view rest = original_;
-    Lines& lines = sections_.front().after;
-    while (!rest.empty()) {
-        const std::string_view text = TakeLine(rest);
-        Line line{text.data(), static_cast<std::uint32_t>(text.size()), 0, 0, 0};
-        if (!IsSilent(Trimmed(text.substr(0, WithoutLineEnd(text).size())))) {
-            const EntryParts parts = SplitEntry(WithoutLineEnd(text));
-            line.keyBegin = static_cast<std::uint32_t>(parts.keyBegin);
-            line.keyLength = static_cast<std::uint32_t>(parts.keyLength);
-            line.valueBegin = static_cast<std::uint32_t>(parts.valueBegin);
-        }
-        lines.push_back(line);
-    }
-}
-
-void Document::ParseSectioned(const std::string& path) {
-    enum class State { TopLevel, Header, Body } state = State::TopLevel;
-    std::string_view rest = original_;
-    std::size_t number = 0;
-    const auto fail = [&](const char* what) {
-        throw FileError(path + ", line " + std::to_string(number) + ": " + what);
-    };
-    while (!rest.empty()) {
-        ++number;
-        const std::string_view text = TakeLine(rest);
-        const std::string_view content = WithoutLineEnd(text);
-        const std::string_view trimmed = Trimmed(content);
-        Line line{text.data(), static_cast<std::uint32_t>(text.size()), 0, 0, 0};
-        Section& section = sections_.back();
-
-        if (IsSilent(trimmed)) {
-            (state == State::TopLevel ? section.after : section.body).push_back(line);
-            continue;
-        }
-        if (state == State::Header) {
-            if (trimmed != openText)
-                fail("section header without \"{\"");
-            section.open = section.body.size();
-            section.body.push_back(line);
-            state = State::Body;
-            continue;
-        }
-        if (state == State::Body && trimmed == closeText) {
-            section.body.push_back(line);
-            state = State::TopLevel;
-            continue;
-        }
-        if (state == State::TopLevel && IsHeader(trimmed)) {
-            const std::size_t alike = section.body.size();  // as most sections of a file are
-            Section& added = sections_.emplace_back();
-            added.body.reserve(alike);
-            added.name = Trimmed(trimmed.substr(sectionKeyword.size()));
-            added.body.push_back(line);
-            state = State::Header;
-            continue;
-        }
-        const EntryParts parts = SplitEntry(content);
-        if (!parts.assigned) {
-            if (trimmed == closeText)
-                fail("\"}\" without a section");
-            if (trimmed == openText)
-                fail("\"{\" without a section header");
-            if (IsHeader(trimmed))
-                fail("section inside a section");
-            fail("line is no section header, brace or key=value entry");
-        }
-        if (parts.keyLength == 0)
-            fail("entry without a key");
-        line.keyBegin = static_cast<std::uint32_t>(parts.keyBegin);
-        line.keyLength = static_cast<std::uint32_t>(parts.keyLength);
-        line.valueBegin = static_cast<std::uint32_t>(parts.valueBegin);
-        (state == State::TopLevel ? section.after : section.body).push_back(line);
-    }
-    if (state != State::TopLevel)
-        fail("end of file inside a section");
+    Restart();
+    RestartEntries(Scope::TopLevel);
 }
 
 std::string Document::Text() const {
@@ -191,16 +31,28 @@ std::string Document::Text() const {
         for (const Section& section : sections_)
             for (const Lines* lines : {&section.body, &section.after})
                 for (const Line& line : *lines)
-                    visit(line.Text());
+                    visit(line);
     };
     // Exactly: growing a text that is nearly as large as the file would double it.
     std::size_t size = 0;
-    forEachLine([&](std::string_view line) { size += line.size(); });
+    forEachLine([&](const Line& line) { size += line.length; });
     std::string text;
     text.reserve(size);
-    forEachLine([&](std::string_view line) { text += line; });
+    // Lines that stand behind each other in memory, as all unchanged ones do, are one piece.
+    const char* begin = nullptr;
+    const char* end = nullptr;
+    forEachLine([&](const Line& line) {
+        if (line.data != end) {
+            text.append(begin, end);
+            begin = line.data;
+        }
+        end = line.data + line.length;
+    });
+    text.append(begin, end);
     return text;
 }
+
+// Sections.
 
 void Document::Restart() {
     current_ = sections_.begin();
@@ -210,7 +62,7 @@ void Document::Restart() {
 
 void Document::MakeCurrent(Sections::iterator section) {
     if (section != current_ || !isCurrent_)
-        entryKeys_ = {};
+        entryKeys_.Reset();
     current_ = section;
     isCurrent_ = true;
     RestartEntries(Scope::Section);
@@ -218,30 +70,18 @@ void Document::MakeCurrent(Sections::iterator section) {
 
 bool Document::GotoNextSection() {
     const auto next = std::next(current_);
-    if (next == sections_.end()) {
-        isCurrent_ = false;
-        return false;
-    }
-    MakeCurrent(next);
-    return true;
-}
-
-void Document::IndexNames() {
-    if (namesIndexed_)
-        return;
-    for (auto section = std::next(sections_.begin()); section != sections_.end(); ++section)
-        if (!section->name.empty() && !byName_.try_emplace(section->name, section).second)
-            namesRepeat_ = true;
-    namesIndexed_ = true;
+    isCurrent_ = next != sections_.end();
+    if (isCurrent_)
+        MakeCurrent(next);
+    return isCurrent_;
 }
 
 bool Document::GotoSection(std::string_view name) {
-    IndexNames();
-    const auto found = byName_.find(name);
+    const auto found = name.empty() ? sections_.end() : names_.Find(name, sections_);
     isCurrent_ = false;
-    if (name.empty() || found == byName_.end())
+    if (found == sections_.end())
         return false;
-    MakeCurrent(found->second);
+    MakeCurrent(found);
     return true;
 }
 
@@ -259,15 +99,11 @@ bool Document::AddSection(std::string_view name) {
         EndLine(lastLines.back());
 
     const auto added = sections_.emplace(sections_.end());
-    std::string header(sectionKeyword);
-    if (!name.empty())
-        header.append(" ").append(name);
-    added->body = {MakeLine(header + lineEnd_), MakeLine(std::string(openText) + lineEnd_),
-                   MakeLine(std::string(closeText) + lineEnd_)};
+    added->body = {MakeLine({sectionKeyword, name.empty() ? "" : " ", name, lineEnd_}),
+                   MakeLine({openText, lineEnd_}), MakeLine({closeText, lineEnd_})};
     added->open = 1;
     added->name = Trimmed(WithoutLineEnd(added->body.front().Text()).substr(sectionKeyword.size()));
-    if (namesIndexed_ && !name.empty() && !byName_.try_emplace(added->name, added).second)
-        namesRepeat_ = true;
+    names_.Note(added);
     MakeCurrent(added);
     return true;
 }
@@ -275,7 +111,7 @@ bool Document::AddSection(std::string_view name) {
 bool Document::DeleteSection() {
     if (!isCurrent_)
         return false;
-    entryKeys_ = {};
+    entryKeys_.Reset();
     topKeys_.Undo();
     const auto previous = std::prev(current_);
     if (topCursor_.section == current_) {
@@ -284,12 +120,7 @@ bool Document::DeleteSection() {
     }
     // What stands behind the section stays: it is not the section's.
     previous->after.insert(previous->after.end(), current_->after.begin(), current_->after.end());
-    if (namesRepeat_) {
-        byName_.clear();
-        namesIndexed_ = namesRepeat_ = false;
-    } else if (namesIndexed_) {
-        byName_.erase(current_->name);
-    }
+    names_.Forget(current_);
     sections_.erase(current_);
     current_ = previous;
     isCurrent_ = false;
@@ -297,32 +128,36 @@ bool Document::DeleteSection() {
     return true;
 }
 
-std::string_view Document::Keep(std::string text) {
-    return added_.emplace_back(std::move(text));
+// Lines.
+
+Line Document::MakeLine(std::initializer_list<std::string_view> parts) {
+    const std::string_view kept = added_.Keep(parts);
+    return {kept.data(), static_cast<std::uint32_t>(kept.size()), 0, 0, 0};
 }
 
-Document::Line Document::MakeLine(std::string text) {
-    const std::string_view kept = Keep(std::move(text));
-    return {kept.data(), static_cast<std::uint32_t>(kept.size()), 0, 0, 0};
+/// Gives a line another text; key and value begin where they did.
+void Document::ChangeText(Line& line, std::initializer_list<std::string_view> parts) {
+    const std::string_view kept = added_.Keep(parts);
+    line.data = kept.data();
+    line.length = static_cast<std::uint32_t>(kept.size());
 }
 
 bool Document::CanStand(Scope scope, std::string_view key, std::string_view value) const {
     if (key.empty() || key.front() == commentSign)
         return false;
-    if (key.find_first_of("=\n") != std::string_view::npos)
-        return false;
+    for (const char c : key)
+        if (c == assignSign || c == '\n')
+            return false;
     if (value.find('\n') != std::string_view::npos)
         return false;
     return scope == Scope::Section || layout_ == Layout::Flat ||
            key.size() == sectionKeyword.size() || !IsHeader(key);
 }
 
-Document::Line Document::EntryLine(std::string_view key, std::string_view value) {
+Line Document::EntryLine(std::string_view key, std::string_view value) {
     // A value that ends in "\r" would lose it to a bare "\n" behind it.
-    const bool needsReturn = !value.empty() && value.back() == '\r';
-    std::string text(key);
-    text.append(1, assignSign).append(value).append(needsReturn ? "\r\n" : lineEnd_);
-    Line line = MakeLine(std::move(text));
+    const std::string_view end = value.ends_with('\r') ? "\r\n" : std::string_view(lineEnd_);
+    Line line = MakeLine({key, {&assignSign, 1}, value, end});
     line.keyLength = static_cast<std::uint32_t>(key.size());
     line.valueBegin = line.keyLength + 1;
     return line;
@@ -331,12 +166,9 @@ Document::Line Document::EntryLine(std::string_view key, std::string_view value)
 /// Gives the file's last line a line end when it has none, so that another can follow.
 void Document::EndLine(Line& line) {
     const std::string_view text = line.Text();
-    if (text.empty() || text.back() == '\n')
+    if (text.empty() || text.ends_with('\n'))
         return;
-    const std::string_view kept =
-        Keep(std::string(text) + (text.back() == '\r' ? "\r\n" : lineEnd_));
-    line.data = kept.data();
-    line.length = static_cast<std::uint32_t>(kept.size());
+    ChangeText(line, {text, text.ends_with('\r') ? "\r\n" : std::string_view(lineEnd_)});
 }
 
 void Document::ChangeValue(Line& line, std::string_view value) {
@@ -344,138 +176,139 @@ void Document::ChangeValue(Line& line, std::string_view value) {
         return;
     const std::string_view text = line.Text();
     std::string_view end = text.substr(WithoutLineEnd(text).size());
-    if (end == "\n" && !value.empty() && value.back() == '\r')
+    if (end == "\n" && value.ends_with('\r'))
         end = "\r\n";
-    std::string changed(text.substr(0, line.valueBegin));
-    changed.append(value).append(end);
-    const std::string_view kept = Keep(std::move(changed));
-    line.data = kept.data();
-    line.length = static_cast<std::uint32_t>(kept.size());
+    ChangeText(line, {text.substr(0, line.valueBegin), value, end});
 }
 
-void Document::KeyIndex::Note(std::string_view key, Place place) {
-    if (made)
-        places.try_emplace(key, place);
-}
+// Entries by key.
 
-void Document::KeyIndex::Undo() {
-    if (made)
-        limit *= 4;
-    places.clear();
-    made = false;
-    scanned = 0;
-}
-
-/// Calls `visit` for each entry of a scope with its key and place, until it returns true.
+/// Calls `visit` for each entry of a scope with its line and place, until it returns true; counts
+/// what was looked at.
 template <typename Visit>
-void Document::VisitPlaces(Scope scope, Visit visit) {
-    std::size_t& seen = KeysOf(scope).scanned;
+void Document::ScanEntries(Scope scope, Visit visit) {
     auto section = scope == Scope::Section ? current_ : sections_.begin();
     const auto end = scope == Scope::Section ? std::next(section) : sections_.end();
     for (; section != end; ++section) {
-        const Lines& lines = (*section).*PartOf(scope);
-        ++seen;
-        for (std::size_t i = 0; i < lines.size(); ++i, ++seen)
-            if (lines[i].IsEntry() && visit(lines[i].Key(), Place{section, i, true}))
+        const Lines& lines = LinesOf(scope, *section);
+        KeysOf(scope).CountScanned(lines.size() + 1);
+        for (std::size_t i = 0; i < lines.size(); ++i)
+            if (lines[i].IsEntry() && visit(lines[i], Place{section, i}))
                 return;
     }
 }
 
-Document::Place Document::FindPlace(Scope scope, std::string_view key) {
+bool Document::FindPlace(Scope scope, std::string_view key, Place& found) {
     key = Trimmed(key);
     if (key.empty() || (scope == Scope::Section && !isCurrent_))
-        return {};
+        return false;
     KeyIndex& keys = KeysOf(scope);
-    if (!keys.made && keys.scanned > keys.limit) {
-        VisitPlaces(scope, [&](std::string_view name, Place place) {
-            keys.places.try_emplace(name, place);
+    if (keys.IsDue()) {
+        keys.Make();
+        ScanEntries(scope, [&](const Line& line, const Place& place) {
+            keys.Note(line.Key(), place);
             return false;
         });
-        keys.made = true;
     }
-    Place found;
-    if (keys.made) {
-        const auto known = keys.places.find(key);
-        return known == keys.places.end() ? found : known->second;
+    if (keys.IsMade()) {
+        const Place* const place = keys.Find(key);
+        if (place != nullptr)
+            found = *place;
+        return place != nullptr;
     }
-    VisitPlaces(scope, [&](std::string_view name, Place place) {
-        if (name == key)
+    bool isFound = false;
+    ScanEntries(scope, [&](const Line& line, const Place& place) {
+        isFound = line.Key() == key;
+        if (isFound)
             found = place;
-        return found.found;
+        return isFound;
     });
-    return found;
+    return isFound;
 }
 
 bool Document::Find(Scope scope, std::string_view key, std::string_view& value) {
-    const Place place = FindPlace(scope, key);
-    if (!place.found)
+    Place place;
+    if (!FindPlace(scope, key, place))
         return false;
-    value = ((*place.section).*PartOf(scope))[place.index].Value();
+    value = LineAt(scope, place).Value();
     return true;
 }
 
 bool Document::Set(Scope scope, std::string_view key, std::string_view value) {
-    const Place place = FindPlace(scope, key);
-    if (!place.found)
+    Place place;
+    if (!FindPlace(scope, key, place))
         return Add(scope, key, value);
     if (!CanStand(scope, Trimmed(key), value))
         return false;
-    ChangeValue(((*place.section).*PartOf(scope))[place.index], value);
+    ChangeValue(LineAt(scope, place), value);
     return true;
 }
 
 bool Document::Add(Scope scope, std::string_view key, std::string_view value) {
     key = Trimmed(key);
-    if (!CanStand(scope, key, value))
+    if (!CanStand(scope, key, value) || (scope == Scope::Section && !isCurrent_))
         return false;
-    if (scope == Scope::Section) {
-        if (!isCurrent_)
-            return false;
-        Lines& body = current_->body;
-        std::size_t index = body.size() - 1;  // of "}"
-        while (index > current_->open + 1 && !body[index - 1].IsEntry())
-            --index;
-        const Line line = EntryLine(key, value);
-        body.insert(body.begin() + static_cast<std::ptrdiff_t>(index), line);
-        entryKeys_.Note(line.Key(), {current_, index, true});
-        return true;
-    }
-    // Behind the last top-level entry, or else directly before the first section.
-    auto section = std::prev(sections_.end());
-    for (;; --section) {
-        Lines& lines = section->after;
-        std::size_t index = lines.size();
-        while (index > 0 && !lines[index - 1].IsEntry())
-            --index;
-        if (index == 0 && section != sections_.begin())
-            continue;
-        if (index == 0)
-            index = lines.size();
-        if (index > 0)
-            EndLine(lines[index - 1]);
-        const Line line = EntryLine(key, value);
-        lines.insert(lines.begin() + static_cast<std::ptrdiff_t>(index), line);
-        topKeys_.Note(line.Key(), {section, index, true});
-        return true;
-    }
+    if (scope == Scope::Section)
+        AddToSection(key, value);
+    else
+        AddToTopLevel(key, value);
+    return true;
 }
 
-bool Document::Delete(Scope scope, std::string_view key) {
-    const Place place = FindPlace(scope, key);
-    if (!place.found)
-        return false;
+void Document::AddToSection(std::string_view key, std::string_view value) {
+    Lines& body = current_->body;
+    std::size_t index = body.size() - 1;  // of "}"
+    while (index > current_->open + 1 && !body[index - 1].IsEntry())
+        --index;
+    const Line line = EntryLine(key, value);
+    body.insert(body.begin() + static_cast<std::ptrdiff_t>(index), line);
+    entryKeys_.Note(line.Key(), {current_, index});
+}
+
+/// Behind the last top-level entry, or else directly before the first section.
+void Document::AddToTopLevel(std::string_view key, std::string_view value) {
+    auto section = std::prev(sections_.end());
+    std::size_t index = 0;
+    for (;; --section) {
+        const Lines& lines = section->after;
+        index = lines.size();
+        while (index > 0 && !lines[index - 1].IsEntry())
+            --index;
+        if (index > 0 || section == sections_.begin())
+            break;
+    }
+    Lines& lines = section->after;
+    if (index == 0)
+        index = lines.size();
+    if (index > 0)
+        EndLine(lines[index - 1]);
+    const Line line = EntryLine(key, value);
+    lines.insert(lines.begin() + static_cast<std::ptrdiff_t>(index), line);
+    topKeys_.Note(line.Key(), {section, index});
+}
+
+void Document::EraseLine(Scope scope, const Place& place) {
     KeysOf(scope).Undo();
-    Lines& lines = (*place.section).*PartOf(scope);
+    Lines& lines = LinesOf(scope, *place.section);
     lines.erase(lines.begin() + static_cast<std::ptrdiff_t>(place.index));
     Cursor& cursor = CursorOf(scope);
     const auto index = static_cast<std::ptrdiff_t>(place.index);
-    if (cursor.section == place.section && index <= cursor.index) {
-        if (index == cursor.index)
-            cursor.onEntry = false;
-        --cursor.index;
-    }
+    if (cursor.section != place.section || index > cursor.index)
+        return;
+    if (index == cursor.index)
+        cursor.onEntry = false;
+    --cursor.index;
+}
+
+bool Document::Delete(Scope scope, std::string_view key) {
+    Place place;
+    if (!FindPlace(scope, key, place))
+        return false;
+    EraseLine(scope, place);
     return true;
 }
+
+// Entries under the cursor.
 
 void Document::RestartEntries(Scope scope) {
     CursorOf(scope) = {scope == Scope::Section ? current_ : sections_.begin(), -1, false};
@@ -487,7 +320,7 @@ bool Document::GotoNextEntry(Scope scope) {
     if (scope == Scope::Section && !isCurrent_)
         return false;
     for (;;) {
-        const Lines& lines = (*cursor.section).*PartOf(scope);
+        const Lines& lines = LinesOf(scope, *cursor.section);
         const auto size = static_cast<std::ptrdiff_t>(lines.size());
         while (cursor.index + 1 < size) {
             ++cursor.index;
@@ -502,63 +335,57 @@ bool Document::GotoNextEntry(Scope scope) {
 }
 
 bool Document::GotoEntry(Scope scope, std::string_view key) {
-    const Place place = FindPlace(scope, key);
-    if (!place.found)
+    Place place;
+    if (!FindPlace(scope, key, place))
         return false;
     CursorOf(scope) = {place.section, static_cast<std::ptrdiff_t>(place.index), true};
     return true;
 }
 
-bool Document::CurrentEntry(Scope scope, std::string_view& key, std::string_view& value) const {
-    if (!OnEntry(scope))
-        return false;
+Line* Document::LineUnderCursor(Scope scope) {
     const Cursor& cursor = CursorOf(scope);
-    const Line& line = ((*cursor.section).*PartOf(scope))[static_cast<std::size_t>(cursor.index)];
-    key = line.Key();
-    value = line.Value();
+    if (!cursor.onEntry || (scope == Scope::Section && !isCurrent_))
+        return nullptr;
+    return &LineAt(scope, {cursor.section, static_cast<std::size_t>(cursor.index)});
+}
+
+bool Document::CurrentEntry(Scope scope, std::string_view& key, std::string_view& value) const {
+    const Line* const line = LineUnderCursor(scope);
+    if (line == nullptr)
+        return false;
+    key = line->Key();
+    value = line->Value();
     return true;
 }
 
 bool Document::SetCurrentEntry(Scope scope, std::string_view value) {
-    if (!OnEntry(scope) || value.find('\n') != std::string_view::npos)
+    Line* const line = LineUnderCursor(scope);
+    if (line == nullptr || value.find('\n') != std::string_view::npos)
+        return false;
+    ChangeValue(*line, value);
+    return true;
+}
+
+bool Document::DeleteCurrentEntry(Scope scope) {
+    if (LineUnderCursor(scope) == nullptr)
         return false;
     const Cursor& cursor = CursorOf(scope);
-    ChangeValue(((*cursor.section).*PartOf(scope))[static_cast<std::size_t>(cursor.index)], value);
+    EraseLine(scope, {cursor.section, static_cast<std::size_t>(cursor.index)});
     return true;
 }
 
 template <typename Visit>
 void Document::ForEachEntry(Scope scope, Visit visit) const {
-    if (scope == Scope::Section) {
-        if (!isCurrent_)
-            return;
-        for (const Line& line : current_->body)
+    const auto visitLines = [&](const Lines& lines) {
+        for (const Line& line : lines)
             if (line.IsEntry())
                 visit(line);
-        return;
-    }
-    for (const Section& section : sections_)
-        for (const Line& line : section.after)
-            if (line.IsEntry())
-                visit(line);
-}
-
-bool Document::DeleteCurrentEntry(Scope scope) {
-    if (!OnEntry(scope))
-        return false;
-    Cursor& cursor = CursorOf(scope);
-    Lines& lines = (*cursor.section).*PartOf(scope);
-    KeysOf(scope).Undo();
-    lines.erase(lines.begin() + cursor.index);
-    cursor.onEntry = false;
-    --cursor.index;
-    return true;
-}
-
-std::size_t Document::CountEntries(Scope scope) const {
-    std::size_t count = 0;
-    ForEachEntry(scope, [&](const Line&) { ++count; });
-    return count;
+    };
+    if (scope == Scope::TopLevel)
+        for (const Section& section : sections_)
+            visitLines(section.after);
+    else if (isCurrent_)
+        visitLines(current_->body);
 }
 
 std::vector<Entry> Document::Entries(Scope scope) const {
@@ -567,6 +394,12 @@ std::vector<Entry> Document::Entries(Scope scope) const {
         entries.push_back({std::string(line.Key()), std::string(line.Value())});
     });
     return entries;
+}
+
+std::size_t Document::CountEntries(Scope scope) const {
+    std::size_t count = 0;
+    ForEachEntry(scope, [&](const Line&) { ++count; });
+    return count;
 }
 
 }  // namespace Configuration

@@ -1,14 +1,14 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
-#include <deque>
-#include <list>
-#include <stdexcept>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
+
+#include "store/file_error.h"
+#include "store/indexes.h"
+#include "store/lines.h"
+#include "store/text_pool.h"
 
 namespace Configuration {
 
@@ -16,13 +16,6 @@ namespace Configuration {
 struct Entry {
     std::string key;
     std::string value;
-};
-
-/// A file that cannot be read, or not as the kind of file it is opened as. The text names the
-/// file, the line where there is one, and what is wrong.
-class FileError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
 };
 
 /// The lines of one configuration file, kept as they stand in it: every comment, blank line,
@@ -89,88 +82,48 @@ public:
     std::vector<Entry> Entries(Scope scope) const;
 
 private:
-    struct Line {
-        const char* data = nullptr;  // the whole line with its line end
-        std::uint32_t length = 0;
-        std::uint32_t keyBegin = 0;
-        std::uint32_t keyLength = 0;  // 0: not an entry
-        std::uint32_t valueBegin = 0;
-
-        std::string_view Text() const { return {data, length}; }
-        std::string_view Key() const { return {data + keyBegin, keyLength}; }
-        std::string_view Value() const;
-        bool IsEntry() const { return keyLength != 0; }
-    };
-    using Lines = std::vector<Line>;
-
-    /// A section and the top-level lines behind it. The list's first element is no section: it
-    /// holds the lines before the first one.
-    struct Section {
-        std::string_view name;
-        Lines body;            // header, "{", entries and comments, "}"
-        std::size_t open = 0;  // index of "{" in body
-        Lines after;
-    };
-    using Sections = std::list<Section>;
-    using Part = Lines Section::*;
-
+    /// Between two lines, or on the line of an entry.
     struct Cursor {
         Sections::iterator section;
         std::ptrdiff_t index = -1;
         bool onEntry = false;
     };
-    struct Place {
-        Sections::iterator section;
-        std::size_t index = 0;
-        bool found = false;
-    };
 
-    /// Where each key of a scope stands first. Scanning the lines is quicker for a few look-ups, so
-    /// it is made when many lines were scanned, and later each time that a deletion undid it.
-    struct KeyIndex {
-        std::unordered_map<std::string_view, Place> places;
-        bool made = false;
-        std::size_t scanned = 0;
-        std::size_t limit = 512;  // lines
-
-        /// An entry was added behind all others.
-        void Note(std::string_view key, Place place);
-        void Undo();
-    };
-
-    bool OnEntry(Scope scope) const {
-        return CursorOf(scope).onEntry && (scope == Scope::TopLevel || isCurrent_);
-    }
-    static Part PartOf(Scope scope) {
-        return scope == Scope::Section ? &Section::body : &Section::after;
-    }
-    Cursor& CursorOf(Scope scope) { return scope == Scope::Section ? entryCursor_ : topCursor_; }
-    KeyIndex& KeysOf(Scope scope) { return scope == Scope::Section ? entryKeys_ : topKeys_; }
-    const Cursor& CursorOf(Scope scope) const {
-        return scope == Scope::Section ? entryCursor_ : topCursor_;
-    }
-
-    void ParseFlat();
-    void ParseSectioned(const std::string& path);
-    void Reset();
     void MakeCurrent(Sections::iterator section);
 
-    std::string_view Keep(std::string text);
-    Line MakeLine(std::string text);
+    // A scope's own things, and its lines in one section.
+    Cursor& CursorOf(Scope scope) { return scope == Scope::Section ? entryCursor_ : topCursor_; }
+    KeyIndex& KeysOf(Scope scope) { return scope == Scope::Section ? entryKeys_ : topKeys_; }
+    static Lines& LinesOf(Scope scope, Section& section) {
+        return scope == Scope::Section ? section.body : section.after;
+    }
+    static Line& LineAt(Scope scope, const Place& place) {
+        return LinesOf(scope, *place.section)[place.index];
+    }
+    /// The line under the scope's cursor; null when it is on none.
+    Line* LineUnderCursor(Scope scope);
+    const Line* LineUnderCursor(Scope scope) const {
+        return const_cast<Document*>(this)->LineUnderCursor(scope);
+    }
+    void EraseLine(Scope scope, const Place& place);
+
+    Line MakeLine(std::initializer_list<std::string_view> parts);
+    void ChangeText(Line& line, std::initializer_list<std::string_view> parts);
     bool CanStand(Scope scope, std::string_view key, std::string_view value) const;
     Line EntryLine(std::string_view key, std::string_view value);
     void EndLine(Line& line);
     void ChangeValue(Line& line, std::string_view value);
-    Place FindPlace(Scope scope, std::string_view key);
+    void AddToSection(std::string_view key, std::string_view value);
+    void AddToTopLevel(std::string_view key, std::string_view value);
+    bool FindPlace(Scope scope, std::string_view key, Place& found);
     template <typename Visit>
-    void VisitPlaces(Scope scope, Visit visit);
-    void IndexNames();
+    void ScanEntries(Scope scope, Visit visit);
     template <typename Visit>
     void ForEachEntry(Scope scope, Visit visit) const;
 
     Layout layout_;
     std::string original_;
-    std::deque<std::string> added_;  // texts of new and changed lines; a deque never moves them
+    TextPool added_;  // texts of new and changed lines
     std::string lineEnd_ = "\n";
     Sections sections_;
 
@@ -181,11 +134,7 @@ private:
 
     KeyIndex entryKeys_;  // of the current section
     KeyIndex topKeys_;
-
-    // First section of each name. Built at the first look-up by name.
-    std::unordered_map<std::string_view, Sections::iterator> byName_;
-    bool namesIndexed_ = false;
-    bool namesRepeat_ = false;
+    NameIndex names_;
 };
 
 }  // namespace Configuration

@@ -29,6 +29,8 @@ public:
                               bool secondFlag = false, bool thirdFlag = false);
 
     const std::string& Path() const { return document_.Path(); }
+    /// Whether there is such a file: it was read, or has been saved since.
+    bool Exists() const { return document_.Exists(); }
 
     // The walk over the sections, in file order.
     void Restart();
@@ -37,7 +39,8 @@ public:
     int GotoSection(const std::string& name);
     int GetSectionName(char* buffer, int size) const;
     std::string SectionName() const;
-    /// Appends an anonymous section and makes it current.
+    /// Appends an anonymous section and makes it current. The flags have no effect; without them a
+    /// literal name would be taken for one.
     int AddSection(bool flag);
     int AddSection(const std::string& name, bool flag);
     int DeleteSection();
@@ -74,7 +77,7 @@ public:
 
     /// Writes the file back, whole or not at all; nothing is written when its bytes would be the
     /// same. `path` null is the file's own. Returns 0 on failure; LastError tells why.
-    int Save(bool flag, const char* path);
+    int Save(bool flag = true, const char* path = nullptr);
     const std::string& LastError() const { return document_.LastError(); }
 
 private:

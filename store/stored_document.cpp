@@ -3,39 +3,42 @@
 #include <algorithm>
 #include <cstring>
 
-#include "store/file_io.h"
+#include "files/read.h"
+#include "files/replace.h"
 
 namespace Configuration {
 namespace {
 
-std::optional<std::string> ReadBytes(const std::string& path, bool createFlag) {
-    ReadResult file = ReadFile(path);
+files::ReadResult Read(const std::string& path, bool createFlag) {
+    files::ReadResult file = files::ReadFile(path);
     if (!file.bytes && !(file.missing && createFlag))
         throw FileError(path + ": " + file.error);
-    return std::move(file.bytes);
+    return file;
 }
 
 }  // namespace
 
 StoredDocument::StoredDocument(const std::string& path, bool createFlag, Document::Layout layout)
-    : StoredDocument(path, ReadBytes(path, createFlag), layout) {}
+    : StoredDocument(path, Read(path, createFlag), layout) {}
 
-StoredDocument::StoredDocument(const std::string& path, std::optional<std::string> bytes,
+StoredDocument::StoredDocument(const std::string& path, files::ReadResult file,
                                Document::Layout layout)
     : path_(path),
-      exists_(bytes.has_value()),
-      document_(std::move(bytes).value_or(""), layout, path) {}
+      exists_(file.bytes.has_value()),
+      standing_(file.standing),
+      document_(std::move(file.bytes).value_or(""), layout, path) {}
 
 bool StoredDocument::Save(const char* path) {
     std::string text = document_.Text();
     if (path != nullptr && path != path_) {
-        lastError_ = ReplaceFile(path, text);
+        lastError_ = files::ReplaceFile(path, text);
         return lastError_.empty();
     }
     lastError_.clear();
     if (exists_ && text == (saved_ ? *saved_ : document_.OriginalText()))
         return true;
-    lastError_ = ReplaceFile(path_, text);
+    lastError_ = files::ReplaceFile(path_, text, standing_);
+    standing_.reset();
     if (!lastError_.empty())
         return false;
     exists_ = true;

@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 
+#include "files/read.h"
 #include "store/document.h"
 
 namespace Configuration {
@@ -20,6 +21,8 @@ public:
     const Document* operator->() const { return &document_; }
 
     const std::string& Path() const { return path_; }
+    /// Whether there is such a file: it was read, or has been saved since.
+    bool Exists() const { return exists_; }
 
     /// Writes the file back, or to another path, whole or not at all. Nothing is written when the
     /// file has these bytes already. False on failure; LastError has the reason in words.
@@ -27,11 +30,11 @@ public:
     const std::string& LastError() const { return lastError_; }
 
 private:
-    StoredDocument(const std::string& path, std::optional<std::string> bytes,
-                   Document::Layout layout);
+    StoredDocument(const std::string& path, files::ReadResult file, Document::Layout layout);
 
     std::string path_;
     bool exists_;
+    std::optional<files::Standing> standing_;  // until the first save
     Document document_;
     std::optional<std::string> saved_;  // what the last save wrote
     std::string lastError_;

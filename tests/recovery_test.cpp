@@ -7,35 +7,67 @@
 
 #include <cerrno>
 
-#include "platform/disk_failures.h"
-#include "store/tree_mirror.h"
+#include "files/refusals.h"
+#include "files/tree.h"
 #include "tests/support/steps.h"
 
 namespace fs = std::filesystem;
-using Configuration::By;
-using Configuration::MirrorTree;
+using files::By;
+using files::MirrorTree;
 
 namespace {
 
+/// A directory of the live tree that the sample's upgrade changes, as a link to another disk.
+constexpr const char* linkable[] = {"e1t1", "isdn", "21"};
+
 class Recovery : public Steps {
 protected:
-    Recovery() {
+    Recovery() : copy(site.Path("etc/orix-conf/telephony.mend-undo")) {
         for (Site* unit : {&site, &undisturbed})
             unit->appliance.voiceStorageSize = [](const std::string&) { return 8'000'000; };
-        undisturbed.Upgrade();
-        copy = site.Path("etc/orix-conf/telephony.mend-undo");
     }
-    /// What a run leaves behind when it is interrupted: the copy, and a half-upgraded tree.
-    void Interrupt() {
-        fs::copy(site.Live(""), copy,
-                 fs::copy_options::recursive | fs::copy_options::copy_symlinks);
-        site.Write(site.Live("nat.cfg"), "half=1\n");
-        site.Write(site.Live("sip.cfg.mend-tmp"), "torn");
-        site.Write(site.Live("21"), "");
-        site.Remove(site.Live("22"));
-        site.Remove(site.Live("rtp.cfg"));
-        fs::create_directories(site.Live("rtp.cfg/new"));
-        fs::create_symlink("nowhere", site.Live("new"));
+    void MoveBehindLinks(const Site& unit) const {
+        fs::create_directories(unit.Path("mnt/data"));
+        for (const char* name : linkable) {
+            fs::rename(unit.Live(name), unit.Path(std::string("mnt/data/") + name));
+            fs::create_directory_symlink(unit.Path(std::string("mnt/data/") + name),
+                                         unit.Live(name));
+        }
+    }
+    /// Runs the upgrade until it has the factory's dial plan copied, where it dies.
+    void Interrupt() const {
+        const pid_t child = fork();
+        if (child == 0) {
+            Appliance appliance = site.appliance;
+            setenv("ORIX_PATH", appliance.liveConf.c_str(), 1);
+            appliance.runShell = [](const std::string& command) {
+                if (Holds(command, "dialplan.cfg"))
+                    _exit(0);
+                return std::system(command.c_str());
+            };
+            ConfigUpgrader(appliance).Run();
+            _exit(1);
+        }
+        int status = 1;
+        waitpid(child, &status, 0);
+        ASSERT_EQ(status, 0);
+        ASSERT_TRUE(site.Exists(copy));
+    }
+    /// Has the disk refuse something, once, in a run that otherwise ends.
+    void UpgradeRefused() {
+        site.appliance.runShell = [](const std::string& command) {
+            files::NoteRefusal(EIO);
+            return std::system(command.c_str());
+        };
+        log = site.Upgrade();
+        site.appliance.runShell = Appliance().runShell;
+        ASSERT_TRUE(Holds(log, "\tupgrade is not finished, next start begins again from " + copy));
+        ASSERT_FALSE(Holds(log, " is set in linedb\n"));
+        ASSERT_TRUE(site.Exists(copy));
+    }
+    void ExpectUndisturbed() {
+        undisturbed.Upgrade();
+        EXPECT_EQ(site.Snapshot(), undisturbed.Snapshot());
     }
     Site undisturbed;
     std::string copy;
@@ -44,53 +76,113 @@ protected:
 }  // namespace
 
 TEST_F(Recovery, AnInterruptedUpgradeBeginsAgain) {
+    for (const Site* unit : {&site, &undisturbed})
+        MoveBehindLinks(*unit);
     Interrupt();
+    EXPECT_NE(site.Read(site.Live("e1t1/trunk0.cfg")),
+              undisturbed.Read(undisturbed.Live("e1t1/trunk0.cfg")))
+        << "what lies behind a link was converted once";
+    site.Write(site.Live("nat.cfg"), "half=1\n");
+    site.Write(site.Live("sip.cfg.mend-tmp"), "torn");
+    site.Remove(site.Live("22"));
+    site.Write(site.Live("22"), "");
+    site.Remove(site.Live("rtp.cfg"));
+    fs::create_directories(site.Live("rtp.cfg/new"));
+    fs::create_symlink("nowhere", site.Live("new"));
+    site.Write(site.Live("21/new"), "");
     fs::create_directories(copy + ".mend-tmp/stale");
     log = site.Upgrade();
     EXPECT_TRUE(Holds(
         log, "\tlast upgrade was interrupted, configuration is put back from " + copy + "\n"));
     EXPECT_TRUE(Holds(log, " is set in linedb\n"));
-    EXPECT_EQ(site.Snapshot(), undisturbed.Snapshot());
+    ExpectUndisturbed();
 }
 
 TEST_F(Recovery, AFinishedUpgradeIsNotUndone) {
+    undisturbed.Upgrade();
     Interrupt();
-    fs::remove_all(site.Live(""));
-    fs::copy(undisturbed.Live(""), site.Live(""),
-             fs::copy_options::recursive | fs::copy_options::copy_symlinks);
-    const std::string linedb = site.Read(site.Live("linedb"));
+    fs::rename(copy + "/target.mend-tmp", copy + "/done.mend-tmp");
+    EXPECT_EQ(MirrorTree(undisturbed.Live(""), site.Live(""), By::Copying), "");
     log = site.Upgrade();
     EXPECT_TRUE(
         Holds(log, "\tlast upgrade was finished, its recovery copy " + copy + " is removed\n"));
     EXPECT_TRUE(Holds(log, "\tConfigurarion already checked.\n"));
+    EXPECT_EQ(site.Read(site.Live("linedb")), undisturbed.Read(undisturbed.Live("linedb")));
     EXPECT_FALSE(site.Exists(copy));
-    EXPECT_EQ(site.Read(site.Live("linedb")), linedb);
 }
 
 TEST_F(Recovery, WithoutACopyTheUpgradeGoesOn) {
-    site.Write(copy, "no directory can take this name");
-    log = site.Upgrade();
-    EXPECT_TRUE(Holds(log, "\tcan't make recovery copy " + copy +
-                               " (Not a directory), upgrade goes "
-                               "on without it\n"));
-    site.Remove(copy);
-    EXPECT_EQ(site.Snapshot(), undisturbed.Snapshot());
+    const std::pair<std::string, const char*> obstacles[] = {
+        {copy, "Not a directory"},
+        // Somebody's backup: neither put back nor removed.
+        {copy + "/linedb", "a directory of that name is not ours"},
+    };
+    for (const auto& [obstacle, reason] : obstacles) {
+        Site unit;
+        const std::string path = unit.Path(obstacle.substr(site.Path("").size()));
+        unit.Write(path, "kept");
+        log = unit.Upgrade();
+        EXPECT_TRUE(Holds(log, "\tcan't make recovery copy " +
+                                   unit.Path("etc/orix-conf/telephony.mend-undo") + " (" + reason +
+                                   "), upgrade goes on without it\n"));
+        EXPECT_TRUE(Holds(log, " is set in linedb\n"));
+        EXPECT_EQ(unit.Read(path), "kept");
+    }
 }
 
 TEST_F(Recovery, WhatTheDiskRefusedIsTriedOnceMore) {
+    UpgradeRefused();
     site.appliance.runShell = [](const std::string& command) {
-        CountDiskFailure(EIO);
+        files::NoteRefusal(EIO);
         return std::system(command.c_str());
     };
-    log = site.Upgrade();
-    EXPECT_TRUE(Holds(log, "\tupgrade is not finished, next start begins again from " + copy));
-    EXPECT_FALSE(Holds(log, " is set in linedb\n"));
-    EXPECT_TRUE(site.Exists(copy));
-    // Failing for ever must not put the settings of every day back every night.
+    // Failing for ever must not put the tree back every night.
     log = site.Upgrade();
     EXPECT_TRUE(Holds(log, "configuration is put back from "));
     EXPECT_TRUE(Holds(log, " is set in linedb\n"));
-    EXPECT_EQ(site.Snapshot(), undisturbed.Snapshot());
+    ExpectUndisturbed();
+}
+
+TEST_F(Recovery, SettingsChangedAfterARunThatEndedStay) {
+    MoveBehindLinks(site);
+    for (const char* file : {"nat.cfg", "21/servicesdb"}) {  // the other one behind a link
+        site.Write(site.appliance.factoryLabel,
+                   std::string("9.0.") + (file[0] == 'n' ? "1\n" : "2\n"));
+        UpgradeRefused();
+        site.Write(site.Live(file), "set=by people\n");
+        log = site.Upgrade();
+        EXPECT_TRUE(Holds(log,
+                          "\tconfiguration has changed since last upgrade, which was not "
+                          "finished: it stays and is stamped, recovery copy " +
+                              copy + " is removed\n"));
+        EXPECT_TRUE(Holds(log, "\tConfigurarion already checked.\n"));
+        EXPECT_EQ(site.Read(site.Live(file)), "set=by people\n");
+        EXPECT_FALSE(site.Exists(copy));
+    }
+}
+
+TEST_F(Recovery, ACopyThatIsNotWholeIsNotPutBack) {
+    Interrupt();
+    const auto run = [](const std::string& command) {
+        EXPECT_EQ(std::system(command.c_str()), 0) << command;
+    };
+    const auto tree = [this] { return site.Snapshot(); };
+    run("cp -a " + copy + " " + site.Path("whole"));
+    for (const char* damage : {"/linedb", "/isdn", "/22/huntdb", "/e1t1/trunk0.cfg"}) {
+        run("rm -r " + copy + "; cp -a " + site.Path("whole") + " " + copy);
+        run("rm -r " + copy + damage);
+        if (damage[1] == 'e')
+            run(": >" + copy + damage);  // as fsck may leave it
+        const auto before = tree();
+        log = site.Upgrade();
+        EXPECT_TRUE(
+            Holds(log, "\tlast upgrade was interrupted, can't put back configuration from " + copy +
+                           " (it is not whole), upgrade is not continued\n"));
+        EXPECT_EQ(tree(), before);
+    }
+    run("rm -r " + copy + "; cp -a " + site.Path("whole") + " " + copy);
+    site.Upgrade();
+    ExpectUndisturbed();
 }
 
 TEST_F(Recovery, AStampThatCannotBeSavedLeavesTheCopy) {
@@ -103,31 +195,16 @@ TEST_F(Recovery, AStampThatCannotBeSavedLeavesTheCopy) {
     EXPECT_TRUE(Holds(log, "next start begins again from " + copy));
     site.appliance.runShell = Appliance().runShell;
     site.Upgrade();
-    EXPECT_EQ(site.Snapshot(), undisturbed.Snapshot());
+    ExpectUndisturbed();
 }
 
 TEST_F(Recovery, AStampThatTheFactoryBringsIsNoEnd) {
     Configuration::MultiSectionFile factory(site.Factory("04-lines/linedb"));
     factory.GotoSection("general");
     factory.SetSectionEntry("current_version", "5.1.0");
-    factory.Save(true, nullptr);
-    // The merge has taken it over when the power goes.
-    pid_t child = fork();
-    if (child == 0) {
-        Appliance appliance = site.appliance;
-        setenv("ORIX_PATH", appliance.liveConf.c_str(), 1);
-        appliance.runShell = [](const std::string& command) {
-            if (command.find("dialplan.cfg") != std::string::npos)
-                _exit(0);
-            return std::system(command.c_str());
-        };
-        ConfigUpgrader(appliance).Run();
-        _exit(1);
-    }
-    int status = 1;
-    waitpid(child, &status, 0);
-    ASSERT_EQ(status, 0);
-    ASSERT_TRUE(Holds(site.Read(site.Live("linedb")), "current_version=5.1.0\n"));
+    factory.Save();
+    Interrupt();  // when the merge has taken it over
+    ASSERT_TRUE(Holds(Get("linedb"), "|current_version=5.1.0|"));
     EXPECT_TRUE(Holds(site.Upgrade(), "\tlast upgrade was interrupted, configuration is put back"));
     EXPECT_FALSE(site.Exists(copy));
 }
@@ -152,7 +229,6 @@ TEST_F(Recovery, AMirrorHasModesOwnersTimesAndLinks) {
     mkfifo((to + "/own").c_str(), 0600);
     for (const By by : {By::Copying, By::Linking}) {
         EXPECT_EQ(MirrorTree(from, to, by), "");
-        EXPECT_EQ(Configuration::TreeSize(to), 200'704U);
         for (const char* name : {"/plain", "/sub", "/sub/empty", "/sub/link", ""}) {
             struct stat a {
             }, b{};

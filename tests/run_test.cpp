@@ -108,17 +108,19 @@ TEST_F(Run, ALogThatCannotBeMadeStopsNothing) {
 }
 
 TEST_F(Run, TheAttendantIsReadWhereItLives) {
-    const auto expect = [&](const Names& expected) {
+    const auto expect = [&](const Names& expected, const char* first = "00") {
         ConfigUpgrader unit(site.appliance);
         unit.Run();
-        EXPECT_EQ(unit.attendantExtension, "00");
+        EXPECT_EQ(unit.attendantExtension, first);
         EXPECT_EQ(unit.liveAttendants, expected);
         EXPECT_EQ(unit.defaultAttendants, Names{"00"});
     };
     expect({"00"});
-    // Split already, and the power went before the stamp.
+    // Split already, with an old label: the index's attendant has its mailbox.
     Put("linedb", "[general|]");
-    expect({"00"});
+    const std::string mailbox = Get("00/voicemaildb");
+    expect({"00"}, "");
+    EXPECT_EQ(Get("00/voicemaildb"), mailbox);
     site.SetLiveVersion("2.4.11");
     Put("linedb", "[general|extension_length=3|]");
     Put("extensiondb", "[attendant|att_1=01|att_0=00|empty=|up=..|][extension|]");

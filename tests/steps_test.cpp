@@ -3,10 +3,14 @@
 
 #include "tests/support/steps.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 
+#include "files/refusals.h"
 #include "steps/hardware/hw_info.h"
 #include "steps/services/voicemail_migration.h"
 #include "steps/sipnat/port_ranges.h"
@@ -131,8 +135,8 @@ TEST_F(Steps, PortRangesJoinKeepOrCut) {
 
 TEST_F(Steps, ARouteToolThatFailsHasItsErrorTextReported) {
     site.appliance.runShell = [this](const std::string&) {
-        EXPECT_FALSE(site.Exists(site.appliance.lastError)) << "whatever stood there";
-        site.Write(site.appliance.lastError, "table locked");
+        EXPECT_EQ(site.Read(site.appliance.lastError), "") << "whatever stood there";
+        dprintf(STDERR_FILENO, "table locked");
         return 256;
     };
     site.Write(site.appliance.lastError, "old");
@@ -187,4 +191,36 @@ TEST_F(FileSet, HostileNamesAndLoopsDoNoHarm) {
     EXPECT_TRUE(fs::is_empty(site.Path("tmp")));
     fs::current_path("/");
     EXPECT_FALSE(Has("dangling"));
+}
+
+TEST_F(Steps, ANulEndsALabel) {
+    site.Write(site.appliance.factoryLabel, "4.0.0\n");
+    site.Write(site.appliance.liveLabel, std::string("3.0.1\0.9\n", 9));
+    EXPECT_FALSE(Open("").CheckVersion());
+    EXPECT_EQ(upgrader->liveVersion, "3.0.1");
+}
+
+TEST_F(Steps, ACopyThatLostNothingButItsTimesStays) {
+    site.appliance.runShell = [](const std::string& command) {
+        return std::system(("cp" + command.substr(5)).c_str());  // without -p, as on vfat
+    };
+    site.Write(site.Factory("new"), "x");
+    const auto old = fs::file_time_type(std::chrono::seconds(1));
+    fs::last_write_time(site.Factory("new"), old);
+    EXPECT_EQ(Open("").CopyWhole("-p", site.Factory("new"), site.Live("new")), 0);
+    EXPECT_EQ(Get("new"), "x");
+    EXPECT_NE(fs::last_write_time(site.Live("new")), old);
+    EXPECT_EQ(TakeLog(), "");
+}
+
+TEST_F(Steps, OnlyAVisibleFileOfTheAttendantMakesAFailedCopyTheDisksFault) {
+    site.appliance.runShell = [](const std::string&) { return 256; };
+    for (const bool isVisible : {false, true}) {
+        Remove("00");
+        Put(isVisible ? "00/file" : "00/.hidden", "");
+        Put("system/file", "");
+        const files::RefusalWatch watch;
+        Run("3.0.0", &ConfigUpgrader::UpdateSystemExtension);
+        EXPECT_EQ(watch.HasSeenOne(), isVisible);
+    }
 }

@@ -7,8 +7,8 @@
 #include <csignal>
 #include <filesystem>
 
+#include "files/replace.h"
 #include "store/config_file.h"
-#include "store/file_io.h"
 #include "tests/support/steps.h"
 
 namespace fs = std::filesystem;
@@ -73,7 +73,7 @@ TEST_F(StoreFiles, SaveKeepsModeFollowsLinksAndSparesTheFlash) {
     ConfigFile created(dir + "created", true);
     EXPECT_TRUE(created.Save(true, nullptr)) << "createFlag makes it even with nothing set";
     EXPECT_EQ(site.Read(dir + "created"), "");
-    site.Write(path + Configuration::temporarySuffix, "left by a killed run");
+    site.Write(path + files::temporarySuffix, "left by a killed run");
     file.SetEntry("a", "3");
     EXPECT_TRUE(file.Save(true, nullptr));
     EXPECT_EQ(FilesIn(dir), 3);

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# What an up-to-date start may cost, counted in system calls: no process, no rename, no sync, no
+# How often an upgrade may wait for the disk, and what an up-to-date start may cost, counted in system calls: no process, no rename, no sync, no
 # write but the log's, and few calls for each file that it looks at.
 #
 # usage: tests/up_to_date_run.sh UPGRADE_AT
@@ -9,7 +9,13 @@ set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/lib/appliance.sh"
 
 "$repo/bench/make_appliance" 40 "$work/unit"
-"$upgrade" "$work/unit" 2>/dev/null
+strace -f -o "$work/trace" -e trace=fsync,fdatasync,syncfs,sync "$upgrade" "$work/unit" 2>/dev/null
+syncs=$(grep -cE '^[0-9]+ +[a-z]*sync[a-z]*\(' "$work/trace")
+echo "an upgrade: $syncs calls that wait for the disk"
+[ "$syncs" -le 16 ] || {
+    echo "error: at most 16, whatever the number of files"
+    exit 1
+}
 manifest "$work/unit" >"$work/before"
 : >"$work/unit/mend.log"
 strace -f -y -o "$work/trace" "$upgrade" "$work/unit"

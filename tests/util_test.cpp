@@ -1,3 +1,8 @@
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
 #include "app/version.h"
 #include "platform/sip_address.h"
 #include "platform/string_utils.h"
@@ -70,10 +75,38 @@ TEST(Util, ShellPathsAreQuotedOnlyWhereNeeded) {
     EXPECT_EQ(ShellPath("-rf/"), "./-rf/");
 }
 
-TEST_F(Steps, ErrorTextIsTheFirst3000Bytes) {
-    EXPECT_EQ(Open("").ReadLastError(), "");
-    site.Write(site.appliance.lastError, std::string(5000, 'e'));
-    EXPECT_EQ(upgrader->ReadLastError(), std::string(3000, 'e'));
-    site.Write(site.appliance.lastError, std::string("no\0such", 7));
-    EXPECT_EQ(upgrader->ReadLastError(), "no");
+TEST_F(Steps, ErrorTextIsTheFirst3000BytesOfWhatTheCommandSaid) {
+    const auto errorsOf = [&](const std::string& command) {
+        EXPECT_NE(Open("").RunWithErrorText(command + " >&2; false"), "Success");
+        EXPECT_FALSE(site.Exists(site.appliance.lastError));
+        return upgrader->ReadLastError();
+    };
+    EXPECT_EQ(errorsOf("true"), "");
+    EXPECT_EQ(errorsOf("printf '%5000s' e"), std::string(3000, ' '));
+    EXPECT_EQ(errorsOf("printf 'no\\000such'"), "no");
+    EXPECT_EQ(upgrader->RunWithErrorText("echo said >&2"), "Success");
+    // Everybody may put a link under that name; what it leads to is not written.
+    const std::string victim = site.Path("victim");
+    site.Write(victim, "untouched");
+    for (const auto plant : {link, symlink}) {
+        EXPECT_EQ(plant(victim.c_str(), site.appliance.lastError.c_str()), 0);
+        EXPECT_EQ(errorsOf("echo said"), "said\n");
+        EXPECT_EQ(site.Read(victim), "untouched");
+    }
+}
+
+TEST(Util, CommandsAreFoundInAbsoluteDirectoriesAndTheOwnerKeepsHisBits) {
+    const std::string path = std::getenv("PATH");
+    const std::pair<const char*, const char*> paths[] = {
+        {":/bin::rel:./x:/usr/bin:", "/bin:/usr/bin"},
+        {"", "/usr/sbin:/usr/bin:/sbin:/bin"},
+        {".:", "/usr/sbin:/usr/bin:/sbin:/bin"}};
+    for (const auto& [before, after] : paths) {
+        setenv("PATH", before, 1);
+        const mode_t mask = umask(0777);
+        PrepareForCommands();
+        EXPECT_EQ(umask(mask), mode_t{077});
+        EXPECT_STREQ(std::getenv("PATH"), after);
+    }
+    setenv("PATH", path.c_str(), 1);
 }

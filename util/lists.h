@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <deque>
 #include <initializer_list>
@@ -57,6 +58,17 @@ private:
     std::unordered_set<std::string_view> known_;
     std::set<std::size_t> lengths_;
 };
+
+/// Whether a table of texts has this one.
+template <std::size_t N>
+bool IsOneOf(const char* const (&table)[N], std::string_view text) {
+    return std::find(std::begin(table), std::end(table), text) != std::end(table);
+}
+
+/// Whether `part` stands anywhere in the text.
+inline bool Contains(std::string_view text, std::string_view part) {
+    return text.find(part) != std::string_view::npos;
+}
 
 /// True when an element equals `text`.
 bool ListContains(const NameList& list, const std::string& text);

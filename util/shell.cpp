@@ -1,29 +1,132 @@
 #include "util/shell.h"
 
-#include "platform/file_utility.h"
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "files/file_descriptor.h"
+#include "files/look.h"
+#include "files/refusals.h"
+#include "files/replace.h"
+#include "files/tree.h"
+#include "platform/string_utils.h"
+
+using files::FileDescriptor;
+
+namespace {
+
+/// Creates the error file anew. A try is lost when somebody puts something under its name between
+/// the removal and the creation; without a file the errors are not known.
+FileDescriptor CreateErrorFile(const std::string& path) {
+    constexpr int tries = 100;
+    FileDescriptor file(-1);
+    for (int i = 0; i < tries && !file.IsOpen(); ++i) {
+        files::RemoveTree(path);
+        file = FileDescriptor(
+            open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+        if (!file.IsOpen() && errno != EEXIST)
+            break;
+    }
+    return file;
+}
+
+/// While one lives, standard error goes to another file, that of the commands too.
+class StandardErrorIn {
+public:
+    explicit StandardErrorIn(const FileDescriptor& file)
+        : kept_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)) {
+        if (file.IsOpen())
+            dup2(file.Get(), STDERR_FILENO);
+    }
+    ~StandardErrorIn() {
+        if (!kept_.IsOpen() || dup2(kept_.Get(), STDERR_FILENO) < 0)
+            close(STDERR_FILENO);  // as it was
+    }
+    StandardErrorIn(const StandardErrorIn&) = delete;
+    StandardErrorIn& operator=(const StandardErrorIn&) = delete;
+
+private:
+    FileDescriptor kept_;
+};
+
+}  // namespace
 
 std::string ShellPath(const std::string& path) {
-    const std::string text = (!path.empty() && path.front() == '-' ? "./" : "") + path;
+    const std::string text = (path.starts_with('-') ? "./" : "") + path;
     constexpr const char* plain =
         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_.,:=@%+-/";
     if (!text.empty() && text.find_first_not_of(plain) == std::string::npos)
         return text;
-    std::string quoted = "'";
-    for (const char c : text) {
-        if (c == '\'')
-            quoted += "'\\''";
-        else
-            quoted += c;
-    }
-    return quoted + "'";
+    return "'" + StringUtils::ReplaceString(text, "'", "'\\''", 0) + "'";
 }
 
 bool ShellFailed(int result) {
     return result == -1 || result == 127;
 }
 
-std::string ReadErrorFile(const std::string& path) {
+void PrepareForCommands() {
+    umask(umask(0) & 077);
+    const char* path = std::getenv("PATH");
+    if (path == nullptr)
+        return;  // the shell has a list of its own
+    std::string absolute;
+    for (const std::string& directory : StringUtils::ParseCommaLine(path, ':'))
+        if (directory.starts_with('/'))
+            absolute += (absolute.empty() ? "" : ":") + directory;
+    // An empty list would be the current directory.
+    setenv("PATH", absolute.empty() ? "/usr/sbin:/usr/bin:/sbin:/bin" : absolute.c_str(), 1);
+}
+
+CommandOutcome RunForErrors(const ShellRunner& run, const std::string& command,
+                            const std::string& errorFile) {
     constexpr std::size_t mostBytes = 3000;
-    const std::string text = FileUtility::ReadStart(path, mostBytes).value_or("");
-    return text.substr(0, text.find('\0'));
+    const FileDescriptor file = CreateErrorFile(errorFile);
+    CommandOutcome outcome;
+    {
+        const StandardErrorIn redirected(file);
+        outcome.result = run(command);
+    }
+    if (!file.IsOpen())
+        return outcome;
+    // From the descriptor: by now the name may be somebody else's.
+    std::string errors(mostBytes, '\0');
+    const ssize_t got = pread(file.Get(), errors.data(), errors.size(), 0);
+    errors.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
+    outcome.errors = errors.substr(0, errors.find('\0'));
+    unlink(errorFile.c_str());
+    return outcome;
+}
+
+CopyOutcome CopyBeside(const ShellRunner& run, const std::string& options,
+                       const std::string& source, const std::string& target) {
+    const std::string command = "cp " + options + " " + ShellPath(source) + " ";
+    const std::string place = files::BehindLinks(target);
+    if (place.empty() || (files::IsThere(target) && files::KindOf(target) == files::Kind::Missing))
+        return {run(command + ShellPath(target)), ""};
+    const std::string temporary = place + files::temporarySuffix;
+    files::RemoveTree(temporary);
+    CopyOutcome outcome{run(command + ShellPath(temporary)), ""};
+    if (!files::IsThere(temporary)) {
+        const bool isOdd =
+            !ShellFailed(outcome.result) && files::KindOf(source) != files::Kind::Missing;
+        if (isOdd)
+            files::NoteRefusal(EIO);
+        outcome.error = isOdd ? "cp failed" : "";
+        return outcome;
+    }
+    outcome.error = files::CompleteCopy(source, temporary);
+    if (outcome.error.empty() && !files::SyncChangesBelow(files::DirectoryOf(place)))
+        outcome.error = std::string("can't sync: ") + std::strerror(errno);
+    else if (outcome.error.empty() && std::rename(temporary.c_str(), place.c_str()) != 0)
+        outcome.error = std::string("can't rename the new file: ") + std::strerror(errno);
+    if (!outcome.error.empty()) {
+        files::NoteRefusal(errno);
+        files::RemoveTree(temporary);
+    }
+    return outcome;
 }

@@ -1,6 +1,10 @@
 #pragma once
 
+#include <functional>
 #include <string>
+
+/// Runs a shell command and returns what `system` returns.
+using ShellRunner = std::function<int(const std::string&)>;
 
 /// A path as it stands in a shell command: bare when it holds nothing but A-Z a-z 0-9 and
 /// _ . , : = @ % + - /, otherwise in single quotes. A leading "-" gets "./" before it, so that no
@@ -12,6 +16,29 @@ std::string ShellPath(const std::string& path);
 /// that opens the file sees what is there.
 bool ShellFailed(int result);
 
-/// What the shell left in the error file: at most 3000 bytes, up to the first NUL. Empty when
-/// there is no such file.
-std::string ReadErrorFile(const std::string& path);
+/// Takes empty and relative directories out of PATH, where anybody's program might be found, and
+/// the owner's bits out of the umask, without which the program could not read what it made.
+void PrepareForCommands();
+
+/// What became of a command whose errors are asked for.
+struct CommandOutcome {
+    int result = 0;      // of `system`
+    std::string errors;  // at most 3000 bytes of its standard error, up to the first NUL
+};
+
+/// Runs a command with its standard error in `errorFile`, which is made for it and removed.
+/// Everybody may put something under that name in /tmp: what stands there is removed, never opened.
+CommandOutcome RunForErrors(const ShellRunner& run, const std::string& command,
+                            const std::string& errorFile);
+
+/// What became of a copy.
+struct CopyOutcome {
+    int result = 0;     // of `system`
+    std::string error;  // why the target is as it was, in words, although the command was run
+};
+
+/// Copies a file or directory with `cp` and `options`, beside the target and renamed over it, so
+/// that no cut file ever stands there. A target that is a link which leads nowhere is cp's to
+/// refuse.
+CopyOutcome CopyBeside(const ShellRunner& run, const std::string& options,
+                       const std::string& source, const std::string& target);

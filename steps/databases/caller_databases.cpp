@@ -1,8 +1,9 @@
 // Hands the queued files to the per-file checks, and numbers the records of the caller databases.
 
-#include <algorithm>
+#include <set>
 
 #include "app/config_upgrader.h"
+#include "files/look.h"
 #include "platform/file_utility.h"
 #include "util/numbers.h"
 
@@ -21,36 +22,82 @@ constexpr const char* callerDatabases[] = {"patterndb",   "blockedinnumsdb", "bl
 void ConfigUpgrader::ProcessMergeList() {
     for (const auto& files : mergeList)
         CheckConfigFile(files);
+    factoryFiles.clear();
     if (IsVersionBelow("2.3.6"))
         CheckCallerDatabases(configRoot, "");
     else if (IsVersionBelow("3.1.0"))
         AddSectionIds(configRoot + "autologindb", nullptr);
 }
 
-void ConfigUpgrader::CheckCallerDatabases(const std::string& dir, const std::string& name) {
-    std::string path = dir;
-    FileUtility::AdjustPath(path, '/');
-    path += name;
-    if (CorrectPath(path)) {
-        const auto listing = ListDirectory(path);
-        // Each directory once, so that links that lead back end.
-        if (!listing || !callerDirectories.insert(listing->id).second)
+namespace {
+
+/// The walk over a tree's caller databases. It does not leave the configuration root: a link may
+/// lead to backups or factory files, where nothing is ours to number. Only an extension's or
+/// attendant's own directory may lie elsewhere.
+class CallerDatabaseWalk {
+public:
+    explicit CallerDatabaseWalk(ConfigUpgrader& upgrader)
+        : upgrader_(upgrader), root_(files::RealPath(upgrader.configRoot)) {}
+
+    void Visit(const std::string& dir, const files::DirectoryEntry& entry) {
+        std::string path = dir;
+        FileUtility::AdjustPath(path, '/');
+        path += entry.name;
+        if (files::KindOf(dir, entry) != files::Kind::Directory) {
+            const bool isListed = entry.type == files::DirectoryEntry::Type::File;
+            if (IsOneOf(callerDatabases, entry.name) && (isListed || FileExist(path)))
+                Number(path, entry.name);
             return;
-        for (const std::string& entry : listing->names)
-            CheckCallerDatabases(path, entry);
-        return;
+        }
+        if (entry.type == files::DirectoryEntry::Type::Directory || IsOurs(path, entry.name))
+            VisitAll(path);
     }
-    if (!FileExist(path) || std::find(std::begin(callerDatabases), std::end(callerDatabases),
-                                      name) == std::end(callerDatabases))
-        return;
-    try {
-        MultiSectionFile file(path);
-        if (IsVersionBelow("2.3.1"))
-            CheckCallerTypes(file, name);
-        AddSectionIds(path, &file);
-    } catch (const FileError&) {
-        TraceInvalidFile(path);
+
+    void VisitAll(const std::string& path) {
+        const auto listing = files::ListDirectory(path);
+        // Each directory once, so that links that lead back end.
+        if (!listing || !visited_.insert(listing->id).second)
+            return;
+        for (const files::DirectoryEntry& entry : listing->entries)
+            Visit(path, entry);
     }
+
+private:
+    /// Whether a directory that may be behind a link is one of the tree's.
+    bool IsOurs(const std::string& path, const std::string& name) const {
+        const std::string real = files::RealPath(path);
+        if (files::IsWithin(real, root_))
+            return true;
+        const bool isOwn =
+            path == upgrader_.configRoot + name && (ListContains(upgrader_.liveExtensions, name) ||
+                                                    ListContains(upgrader_.liveAttendants, name));
+        return isOwn && !upgrader_.recovery.Holds(real);
+    }
+
+    void Number(const std::string& path, const std::string& name) {
+        try {
+            MultiSectionFile file(path);
+            if (upgrader_.IsVersionBelow("2.3.1"))
+                upgrader_.CheckCallerTypes(file, name);
+            upgrader_.AddSectionIds(path, &file);
+        } catch (const FileError&) {
+            upgrader_.TraceInvalidFile(path);
+        }
+    }
+
+    ConfigUpgrader& upgrader_;
+    std::string root_;
+    std::set<files::DirectoryId> visited_;
+};
+
+}  // namespace
+
+void ConfigUpgrader::CheckCallerDatabases(const std::string& dir, const std::string& name) {
+    CallerDatabaseWalk walk(*this);
+    if (name.empty())
+        walk.VisitAll(dir);
+    else
+        walk.Visit(dir, {name, files::DirectoryEntry::Type::Unknown});
 }
 
 void ConfigUpgrader::AddSectionIds(const std::string& path, MultiSectionFile* file) {

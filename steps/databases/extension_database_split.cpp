@@ -1,11 +1,11 @@
 // Splits the old extension database, one section per extension, into files in the extensions' own
 // directories, and leaves an index of extension numbers.
 
-#include <sys/stat.h>
-
-#include <optional>
+#include <vector>
 
 #include "app/config_upgrader.h"
+#include "files/look.h"
+#include "files/replace.h"
 #include "platform/file_utility.h"
 
 using Configuration::FileError;
@@ -18,16 +18,12 @@ enum class From { Extension, Line };
 
 using Keys = std::vector<const char*>;
 
-}  // namespace
-
 /// A file of an extension and what goes into it, in this order. For the attendant, linedb's
 /// section "attendant" takes the line's place.
 struct SplitFile {
     const char* name;
     std::vector<std::pair<From, Keys>> entries;
 };
-
-namespace {
 
 const Keys sipEntries = {"user_name",        "SIP_password",   "SIP_server",     "SIP_server_port",
                          "SIP_registration", "out_bound_host", "out_bound_port", "user_id"};
@@ -85,11 +81,11 @@ const SplitFile attendantFiles[] = {
 
 constexpr const char* indexSections[] = {"extension", "callpark", "pickup", "paging", "sle"};
 
-bool IsIndexSection(const std::string& name) {
-    for (const char* section : indexSections)
-        if (name == section)
-            return true;
-    return false;
+/// A section of the old database that stands for an extension: one whose name can be a directory's
+/// and, in the index, part of a key.
+bool IsOldExtension(const std::string& section) {
+    return files::IsDirectoryName(section) && !Contains(section, "=") &&
+           !IsOneOf(indexSections, section);
 }
 
 /// The first line section that carries the extension becomes current.
@@ -108,135 +104,155 @@ bool TakesFromExtension(const SplitFile& file) {
     return false;
 }
 
+/// The split of one database. What it reports, it reports in the step's own words, with the reason
+/// behind a file that could not be saved.
+class ExtensionSplit {
+public:
+    explicit ExtensionSplit(ConfigUpgrader& upgrader)
+        : upgrader_(upgrader), extensionDb_(*upgrader.extensionDb), lineDb_(*upgrader.lineDb) {}
+
+    void Run() {
+        upgrader_.report += "\textensiondb needs to be splited\n";
+        std::string& attendant = upgrader_.attendantExtension;
+        if (attendant.empty() && lineDb_.GotoSection("attendant"))
+            attendant = lineDb_.GetSectionEntry("extension").value_or("");
+        for (extensionDb_.Restart(); extensionDb_.GotoNextSection();) {
+            const std::string extension = extensionDb_.SectionName();
+            if (!IsOldExtension(extension) || ListContains(upgrader_.liveExtensions, extension))
+                continue;
+            upgrader_.report += "\tFor extension - " + extension + "\n";
+            const bool isMoved =
+                extension == attendant ? MoveAttendant(extension) : MoveExtension(extension);
+            if (isMoved)
+                extensionDb_.DeleteSection();
+            upgrader_.report += "\t\t-- done --\n";
+        }
+        WriteIndex();
+        upgrader_.ReportDone();
+    }
+
+private:
+    bool MoveAttendant(const std::string& extension) {
+        MakeDirectory(upgrader_.configRoot + extension);
+        const bool isInLineDb = lineDb_.GotoSection("attendant");
+        bool isMoved = true;
+        for (const SplitFile& file : attendantFiles)
+            if (isInLineDb || TakesFromExtension(file))
+                isMoved = WriteFile(extension, file, isInLineDb) && isMoved;
+        isAttendantMoved_ = isMoved;
+        return isMoved;
+    }
+
+    bool MoveExtension(const std::string& extension) {
+        upgrader_.liveExtensions.push_back(extension);
+        const bool isOnLine = GotoLineOf(lineDb_, extension);
+        bool isMoved = true;
+        for (const SplitFile& file : extensionFiles)
+            isMoved = WriteFile(extension, file, isOnLine) && isMoved;
+        return isMoved;
+    }
+
+    void MakeDirectory(const std::string& path) {
+        if (CorrectPath(path))
+            return;
+        if (files::MakeDirectory(path))
+            upgrader_.report += " directory created\n";
+        else
+            upgrader_.report += "Can't create directory " + path + "\n";
+    }
+
+    /// Fills one file from extensiondb's current section and, if `hasLine`, linedb's. An entry that
+    /// its source lacks is not written. False when the file could not be saved.
+    bool WriteFile(const std::string& extension, const SplitFile& file, bool hasLine) {
+        upgrader_.report += std::string("\tcreating/editing file: \"") + file.name + "\"\n";
+        MultiSectionFile target(upgrader_.configRoot + extension + "/" + file.name, true);
+        for (const auto& [from, keys] : file.entries) {
+            if (from == From::Line && !hasLine)
+                continue;
+            MultiSectionFile& source = from == From::Line ? lineDb_ : extensionDb_;
+            for (const char* key : keys)
+                if (const auto value = source.GetSectionEntry(key))
+                    target.SetEntry(key, *value);
+        }
+        return SaveOrReport(target);
+    }
+
+    void WriteIndex() {
+        extensionDb_.AddSection("attendant", true);
+        extensionDb_.SetSectionEntry("att_0", upgrader_.attendantExtension);
+        if (!extensionDb_.GotoSection("extension"))
+            extensionDb_.AddSection("extension", true);
+        for (const std::string& extension : upgrader_.liveExtensions)
+            extensionDb_.SetSectionEntry("ext_" + extension, extension);
+        // Only now: without the index, linedb is where the next start finds the attendant.
+        if (SaveOrReport(extensionDb_) && isAttendantMoved_ && lineDb_.DeleteSection("attendant"))
+            upgrader_.Save(lineDb_);
+    }
+
+    bool SaveOrReport(MultiSectionFile& file) {
+        if (file.Save())
+            return true;
+        upgrader_.report += "\tCan't save file: " + file.Path() + " (" + file.LastError() + ")\n";
+        return false;
+    }
+
+    ConfigUpgrader& upgrader_;
+    MultiSectionFile& extensionDb_;
+    MultiSectionFile& lineDb_;
+    bool isAttendantMoved_ = false;
+};
+
+/// After a split that a file's error ended: half a split must not be saved by a later step. The old
+/// database stays as it is, and its extensions are still this unit's.
+void TakeOldExtensions(ConfigUpgrader& upgrader) {
+    upgrader.extensionDb = std::make_unique<MultiSectionFile>(upgrader.configRoot + "extensiondb");
+    MultiSectionFile& old = *upgrader.extensionDb;
+    for (old.Restart(); old.GotoNextSection();) {
+        const std::string extension = old.SectionName();
+        if (IsOldExtension(extension) && extension != upgrader.attendantExtension &&
+            !ListContains(upgrader.liveExtensions, extension))
+            upgrader.liveExtensions.push_back(extension);
+    }
+}
+
+/// The index tells which attendants there are, whatever the label says: of a tree that was split
+/// before its label moved on, linedb has none any more. It does not tell which is the first: below
+/// 2.4.11 steps would take that one for an attendant in the old layout.
+void ReadAttendantIndex(ConfigUpgrader& upgrader) {
+    if (!upgrader.extensionDb->GotoSection("attendant"))
+        return;
+    for (const auto& [key, number] : upgrader.extensionDb->SectionEntries())
+        if (files::IsDirectoryName(number) && !ListContains(upgrader.liveAttendants, number))
+            upgrader.liveAttendants.push_back(number);
+}
+
+void ReadExtensionIndex(ConfigUpgrader& upgrader) {
+    for (const std::string section : indexSections) {
+        if (!upgrader.extensionDb->GotoSection(section))
+            continue;
+        for (const auto& [key, number] : upgrader.extensionDb->SectionEntries()) {
+            if (!files::IsDirectoryName(number))
+                continue;
+            if (!ListContains(upgrader.liveExtensions, number))
+                upgrader.liveExtensions.push_back(number);
+            if (section == "extension")
+                upgrader.routingExtensions.push_back(number);
+        }
+    }
+}
+
 }  // namespace
 
 void ConfigUpgrader::SplitExtensionDatabase() {
     ReportStep("extensiondb check");
     if (!extensionDb->GotoSection("attendant")) {
         try {
-            SplitExtensions();
+            ExtensionSplit(*this).Run();
         } catch (const FileError& error) {
-            // Half a split must not be saved by a later step: the old database stays as it is,
-            // and its extensions are still this unit's.
             report += std::string("\t") + error.what() + "\n";
-            extensionDb = std::make_unique<MultiSectionFile>(configRoot + "extensiondb");
-            for (extensionDb->Restart(); extensionDb->GotoNextSection();) {
-                const std::string extension = extensionDb->SectionName();
-                if (IsOldExtension(extension) && extension != attendantExtension &&
-                    !ListContains(liveExtensions, extension))
-                    liveExtensions.push_back(extension);
-            }
+            TakeOldExtensions(*this);
         }
     }
-    ReadAttendantIndex();
-    for (const char* section : indexSections) {
-        if (!extensionDb->GotoSection(section))
-            continue;
-        for (const auto& [key, number] : extensionDb->SectionEntries()) {
-            if (!FileUtility::IsDirectoryName(number))
-                continue;
-            if (!ListContains(liveExtensions, number))
-                liveExtensions.push_back(number);
-            if (std::string("extension") == section)
-                routingExtensions.push_back(number);
-        }
-    }
-}
-
-/// The index tells which attendants there are, whatever the label says: of a tree that was split
-/// before its label moved on, linedb has none any more.
-void ConfigUpgrader::ReadAttendantIndex() {
-    if (!extensionDb->GotoSection("attendant"))
-        return;
-    if (attendantExtension.empty())
-        attendantExtension = extensionDb->GetSectionEntry("att_0").value_or("");
-    for (const auto& [key, number] : extensionDb->SectionEntries())
-        if (FileUtility::IsDirectoryName(number) && !ListContains(liveAttendants, number))
-            liveAttendants.push_back(number);
-}
-
-/// A section of the old database that stands for an extension: one whose name can be a directory's
-/// and, in the index, part of a key.
-bool ConfigUpgrader::IsOldExtension(const std::string& section) const {
-    return FileUtility::IsDirectoryName(section) && section.find('=') == std::string::npos &&
-           !IsIndexSection(section);
-}
-
-void ConfigUpgrader::SplitExtensions() {
-    report += "\textensiondb needs to be splited\n";
-    if (attendantExtension.empty() && lineDb->GotoSection("attendant"))
-        attendantExtension = lineDb->GetSectionEntry("extension").value_or("");
-    bool attendantMoved = false;
-    for (extensionDb->Restart(); extensionDb->GotoNextSection();) {
-        const std::string extension = extensionDb->SectionName();
-        if (!IsOldExtension(extension) || ListContains(liveExtensions, extension))
-            continue;
-        report += "\tFor extension - " + extension + "\n";
-        bool moved = true;
-        if (extension == attendantExtension) {
-            MakeAttendantDirectory();
-            const bool inLineDb = lineDb->GotoSection("attendant");
-            for (const SplitFile& file : attendantFiles)
-                if (inLineDb || TakesFromExtension(file))
-                    moved = WriteSplitFile(extension, file, inLineDb) && moved;
-            attendantMoved = moved;
-        } else {
-            liveExtensions.push_back(extension);
-            const bool onLine = GotoLineOf(*lineDb, extension);
-            for (const SplitFile& file : extensionFiles)
-                moved = WriteSplitFile(extension, file, onLine) && moved;
-        }
-        if (moved)
-            extensionDb->DeleteSection();
-        report += "\t\t-- done --\n";
-    }
-    WriteExtensionIndex(attendantMoved);
-    ReportDone();
-}
-
-void ConfigUpgrader::MakeAttendantDirectory() {
-    const std::string directory = configRoot + attendantExtension;
-    if (CorrectPath(directory))
-        return;
-    if (FileUtility::MakeDirectory(directory))
-        report += " directory created\n";
-    else
-        report += "Can't create directory " + directory + "\n";
-}
-
-/// Fills one file from extensiondb's current section and, if `hasLine`, linedb's. An entry that its
-/// source lacks is not written. False when the file could not be saved.
-bool ConfigUpgrader::WriteSplitFile(const std::string& extension, const SplitFile& file,
-                                    bool hasLine) {
-    const std::string path = configRoot + extension + "/" + file.name;
-    report += std::string("\tcreating/editing file: \"") + file.name + "\"\n";
-    MultiSectionFile target(path, true);
-    for (const auto& [from, keys] : file.entries) {
-        if (from == From::Line && !hasLine)
-            continue;
-        MultiSectionFile& source = from == From::Line ? *lineDb : *extensionDb;
-        for (const char* key : keys)
-            if (const auto value = source.GetSectionEntry(key))
-                target.SetEntry(key, *value);
-    }
-    if (Save(target))
-        return true;
-    report += "\tCan't save file: " + path + "\n";
-    return false;
-}
-
-void ConfigUpgrader::WriteExtensionIndex(bool attendantMoved) {
-    extensionDb->AddSection("attendant", true);
-    extensionDb->SetSectionEntry("att_0", attendantExtension);
-    if (!extensionDb->GotoSection("extension"))
-        extensionDb->AddSection("extension", true);
-    for (const std::string& extension : liveExtensions)
-        extensionDb->SetSectionEntry("ext_" + extension, extension);
-    if (!Save(*extensionDb)) {
-        report += "\tCan't save file: " + extensionDb->Path() + "\n";
-        return;
-    }
-    // Only now: without the index, linedb is where the next start finds the attendant.
-    if (attendantMoved && lineDb->DeleteSection("attendant"))
-        Save(*lineDb);
+    ReadAttendantIndex(*this);
+    ReadExtensionIndex(*this);
 }

@@ -8,10 +8,6 @@ using Configuration::MultiSectionFile;
 
 namespace {
 
-bool Contains(const std::string& text, const char* part) {
-    return text.find(part) != std::string::npos;
-}
-
 /// Copies an entry of the source's current section into the destination's, when there is one.
 void CopyEntry(MultiSectionFile& source, MultiSectionFile& destination, const char* key) {
     if (const auto value = source.GetSectionEntry(key))
@@ -26,129 +22,137 @@ constexpr const char* firmwareEntries[] = {
     "CDR_db",          "missed_calls_db", "unsuccess_calls_db", "external_user_cache_db",
     "reg_status_file", "supported_codecs"};
 
-}  // namespace
-
-void ConfigUpgrader::CheckLineDatabase() {
-    ReportStep("linedb check");
-    if (!lineDb && !ReopenLineDb())
-        return;
-
-    bool changed = false;
-    for (defaultLineDb->Restart(); defaultLineDb->GotoNextSection();) {
-        const std::string section = defaultLineDb->SectionName();
-        if (section.empty())
-            continue;
-        if (lineDb->GotoSection(section)) {
-            changed = AddMissingLineEntries(section) || changed;
-        } else {
-            // The sections of lines and ports follow the hardware and have a check of their own.
-            if (section == "nonactive_extension_list" || Contains(section, "line_") ||
-                Contains(section, "fxo_"))
-                continue;
-            report += "\t- section \"" + section +
-                      "\" doesn't exist,"
-                      "- copy from default-conf will be set\n";
-            lineDb->AddSection(section, true);
-            for (const Entry& entry : defaultLineDb->SectionEntries())
-                if (entry.key != neverAdded)
-                    lineDb->SetSectionEntry(entry.key, entry.value);
-            changed = true;
-        }
-        if (section == "general") {
-            FixGeneralSection();
-            changed = true;
-        }
-    }
-    changed = ApplyLineDatabaseGates() || changed;
-    if (changed)
-        Save(*lineDb);
-    ReportDone();
-}
-
 /// Restores linedb from the factory when it is not open; false when that is not possible.
-bool ConfigUpgrader::ReopenLineDb() {
+bool ReopenLineDb(ConfigUpgrader& upgrader) {
+    const std::string path = upgrader.configRoot + "linedb";
     try {
-        lineDb = std::make_unique<MultiSectionFile>(configRoot + "linedb");
+        upgrader.lineDb = std::make_unique<MultiSectionFile>(path);
         return true;
     } catch (const std::exception&) {
-        report += "\tfile linedb doesn't exist or corrupted, copying from default-conf\n";
+        upgrader.report += "\tfile linedb doesn't exist or corrupted, copying from default-conf\n";
     }
-    if (!CopyFromFactory("linedb")) {
-        report += "\tCan't copy linedb from default-conf, probably a problem with filesystem,\n";
+    if (!upgrader.CopyFromFactory("linedb")) {
+        upgrader.report +=
+            "\tCan't copy linedb from default-conf, probably a problem with filesystem,\n";
         return false;
     }
     try {
-        lineDb = std::make_unique<MultiSectionFile>(configRoot + "linedb");
+        upgrader.lineDb = std::make_unique<MultiSectionFile>(path);
         return true;
     } catch (const std::exception& error) {
-        report += std::string("\t") + error.what() + "\n";
+        upgrader.report += std::string("\t") + error.what() + "\n";
         return false;
     }
 }
 
 /// Adds to linedb's current section what the factory's current section has more.
-bool ConfigUpgrader::AddMissingLineEntries(const std::string& section) {
+bool AddMissingEntries(ConfigUpgrader& upgrader, const std::string& section) {
+    MultiSectionFile& lineDb = *upgrader.lineDb;
     bool changed = false;
-    for (const auto& [key, value] : defaultLineDb->SectionEntries()) {
+    for (const auto& [key, value] : upgrader.defaultLineDb->SectionEntries()) {
         const std::string what = "entry \"" + key + "\" with value \"" + value +
                                  "\" to section \"" + section + "\" from default-conf\n";
-        if (const auto live = lineDb->GetSectionEntry(key)) {
+        if (const auto live = lineDb.GetSectionEntry(key)) {
             if (key != "line_name" || value.empty() || !live->empty())
                 continue;
-            report += "\t- update empty " + what;
+            upgrader.report += "\t- update empty " + what;
         } else {
             if (key == neverAdded)
                 continue;
-            report += "\t- added " + what;
+            upgrader.report += "\t- added " + what;
         }
-        lineDb->SetSectionEntry(key, value);
+        lineDb.SetSectionEntry(key, value);
         changed = true;
     }
     return changed;
 }
 
+/// Adds the factory's current section as a whole. The sections of lines and ports follow the
+/// hardware and have a check of their own.
+bool AddMissingSection(ConfigUpgrader& upgrader, const std::string& section) {
+    if (section == "nonactive_extension_list" || Contains(section, "line_") ||
+        Contains(section, "fxo_"))
+        return false;
+    upgrader.report += "\t- section \"" + section +
+                       "\" doesn't exist,"
+                       "- copy from default-conf will be set\n";
+    upgrader.lineDb->AddSection(section, true);
+    for (const Entry& entry : upgrader.defaultLineDb->SectionEntries())
+        if (entry.key != neverAdded)
+            upgrader.lineDb->SetSectionEntry(entry.key, entry.value);
+    return true;
+}
+
 /// Works on the current sections of both files, which are "general".
-void ConfigUpgrader::FixGeneralSection() {
-    if (IsVersionBelow("3.0.11")) {
-        const std::string folder = "/telephony/sysmessages/" + systemLanguage;
-        lineDb->SetSectionEntry("sysmessages_folder", folder);
-        report += "\tSet sysmessages_folder = " + folder + "\n";
+void FixGeneralSection(ConfigUpgrader& upgrader) {
+    MultiSectionFile& lineDb = *upgrader.lineDb;
+    MultiSectionFile& factory = *upgrader.defaultLineDb;
+    if (upgrader.IsVersionBelow("3.0.11")) {
+        const std::string folder = "/telephony/sysmessages/" + upgrader.systemLanguage;
+        lineDb.SetSectionEntry("sysmessages_folder", folder);
+        upgrader.report += "\tSet sysmessages_folder = " + folder + "\n";
     }
     for (const char* key : firmwareEntries)
-        CopyEntry(*defaultLineDb, *lineDb, key);
-    if (IsVersionBelow("2.3.11")) {
-        CopyEntry(*defaultLineDb, *lineDb, "special_codecs");
+        CopyEntry(factory, lineDb, key);
+    if (upgrader.IsVersionBelow("2.3.11")) {
+        CopyEntry(factory, lineDb, "special_codecs");
         // An absent list becomes ",ppp0"; the readers of the entry skip the empty item.
-        std::string interfaces = lineDb->GetSectionEntry("active_interface").value_or("");
+        std::string interfaces = lineDb.GetSectionEntry("active_interface").value_or("");
         if (!Contains(interfaces, "ppp0")) {
             interfaces += ",";
             interfaces += "ppp0";
-            lineDb->SetSectionEntry("active_interface", interfaces);
+            lineDb.SetSectionEntry("active_interface", interfaces);
         }
     }
 }
 
-bool ConfigUpgrader::ApplyLineDatabaseGates() {
+bool ApplyGates(ConfigUpgrader& upgrader) {
+    MultiSectionFile& lineDb = *upgrader.lineDb;
     bool changed = false;
-    if (IsVersionBelow("2.4.11") && lineDb->DeleteSection("nonactive_extension_list"))
+    if (upgrader.IsVersionBelow("2.4.11") && lineDb.DeleteSection("nonactive_extension_list"))
         changed = true;
-    if (IsVersionBelow("3.0.1") && lineDb->GotoSection("general") &&
-        lineDb->GetSectionEntry("is_sip_to_routing_on") != "1") {
-        lineDb->SetSectionEntry("is_sip_to_routing_on", "1");
-        changed = true;
-    }
-    if (IsVersionBelow("3.0.7") && lineDb->GotoSection("general")) {
-        lineDb->SetSectionEntry("routing_prefix", "R");
+    if (upgrader.IsVersionBelow("3.0.1") && lineDb.GotoSection("general") &&
+        lineDb.GetSectionEntry("is_sip_to_routing_on") != "1") {
+        lineDb.SetSectionEntry("is_sip_to_routing_on", "1");
         changed = true;
     }
-    if (IsVersionBelow("3.1.22") && lineDb->GotoSection("general") &&
-        defaultLineDb->GotoSection("general")) {
-        const std::string text = defaultLineDb->GetSectionEntry("sms_text").value_or("");
-        if (!text.empty()) {
-            lineDb->SetSectionEntry("sms_text", text);
-            Trace(3, "\"sms_text\" field has been updated from default.\n");
+    if (upgrader.IsVersionBelow("3.0.7") && lineDb.GotoSection("general")) {
+        lineDb.SetSectionEntry("routing_prefix", "R");
+        changed = true;
+    }
+    if (upgrader.IsVersionBelow("3.1.22") && lineDb.GotoSection("general") &&
+        upgrader.defaultLineDb->GotoSection("general")) {
+        const std::string text = upgrader.defaultLineDb->GetSectionEntry("sms_text").value_or("");
+        if (!text.empty()) {  // an empty one would take away what the site has set
+            lineDb.SetSectionEntry("sms_text", text);
+            upgrader.Trace(3, "\"sms_text\" field has been updated from default.\n");
             changed = true;
         }
     }
     return changed;
+}
+
+}  // namespace
+
+void ConfigUpgrader::CheckLineDatabase() {
+    ReportStep("linedb check");
+    if (!lineDb && !ReopenLineDb(*this))
+        return;
+    bool changed = false;
+    for (defaultLineDb->Restart(); defaultLineDb->GotoNextSection();) {
+        const std::string section = defaultLineDb->SectionName();
+        if (section.empty())
+            continue;
+        const bool exists = lineDb->GotoSection(section);
+        if (exists ? AddMissingEntries(*this, section) : AddMissingSection(*this, section))
+            changed = true;
+        if (section == "general") {
+            FixGeneralSection(*this);
+            changed = true;
+        }
+    }
+    changed = ApplyGates(*this) || changed;
+    if (changed)
+        Save(*lineDb);
+    ReportDone();
 }

@@ -9,7 +9,7 @@ using Configuration::MultiSectionFile;
 namespace {
 
 bool IsLine(const std::string& section) {
-    return section.find("line_") != std::string::npos;
+    return Contains(section, "line_");
 }
 
 /// Adds the source's current section to the target, attached to no extension.

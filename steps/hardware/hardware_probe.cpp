@@ -6,10 +6,9 @@
 #include <optional>
 
 #include "app/config_upgrader.h"
-#include "platform/file_utility.h"
+#include "files/read.h"
 #include "platform/string_utils.h"
 #include "steps/hardware/hw_info.h"
-#include "store/file_io.h"
 #include "util/numbers.h"
 
 using Configuration::ConfigFile;
@@ -102,7 +101,7 @@ HwFacts ParseHwInfo(const std::string& hwInfo) {
 }
 
 void ConfigUpgrader::ProbeHardware(bool secondPass) {
-    const Configuration::ReadResult hwInfo = Configuration::ReadFile(appliance.hwInfo);
+    const files::ReadResult hwInfo = files::ReadFile(appliance.hwInfo);
     if (!hwInfo.bytes) {
         report += "\tcan't open " + appliance.hwInfo + "\n";
         return;
@@ -148,7 +147,7 @@ void ProbeLineCount(const std::string& path, const std::string& kind, std::int32
     constexpr std::size_t mostBytes = 4;
     const std::string keptDefault =
         path + " number of " + kind + " is set " + NumberToString(number) + "(default)\n";
-    auto text = FileUtility::ReadStart(path, mostBytes + 1);
+    auto text = files::ReadStart(path, mostBytes + 1);
     if (!text) {
         report += "\tcan't open " + keptDefault;
         return;

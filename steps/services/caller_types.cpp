@@ -26,6 +26,19 @@ constexpr CallerKeys callerKeys[] = {
     {"speedcalldb", "call_type", "user_name"},
 };
 
+/// "PBX", "IP" or "PSTN"; empty where nothing tells.
+std::string CallerType(const ConfigUpgrader& upgrader, const std::string& number,
+                       const std::string& host) {
+    if (number.empty() || number == "any")
+        return "";
+    if (ListContains(upgrader.liveExtensions, number) ||
+        ListContains(upgrader.liveAttendants, number))
+        return "PBX";
+    if (!host.empty() || Contains(number, "@"))
+        return "IP";
+    return StringUtils::IsNumeric(number, false, false) ? "PSTN" : "";
+}
+
 }  // namespace
 
 void ConfigUpgrader::CheckCallerTypes(Configuration::MultiSectionFile& file,
@@ -39,7 +52,7 @@ void ConfigUpgrader::CheckCallerTypes(Configuration::MultiSectionFile& file,
                 continue;
             const std::string number = file.GetSectionEntry(keys->number).value_or("");
             const std::string host = file.GetSectionEntry("user_host_address").value_or("");
-            const std::string type = CallerType(number, host);
+            const std::string type = CallerType(*this, number, host);
             if (type.empty())
                 continue;
             file.SetSectionEntry(keys->type, type);
@@ -50,15 +63,4 @@ void ConfigUpgrader::CheckCallerTypes(Configuration::MultiSectionFile& file,
         }
     }
     ReportDone();
-}
-
-/// "PBX", "IP" or "PSTN"; empty where nothing tells.
-std::string ConfigUpgrader::CallerType(const std::string& number, const std::string& host) const {
-    if (number.empty() || number == "any")
-        return "";
-    if (ListContains(liveExtensions, number) || ListContains(liveAttendants, number))
-        return "PBX";
-    if (!host.empty() || number.find('@') != std::string::npos)
-        return "IP";
-    return StringUtils::IsNumeric(number, false, false) ? "PSTN" : "";
 }

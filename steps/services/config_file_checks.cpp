@@ -12,10 +12,6 @@ using Configuration::MultiSectionFile;
 
 namespace {
 
-bool IsFile(const std::string& path, const char* name) {
-    return path.find(name) != std::string::npos;
-}
-
 /// A pair under check. A rule tells whether it changed the live file.
 struct CheckedFile {
     MultiSectionFile& live;
@@ -182,9 +178,9 @@ constexpr FileRule fileRules[] = {
 
 bool ApplyFileRules(ConfigUpgrader& upgrader, CheckedFile& file) {
     // rtp.cfg is asked on its own: a path may name it and another.
-    const bool changed = IsFile(file.path, "rtp.cfg") && CheckRtp(upgrader, file);
+    const bool changed = Contains(file.path, "rtp.cfg") && CheckRtp(upgrader, file);
     for (const FileRule& rule : fileRules)
-        if (IsFile(file.path, rule.name))
+        if (Contains(file.path, rule.name))
             return rule.apply(upgrader, file) || changed;
     return changed;
 }
@@ -230,16 +226,24 @@ bool AddMissingEntries(CheckedFile& file, std::string& report) {
     return changed;
 }
 
+/// The factory's file, which all extensions are compared with.
+MultiSectionFile& FactoryFile(ConfigUpgrader& upgrader, const std::string& path) {
+    SectionFile& file = upgrader.factoryFiles[path];
+    if (!file)
+        file = std::make_unique<MultiSectionFile>(path, true, true);
+    return *file;
+}
+
 }  // namespace
 
 void ConfigUpgrader::CheckConfigFile(const std::pair<std::string, std::string>& files) {
     const auto& [livePath, factoryPath] = files;
     ReportStep(livePath + " check");
     SectionFile live;
-    SectionFile factory;
+    MultiSectionFile* factory = nullptr;
     const std::string* opening = &factoryPath;
     try {
-        factory = std::make_unique<MultiSectionFile>(factoryPath, true, true);
+        factory = &FactoryFile(*this, factoryPath);
         opening = &livePath;
         live = std::make_unique<MultiSectionFile>(livePath, true);
     } catch (const FileError&) {
@@ -249,24 +253,24 @@ void ConfigUpgrader::CheckConfigFile(const std::pair<std::string, std::string>& 
     CheckedFile file{*live, *factory, livePath};
 
     bool changed = false;
-    if (FileExist(livePath)) {  // a live file that is missing gets nothing from the factory here
-        if (IsFile(livePath, "dialplan.cfg"))
-            changed = MergeKeyedSections(live.get(), factory.get(), "pattern", "section_id");
-        else if (!IsFile(livePath, "localrouttabledb"))
+    if (live->Exists()) {  // a live file that is missing gets nothing from the factory here
+        if (Contains(livePath, "dialplan.cfg"))
+            changed = MergeKeyedSections(live.get(), factory, "pattern", "section_id");
+        else if (!Contains(livePath, "localrouttabledb"))
             changed = AddMissingSections(file, report);
         else if (IsVersionBelow("3.0.1"))
-            changed = MergeKeyedSections(live.get(), factory.get(), "dialing_template", "id");
+            changed = MergeKeyedSections(live.get(), factory, "dialing_template", "id");
         changed = AddMissingEntries(file, report) || changed;
     }
     changed = ApplyFileRules(*this, file) || changed;
     if (changed)
         Save(*live);
 
-    if (IsFile(livePath, "sip.cfg"))
+    if (Contains(livePath, "sip.cfg"))
         ConvertSipSettings();
-    else if (IsFile(livePath, "nat.cfg") && IsVersionBelow("2.4.16"))
+    else if (Contains(livePath, "nat.cfg") && IsVersionBelow("2.4.16"))
         ConvertNatSettings();
-    if (IsFile(livePath, "timerprofile.cfg") && !sipTimerProfile.empty()) {
+    if (Contains(livePath, "timerprofile.cfg") && !sipTimerProfile.empty()) {
         live->SetEntry("timer_profile", sipTimerProfile);
         report += "timer profile changed to: " + sipTimerProfile + ", from sip.cfg\n";
         Save(*live);

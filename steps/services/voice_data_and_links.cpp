@@ -28,6 +28,44 @@ std::optional<std::string> Setting(const FlatFile& settings, const std::string& 
     return settings ? settings->GetEntry(key) : std::nullopt;
 }
 
+/// Works on linedb's current section, which is "general".
+void MakeRegionalLink(ConfigUpgrader& upgrader, std::optional<std::string> country) {
+    const Appliance& appliance = upgrader.appliance;
+    std::string& report = upgrader.report;
+    std::string dirs = appliance.regionalDirs;
+    if (const auto set = upgrader.lineDb->GetSectionEntry("regional_dirs")) {
+        dirs = *set;
+    } else {
+        upgrader.lineDb->SetSectionEntry("regional_dirs", dirs);
+        upgrader.Save(*upgrader.lineDb);
+    }
+
+    report += "Reading counrty name -> ";
+    if (!country) {
+        report += "Opening file: " + appliance.factorySystemSettings + " -> ";
+        const FlatFile settings = OpenSettings(appliance.factorySystemSettings);
+        report += "OK\n ";
+        report += "Reading counrty name -> ";
+        country = Setting(settings, "COUNTRY");
+    }
+    std::string target = dirs;
+    if (country) {
+        report += *country + "\n";
+        target += (target.ends_with('/') ? "" : "/") + *country;
+    } else {
+        report += "No country selected.US is set as Default\n";
+        target += "US";  // directly behind, also where the "/" is missing
+    }
+
+    const std::string link = upgrader.configRoot + "regional";
+    if (!FileExist(target))
+        report += "No directory for selected country, can't create link\n";
+    else if (symlink(target.c_str(), link.c_str()) == 0)
+        report += "Created link " + link + " to " + target + "\n";
+    else
+        report += std::string(std::strerror(errno)) + "\n";
+}
+
 }  // namespace
 
 void ConfigUpgrader::CheckVoiceDataAndLinks() {
@@ -47,44 +85,6 @@ void ConfigUpgrader::CheckVoiceDataAndLinks() {
 
     // An existing link stays, even when the country changed.
     if (!linkExists && lineDb->GotoSection("general"))
-        MakeRegionalLink(Setting(settings, "COUNTRY"));
+        MakeRegionalLink(*this, Setting(settings, "COUNTRY"));
     ReportDone();
-}
-
-/// Works on linedb's current section, which is "general".
-void ConfigUpgrader::MakeRegionalLink(std::optional<std::string> country) {
-    std::string dirs = appliance.regionalDirs;
-    if (const auto set = lineDb->GetSectionEntry("regional_dirs")) {
-        dirs = *set;
-    } else {
-        lineDb->SetSectionEntry("regional_dirs", dirs);
-        Save(*lineDb);
-    }
-
-    report += "Reading counrty name -> ";
-    if (!country) {
-        report += "Opening file: " + appliance.factorySystemSettings + " -> ";
-        const FlatFile settings = OpenSettings(appliance.factorySystemSettings);
-        report += "OK\n ";
-        report += "Reading counrty name -> ";
-        country = Setting(settings, "COUNTRY");
-    }
-    std::string target = dirs;
-    if (country) {
-        report += *country + "\n";
-        if (target.empty() || target.back() != '/')
-            target += '/';
-        target += *country;
-    } else {
-        report += "No country selected.US is set as Default\n";
-        target += "US";  // directly behind, also where the "/" is missing
-    }
-
-    const std::string link = configRoot + "regional";
-    if (!FileExist(target))
-        report += "No directory for selected country, can't create link\n";
-    else if (symlink(target.c_str(), link.c_str()) == 0)
-        report += "Created link " + link + " to " + target + "\n";
-    else
-        report += std::string(std::strerror(errno)) + "\n";
 }

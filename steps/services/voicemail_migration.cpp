@@ -3,16 +3,25 @@
 
 #include "steps/services/voicemail_migration.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
+#include <cerrno>
 
 #include "app/config_upgrader.h"
+#include "files/look.h"
+#include "files/refusals.h"
+#include "files/replace.h"
+#include "files/tree.h"
 #include "platform/file_utility.h"
 #include "util/numbers.h"
 #include "util/shell.h"
 
 using Configuration::FileError;
 using Configuration::MultiSectionFile;
+
+std::uint8_t MailboxPortion(std::uint64_t mailboxSize, std::uint64_t storageSize) {
+    if (storageSize == 0)
+        return 0;
+    return static_cast<std::uint8_t>(mailboxSize * 100 / storageSize);
+}
 
 namespace {
 
@@ -28,19 +37,137 @@ bool GotoMailboxWithSize(MultiSectionFile& file, const std::string& extension) {
 bool EnsureDirectory(const std::string& path, std::string& report) {
     if (FileExist(path))
         return true;
-    if (!FileUtility::MakeOpenDirectory(path))
+    if (!files::MakeOpenDirectory(path))
         return false;
     report += path + " directory created\n";
     return true;
 }
 
-}  // namespace
-
-std::uint8_t MailboxPortion(std::uint64_t mailboxSize, std::uint64_t storageSize) {
-    if (storageSize == 0)
-        return 0;
-    return static_cast<std::uint8_t>(mailboxSize * 100 / storageSize);
+/// Replaces every mailbox size by its share of the storage or, where the storage's size cannot be
+/// told, of the sum of all mailboxes. In memory only: the old file is never saved.
+void ConvertMailboxSizes(const ConfigUpgrader& upgrader, MultiSectionFile& old,
+                         const NameList& mailboxes) {
+    const Appliance& appliance = upgrader.appliance;
+    std::uint64_t size = appliance.voiceStorageSize(
+        upgrader.storageType == "bbram" ? appliance.internalVoiceData : appliance.usbVoiceData);
+    if (size == 0)
+        for (const std::string& extension : mailboxes)
+            if (GotoMailboxWithSize(old, extension))
+                size += MailboxSize(old);
+    for (const std::string& extension : mailboxes) {
+        if (!GotoMailboxWithSize(old, extension))
+            continue;
+        const unsigned portion = MailboxPortion(MailboxSize(old), size);
+        old.DeleteSectionEntry("mail_box_size");
+        old.SetSectionEntry("mail_box_portion", NumberToString(portion));
+    }
 }
+
+/// Gives an extension without a section in the old file the factory's template.
+void CopyTemplate(ConfigUpgrader& upgrader, const std::string& extension,
+                  const std::string& directory) {
+    const std::string& factory = upgrader.appliance.factoryTelephony;
+    const bool hasOwn = FileExist(factory + extension);
+    const std::string source = factory + (hasOwn ? extension : "default") + "/voicemaildb";
+    const std::string path = directory + "/voicemaildb";
+    files::RemoveSpecialFile(path);
+    if (ShellFailed(upgrader.CopyWhole("-p", source, path))) {
+        // No blank before the number, here and in the folder below.
+        upgrader.report += "Can't copy vocemeaildb from default for extension" + extension + "\n";
+        return;
+    }
+    upgrader.report += "Copied cp -p " + ShellPath(source) + " " + ShellPath(directory) + "\n";
+    if (hasOwn)
+        return;
+    try {
+        MultiSectionFile file(path, true);
+        const auto folder = file.GetEntry("voice_data_folder");
+        if (!folder)
+            return;
+        file.SetEntry("voice_data_folder", *folder + extension);
+        upgrader.Save(file);
+    } catch (const FileError&) {
+        upgrader.TraceInvalidFile(path);
+    }
+}
+
+/// Moves what the shell's "*.*" still matches: a greeting that stays behind is not found any more,
+/// for the mailbox names the new folder whatever became of the command.
+void MoveWhatIsLeft(ConfigUpgrader& upgrader, const std::string& parent,
+                    const std::string& folder) {
+    const auto listing = files::ListDirectory(parent);
+    if (!listing)
+        return;
+    for (const files::DirectoryEntry& entry : listing->entries) {
+        const std::string path = parent + entry.name;
+        if (entry.name.starts_with('.') || !Contains(entry.name, ".") || path == folder)
+            continue;
+        const std::string error = files::MoveEntry(path, folder + "/" + entry.name);
+        if (error.empty())
+            continue;
+        files::NoteRefusal(EIO);  // also where a name is in the way: the next start may see it gone
+        upgrader.Trace(1, "MINOR ERROR: Can't move file: %s\n", error.c_str());
+    }
+}
+
+/// The attendant's recordings used to lie directly in the voice data folder; they move into a
+/// folder of their own, whose path is returned.
+std::string MoveAttendantRecordings(ConfigUpgrader& upgrader, const std::string& oldFolder) {
+    if (oldFolder.empty())
+        return oldFolder;  // "/*.*" is not ours to move
+    std::string parent = oldFolder;
+    FileUtility::AdjustPath(parent, '/');
+    const std::string folder = parent + upgrader.attendantExtension;
+    if (!EnsureDirectory(folder, upgrader.report)) {
+        upgrader.report += "Can't create directory " + folder + "\n";
+        return folder;
+    }
+    const std::string command = "mv " + ShellPath(parent) + "*.* " + ShellPath(folder);
+    if (ShellFailed(upgrader.RunShell(command)))
+        upgrader.report += "Can't copy files to " + folder + "\n";
+    else
+        upgrader.report += "Made command " + command + "\n";
+    MoveWhatIsLeft(upgrader, parent, folder);
+    files::SyncChangesBelow(folder);  // it may lie on a file system that nothing else is written to
+    return folder;
+}
+
+/// Gives an extension its own voicemaildb: its section of the old file, or the factory's template.
+/// False when the old file has a section that could not be moved.
+bool MoveMailbox(ConfigUpgrader& upgrader, MultiSectionFile& old, const std::string& extension) {
+    const bool inOld = old.GotoSection(extension);
+    if (!files::IsDirectoryName(extension))
+        return !inOld;
+    const std::string directory = upgrader.configRoot + extension;
+    if (!EnsureDirectory(directory, upgrader.report)) {
+        upgrader.report += "Can't create dir for extension " + extension + "\n";
+        return !inOld;
+    }
+    upgrader.report += "Opening section " + extension + " in old voicemaildb -> ";
+    if (!inOld) {
+        upgrader.report += "Failed\n";
+        CopyTemplate(upgrader, extension, directory);
+        return true;
+    }
+    upgrader.report += "OK\n";
+    const std::string path = directory + "/voicemaildb";
+    try {
+        MultiSectionFile file(path, true);
+        bool copied = true;
+        for (const auto& [key, value] : old.SectionEntries()) {
+            const bool moves =
+                extension == upgrader.attendantExtension && key == "voice_data_folder";
+            copied = file.SetEntry(key, moves ? MoveAttendantRecordings(upgrader, value) : value) &&
+                     copied;
+        }
+        return upgrader.Save(file) && copied;
+    } catch (const FileError&) {
+        upgrader.TraceInvalidFile(path);
+        return false;
+    }
+}
+
+}  // namespace
 
 void ConfigUpgrader::MigrateVoicemail() {
     const std::string path = configRoot + "voicemaildb";
@@ -58,109 +185,11 @@ void ConfigUpgrader::MigrateVoicemail() {
     NameList mailboxes = liveExtensions;
     mailboxes.push_back(attendantExtension);
     if (IsVersionBelow("2.4.4"))
-        ConvertMailboxSizes(*old, mailboxes);
+        ConvertMailboxSizes(*this, *old, mailboxes);
     bool allMoved = true;
     for (const std::string& extension : mailboxes)
-        allMoved = MoveMailbox(*old, extension) && allMoved;
+        allMoved = MoveMailbox(*this, *old, extension) && allMoved;
     if (allMoved)
-        FileUtility::RemoveFile(path);
+        files::RemoveFile(path);
     ReportDone();
-}
-
-/// Replaces every mailbox size by its share of the storage or, where the storage's size cannot be
-/// told, of the sum of all mailboxes. In memory only: the old file is never saved.
-void ConfigUpgrader::ConvertMailboxSizes(MultiSectionFile& old, const NameList& mailboxes) {
-    std::uint64_t size = appliance.voiceStorageSize(
-        storageType == "bbram" ? appliance.internalVoiceData : appliance.usbVoiceData);
-    if (size == 0)
-        for (const std::string& extension : mailboxes)
-            if (GotoMailboxWithSize(old, extension))
-                size += MailboxSize(old);
-    for (const std::string& extension : mailboxes) {
-        if (!GotoMailboxWithSize(old, extension))
-            continue;
-        const unsigned portion = MailboxPortion(MailboxSize(old), size);
-        old.DeleteSectionEntry("mail_box_size");
-        old.SetSectionEntry("mail_box_portion", NumberToString(portion));
-    }
-}
-
-/// Gives an extension its own voicemaildb: its section of the old file, or the factory's template.
-/// False when the old file has a section that could not be moved.
-bool ConfigUpgrader::MoveMailbox(MultiSectionFile& old, const std::string& extension) {
-    const bool inOld = old.GotoSection(extension);
-    if (!FileUtility::IsDirectoryName(extension))
-        return !inOld;
-    const std::string directory = configRoot + extension;
-    if (!EnsureDirectory(directory, report)) {
-        report += "Can't create dir for extension " + extension + "\n";
-        return !inOld;
-    }
-    report += "Opening section " + extension + " in old voicemaildb -> ";
-    if (!inOld) {
-        report += "Failed\n";
-        CopyMailboxTemplate(extension, directory);
-        return true;
-    }
-    report += "OK\n";
-    const std::string path = directory + "/voicemaildb";
-    try {
-        MultiSectionFile file(path, true);
-        bool copied = true;
-        for (const auto& [key, value] : old.SectionEntries()) {
-            const bool moves = extension == attendantExtension && key == "voice_data_folder";
-            copied = file.SetEntry(key, moves ? MoveAttendantRecordings(value) : value) && copied;
-        }
-        return Save(file) && copied;
-    } catch (const FileError&) {
-        TraceInvalidFile(path);
-        return false;
-    }
-}
-
-void ConfigUpgrader::CopyMailboxTemplate(const std::string& extension,
-                                         const std::string& directory) {
-    const bool hasOwn = FileExist(appliance.factoryTelephony + extension);
-    const std::string own = (hasOwn ? extension : "default") + "/voicemaildb";
-    const std::string source = appliance.factoryTelephony + own;
-    const std::string path = directory + "/voicemaildb";
-    FileUtility::RemoveSpecialFile(path);
-    if (ShellFailed(CopyWhole("-p", source, path))) {
-        report += "Can't copy vocemeaildb from default for extension" + extension + "\n";
-        return;
-    }
-    report += "Copied cp -p " + ShellPath(source) + " " + ShellPath(directory) + "\n";
-    if (hasOwn)
-        return;
-    try {
-        MultiSectionFile file(path, true);
-        const auto folder = file.GetEntry("voice_data_folder");
-        if (!folder)
-            return;
-        file.SetEntry("voice_data_folder", *folder + extension);
-        Save(file);
-    } catch (const FileError&) {
-        TraceInvalidFile(path);
-    }
-}
-
-/// The attendant's recordings used to lie directly in the voice data folder; they move into a
-/// folder of their own, whose path is returned.
-std::string ConfigUpgrader::MoveAttendantRecordings(const std::string& oldFolder) {
-    if (oldFolder.empty())
-        return oldFolder;  // "/*.*" is not ours to move
-    std::string parent = oldFolder;
-    FileUtility::AdjustPath(parent, '/');
-    const std::string folder = parent + attendantExtension;
-    if (!EnsureDirectory(folder, report)) {
-        report += "Can't create directory " + folder + "\n";
-        return folder;
-    }
-    const std::string command = "mv " + ShellPath(parent) + "*.* " + ShellPath(folder);
-    if (ShellFailed(RunShell(command)))
-        report += "Can't copy files to " + folder + "\n";
-    else
-        report += "Made command " + command + "\n";
-    FileUtility::SyncFileSystem(folder);  // it may be another than those synced before the stamp
-    return folder;
 }

@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "app/config_upgrader.h"
+#include "steps/sipnat/sections.h"
 #include "util/numbers.h"
 
 using Configuration::FileError;
@@ -28,27 +29,94 @@ std::string NextPort(const std::string& port) {
     return NumberToString(static_cast<std::int32_t>(number + 1));
 }
 
+/// Works on the current section, which is "sip-common".
+void SwitchOffSipHeaderForms(ConfigUpgrader& upgrader, MultiSectionFile& live) {
+    upgrader.report += "\t\tSet \"header short form\", \"multi headers\" entries value to 0.\n";
+    live.SetSectionEntry("header short form", "0");
+    live.SetSectionEntry("multi headers", "0");
+}
+
+void ConvertOldSipSettings(ConfigUpgrader& upgrader, MultiSectionFile& live) {
+    if (EnterSection(upgrader, live, "sip-common")) {
+        const std::string timeout = TakeTopLevelEntry(live, "Registration Timeout");
+        live.SetSectionEntry("registration timeout", timeout);
+        upgrader.report += "\t\tregistration timeout is set -> " + timeout + "\n";
+        const std::string failure = TakeTopLevelEntry(live, "Registration Failure Timeout");
+        live.SetSectionEntry("registration failure timeout", failure);
+        upgrader.report += "\t\tregistration failure timeout is set -> " + failure + "\n";
+        if (upgrader.IsVersionBelow("3.0.9"))
+            SwitchOffSipHeaderForms(upgrader, live);
+    }
+    if (EnterSection(upgrader, live, "features")) {
+        const std::string nat = TakeTopLevelEntry(live, "NAT Enabled");
+        const std::string agent = nat == "0" ? "0" : "1";
+        live.SetSectionEntry("nat agent", agent);
+        upgrader.report += "\t\tnat agent is set -> " + agent + "\n";
+        upgrader.sipNatAgentIsTwo = nat == "2";
+    }
+    if (EnterSection(upgrader, live, "network")) {
+        upgrader.sipUdpPort = TakeTopLevelEntry(live, "Port");
+        live.SetSectionEntry("udp port", upgrader.sipUdpPort);
+        upgrader.report += "\t\tudp port is set -> " + upgrader.sipUdpPort + "\n";
+        const bool tcpOn = live.GetEntry("TCP") == "1";
+        upgrader.sipTcpPort = tcpOn ? upgrader.sipUdpPort : "";
+        live.SetSectionEntry("tcp port", upgrader.sipTcpPort);
+        if (tcpOn)
+            upgrader.report += "\t\ttcp port is set -> " + upgrader.sipTcpPort + "\n";
+        else
+            upgrader.report +=
+                "\t\ttcp port is set empty, TCP was switched off in restored sip.cfg\n";
+        const auto tls = live.GetSectionEntry("tls port");
+        upgrader.sipTlsPort = tls.value_or("");
+        if (tls && !tls->empty() && *tls == upgrader.sipUdpPort) {
+            upgrader.sipTlsPort = NextPort(upgrader.sipUdpPort);
+            live.SetSectionEntry("tls port", upgrader.sipTlsPort);
+            upgrader.report += "\t\ttls port has same value as tcp and udp, changed to -> " +
+                               upgrader.sipTlsPort + "\n";
+        }
+    }
+    for (const char* key : droppedEntries)
+        live.DeleteEntry(key);
+    upgrader.Save(live);
+    upgrader.ReportDone();
+}
+
+void UpdateSipSettings(ConfigUpgrader& upgrader, MultiSectionFile& live, bool changed) {
+    if (GotoSectionOrReport(upgrader, live, "sip-common")) {
+        if (const auto profile = live.GetSectionEntry("timer_profile")) {
+            upgrader.sipTimerProfile = *profile;  // it lives in timerprofile.cfg now
+            live.DeleteSectionEntry("timer_profile");
+            changed = true;
+        }
+        if (upgrader.IsVersionBelow("3.0.9")) {
+            SwitchOffSipHeaderForms(upgrader, live);
+            changed = true;
+        }
+    }
+    if (GotoSectionOrReport(upgrader, live, "features"))
+        upgrader.sipNatAgentIsTwo = live.GetSectionEntry("nat agent") == "2";
+    if (GotoSectionOrReport(upgrader, live, "network")) {
+        upgrader.sipUdpPort = live.GetSectionEntry("udp port").value_or("");
+        upgrader.sipTcpPort = live.GetSectionEntry("tcp port").value_or("");
+        if (upgrader.IsVersionBelow("5.1.0")) {
+            live.SetSectionEntry("tls port", "");
+            upgrader.sipTlsPort.clear();
+            changed = true;
+        } else {
+            upgrader.sipTlsPort = live.GetSectionEntry("tls port").value_or("");
+        }
+    }
+    if (!changed) {
+        upgrader.report += "\tnothing changed, version should be OK!\n";
+        upgrader.ReportDone();
+        return;
+    }
+    upgrader.Save(live);
+    // The line follows every save, whatever the change was.
+    upgrader.report += "\t\tcopied \"log level\" entry value from default conf\n";
+}
+
 }  // namespace
-
-std::string ConfigUpgrader::TakeTopLevelEntry(MultiSectionFile& file, const std::string& key) {
-    const std::string value = file.GetEntry(key).value_or("");
-    file.DeleteEntry(key);
-    return value;
-}
-
-bool ConfigUpgrader::GotoSectionOrReport(MultiSectionFile& file, const std::string& section) {
-    if (file.GotoSection(section))
-        return true;
-    report += "\tNo section \"" + section + "\" found, nothing done there\n";
-    return false;
-}
-
-bool ConfigUpgrader::EnterSection(MultiSectionFile& file, const std::string& section) {
-    if (!GotoSectionOrReport(file, section))
-        return false;
-    report += "\tin section \"" + section + "\"...\n";
-    return true;
-}
 
 void ConfigUpgrader::ConvertSipSettings() {
     ReportStep("Changing sip.cfg...");
@@ -64,96 +132,10 @@ void ConfigUpgrader::ConvertSipSettings() {
         if (logLevelChanged)
             live.SetEntry("log level", *logLevel);
         if (IsVersionBelow("2.3.9"))
-            ConvertOldSipSettings(live);
+            ConvertOldSipSettings(*this, live);
         else
-            UpdateSipSettings(live, logLevelChanged);
+            UpdateSipSettings(*this, live, logLevelChanged);
     } catch (const FileError&) {
         TraceInvalidFile(*opening);
     }
-}
-
-/// Works on the current section, which is "sip-common".
-void ConfigUpgrader::SwitchOffSipHeaderForms(MultiSectionFile& live) {
-    report += "\t\tSet \"header short form\", \"multi headers\" entries value to 0.\n";
-    live.SetSectionEntry("header short form", "0");
-    live.SetSectionEntry("multi headers", "0");
-}
-
-void ConfigUpgrader::ConvertOldSipSettings(MultiSectionFile& live) {
-    if (EnterSection(live, "sip-common")) {
-        const std::string timeout = TakeTopLevelEntry(live, "Registration Timeout");
-        live.SetSectionEntry("registration timeout", timeout);
-        report += "\t\tregistration timeout is set -> " + timeout + "\n";
-        const std::string failure = TakeTopLevelEntry(live, "Registration Failure Timeout");
-        live.SetSectionEntry("registration failure timeout", failure);
-        report += "\t\tregistration failure timeout is set -> " + failure + "\n";
-        if (IsVersionBelow("3.0.9"))
-            SwitchOffSipHeaderForms(live);
-    }
-    if (EnterSection(live, "features")) {
-        const std::string nat = TakeTopLevelEntry(live, "NAT Enabled");
-        const std::string agent = nat == "0" ? "0" : "1";
-        live.SetSectionEntry("nat agent", agent);
-        report += "\t\tnat agent is set -> " + agent + "\n";
-        sipNatAgentIsTwo = nat == "2";
-    }
-    if (EnterSection(live, "network")) {
-        sipUdpPort = TakeTopLevelEntry(live, "Port");
-        live.SetSectionEntry("udp port", sipUdpPort);
-        report += "\t\tudp port is set -> " + sipUdpPort + "\n";
-        const bool tcpOn = live.GetEntry("TCP") == "1";
-        sipTcpPort = tcpOn ? sipUdpPort : "";
-        live.SetSectionEntry("tcp port", sipTcpPort);
-        if (tcpOn)
-            report += "\t\ttcp port is set -> " + sipTcpPort + "\n";
-        else
-            report += "\t\ttcp port is set empty, TCP was switched off in restored sip.cfg\n";
-        const auto tls = live.GetSectionEntry("tls port");
-        sipTlsPort = tls.value_or("");
-        if (tls && !tls->empty() && *tls == sipUdpPort) {
-            sipTlsPort = NextPort(sipUdpPort);
-            live.SetSectionEntry("tls port", sipTlsPort);
-            report +=
-                "\t\ttls port has same value as tcp and udp, changed to -> " + sipTlsPort + "\n";
-        }
-    }
-    for (const char* key : droppedEntries)
-        live.DeleteEntry(key);
-    Save(live);
-    ReportDone();
-}
-
-void ConfigUpgrader::UpdateSipSettings(MultiSectionFile& live, bool changed) {
-    if (GotoSectionOrReport(live, "sip-common")) {
-        if (const auto profile = live.GetSectionEntry("timer_profile")) {
-            sipTimerProfile = *profile;  // it lives in timerprofile.cfg now
-            live.DeleteSectionEntry("timer_profile");
-            changed = true;
-        }
-        if (IsVersionBelow("3.0.9")) {
-            SwitchOffSipHeaderForms(live);
-            changed = true;
-        }
-    }
-    if (GotoSectionOrReport(live, "features"))
-        sipNatAgentIsTwo = live.GetSectionEntry("nat agent") == "2";
-    if (GotoSectionOrReport(live, "network")) {
-        sipUdpPort = live.GetSectionEntry("udp port").value_or("");
-        sipTcpPort = live.GetSectionEntry("tcp port").value_or("");
-        if (IsVersionBelow("5.1.0")) {
-            live.SetSectionEntry("tls port", "");
-            sipTlsPort.clear();
-            changed = true;
-        } else {
-            sipTlsPort = live.GetSectionEntry("tls port").value_or("");
-        }
-    }
-    if (!changed) {
-        report += "\tnothing changed, version should be OK!\n";
-        ReportDone();
-        return;
-    }
-    Save(live);
-    // The line follows every save, whatever the change was.
-    report += "\t\tcopied \"log level\" entry value from default conf\n";
 }

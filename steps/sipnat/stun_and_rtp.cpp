@@ -57,6 +57,68 @@ PortRange MergeRtpRange(const PortRange& rtp, const PortRange& unit, std::uint32
     return rtp.Length() < unit.Length() ? unit : rtp;
 }
 
+namespace {
+
+void TraceRanges(ConfigUpgrader& upgrader, const PortRange& rtp, const PortRange& nat) {
+    upgrader.Trace(3, "RtpStart: %lu, \tRtpEnd: %lu, \tRtpLen: %lu\n", Wide(rtp.start),
+                   Wide(rtp.end), Wide(rtp.Length()));
+    upgrader.Trace(3, "NatStart: %lu, \tNatEnd: %lu, \tNatLen: %lu\n", Wide(nat.start),
+                   Wide(nat.end), Wide(nat.Length()));
+}
+
+void ReconcilePortRanges(ConfigUpgrader& upgrader, MultiSectionFile& nat, bool isNatOn) {
+    const auto enter = [&](const char* section) {
+        if (nat.GotoSection(section))
+            return true;
+        upgrader.Trace(1, "ERROR: \"%s\" section does not exists.\n", section);
+        return false;
+    };
+    if (!enter("dynamic"))
+        return;
+    const bool isTraversalOn = nat.GetSectionEntry("use_stun") != "1";
+    PortRange rtpRange = ReadRange(nat, "self");
+    PortRange natRange = ReadRange(nat, "mapped");
+    if (!enter("um_dynamic"))
+        return;
+    const PortRange umRtpRange = ReadRange(nat, "self");
+    const PortRange umNatRange = ReadRange(nat, "mapped");
+
+    upgrader.Trace(3, "isNatOn: %d, dynamic_IsNatTraversalOn: %d\n", isNatOn, isTraversalOn);
+    upgrader.Trace(3, "Current port ranges\n");
+    TraceRanges(upgrader, rtpRange, natRange);
+    upgrader.Trace(3, "umRtpStart: %lu, \tumRtpEnd: %lu, \tumRtpLen: %lu\n", Wide(umRtpRange.start),
+                   Wide(umRtpRange.end), Wide(umRtpRange.Length()));
+    upgrader.Trace(3, "umNatStart: %lu, \tumNatEnd: %lu, \tumNatLen: %lu\n", Wide(umNatRange.start),
+                   Wide(umNatRange.end), Wide(umNatRange.Length()));
+
+    const bool throughNat = isNatOn && isTraversalOn;
+    if (throughNat)
+        natRange = MergeNatRange(natRange, umNatRange);
+    rtpRange = MergeRtpRange(rtpRange, umRtpRange, throughNat ? natRange.Length() : 0);
+    upgrader.Trace(3, "Updated port ranges\n");
+    TraceRanges(upgrader, rtpRange, natRange);
+
+    if (!enter("dynamic"))
+        return;
+    const bool hasNat = natRange.start != 0;
+    nat.SetSectionEntry("self_port_range_start", NumberToString(rtpRange.start));
+    nat.SetSectionEntry("self_port_range_end", NumberToString(rtpRange.end));
+    nat.SetSectionEntry("mapped_port_range_start", hasNat ? NumberToString(natRange.start) : "");
+    nat.SetSectionEntry("mapped_port_range_end", hasNat ? NumberToString(natRange.end) : "");
+    upgrader.Save(nat);
+
+    SectionFile rtp = upgrader.OpenSectionFile(upgrader.configRoot + "rtp.cfg", false);
+    if (!rtp || !rtp->GotoSection("common"))
+        return;
+    upgrader.Trace(3, "update rtp.cfg: RtpStart: %lu, \tRtpEnd: %lu, \tRtpLen: %lu\n",
+                   Wide(rtpRange.start), Wide(rtpRange.end), Wide(rtpRange.Length()));
+    rtp->SetSectionEntry("min_rtp_port", NumberToString(rtpRange.start));
+    rtp->SetSectionEntry("max_rtp_port", NumberToString(rtpRange.end));
+    upgrader.Save(*rtp);
+}
+
+}  // namespace
+
 void ConfigUpgrader::UpdateStunFile() {
     if (!IsVersionBelow("3.1.2"))
         return;
@@ -104,64 +166,6 @@ void ConfigUpgrader::UpdateRtpPortRanges() {
         }
     }
     if (SectionFile nat = OpenSectionFile(configRoot + "nat.cfg", false))
-        ReconcilePortRanges(*nat, isNatOn);
+        ReconcilePortRanges(*this, *nat, isNatOn);
     Trace(3, "Done.\n");
-}
-
-void ConfigUpgrader::ReconcilePortRanges(MultiSectionFile& nat, bool isNatOn) {
-    const auto enter = [&](const char* section) {
-        if (nat.GotoSection(section))
-            return true;
-        Trace(1, "ERROR: \"%s\" section does not exists.\n", section);
-        return false;
-    };
-    if (!enter("dynamic"))
-        return;
-    const bool isTraversalOn = nat.GetSectionEntry("use_stun") != "1";
-    PortRange rtpRange = ReadRange(nat, "self");
-    PortRange natRange = ReadRange(nat, "mapped");
-    if (!enter("um_dynamic"))
-        return;
-    const PortRange umRtpRange = ReadRange(nat, "self");
-    const PortRange umNatRange = ReadRange(nat, "mapped");
-
-    Trace(3, "isNatOn: %d, dynamic_IsNatTraversalOn: %d\n", isNatOn, isTraversalOn);
-    Trace(3, "Current port ranges\n");
-    TraceRanges(rtpRange, natRange);
-    Trace(3, "umRtpStart: %lu, \tumRtpEnd: %lu, \tumRtpLen: %lu\n", Wide(umRtpRange.start),
-          Wide(umRtpRange.end), Wide(umRtpRange.Length()));
-    Trace(3, "umNatStart: %lu, \tumNatEnd: %lu, \tumNatLen: %lu\n", Wide(umNatRange.start),
-          Wide(umNatRange.end), Wide(umNatRange.Length()));
-
-    const bool throughNat = isNatOn && isTraversalOn;
-    if (throughNat)
-        natRange = MergeNatRange(natRange, umNatRange);
-    rtpRange = MergeRtpRange(rtpRange, umRtpRange, throughNat ? natRange.Length() : 0);
-    Trace(3, "Updated port ranges\n");
-    TraceRanges(rtpRange, natRange);
-
-    if (!enter("dynamic"))
-        return;
-    const bool hasNat = natRange.start != 0;
-    nat.SetSectionEntry("self_port_range_start", NumberToString(rtpRange.start));
-    nat.SetSectionEntry("self_port_range_end", NumberToString(rtpRange.end));
-    nat.SetSectionEntry("mapped_port_range_start", hasNat ? NumberToString(natRange.start) : "");
-    nat.SetSectionEntry("mapped_port_range_end", hasNat ? NumberToString(natRange.end) : "");
-    Save(nat);
-
-    SectionFile rtp = OpenSectionFile(configRoot + "rtp.cfg", false);
-    if (!rtp || !rtp->GotoSection("common"))
-        return;
-    Trace(3, "update rtp.cfg: RtpStart: %lu, \tRtpEnd: %lu, \tRtpLen: %lu\n", Wide(rtpRange.start),
-          Wide(rtpRange.end), Wide(rtpRange.Length()));
-    rtp->SetSectionEntry("min_rtp_port", NumberToString(rtpRange.start));
-    rtp->SetSectionEntry("max_rtp_port", NumberToString(rtpRange.end));
-    Save(*rtp);
-}
-
-void ConfigUpgrader::TraceRanges(const PortRange& rtp, const PortRange& nat) {
-    Trace(3, "RtpStart: %lu, \tRtpEnd: %lu, \tRtpLen: %lu\n", Wide(rtp.start), Wide(rtp.end),
-          Wide(rtp.Length()));
-    Trace(3, "NatStart: %lu, \tNatEnd: %lu, \tNatLen: %lu\n", Wide(nat.start), Wide(nat.end),
-          Wide(nat.Length()));
 }

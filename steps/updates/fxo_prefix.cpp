@@ -12,13 +12,13 @@ namespace {
 
 bool IsPstnWithDigit(const std::optional<std::string>& type,
                      const std::optional<std::string>& number) {
-    return type == "PSTN" && number && !number->empty() && number->front() == '0';
+    return type == "PSTN" && number && number->starts_with('0');
 }
 
 /// "PSTN-0555" without the digit. What stands where the hyphen should be is not looked at and
 /// becomes one.
 std::optional<std::string> WithoutAccessDigit(const std::string& callTo) {
-    if (callTo.rfind("PSTN", 0) != 0 || callTo.size() < 6 || callTo[5] != '0')
+    if (!callTo.starts_with("PSTN") || callTo.size() < 6 || callTo[5] != '0')
         return std::nullopt;
     return "PSTN-" + callTo.substr(6);
 }
@@ -37,28 +37,12 @@ bool UpdateCallTargets(MultiSectionFile& services) {
     return changed;
 }
 
-}  // namespace
-
-void ConfigUpgrader::UpdateFxoPrefix() {
-    if (!IsVersionBelow("3.1.0"))
-        return;
-    Trace(3, "Starting update Fxo prefix.\n");
-    for (const std::string& extension : liveExtensions) {
-        const std::string directory = configRoot + extension + "/";
-        Trace(3, "Update for extension %s.\n", extension.c_str());
-        UpdateSpeedDials(directory + "speedcalldb");
-        UpdateAutomaticCall(directory + "servicesdb");
-        UpdateForwardTargets(directory);
-    }
-    Trace(3, "Done.\n");
+void TraceInvalidFxoFile(ConfigUpgrader& upgrader, const std::string& path) {
+    upgrader.Trace(1, "MINOR ERROR in UpdateFxoPrefix: Invalid file: %s\n", path.c_str());
 }
 
-void ConfigUpgrader::TraceInvalidFxoFile(const std::string& path) {
-    Trace(1, "MINOR ERROR in UpdateFxoPrefix: Invalid file: %s\n", path.c_str());
-}
-
-void ConfigUpgrader::UpdateSpeedDials(const std::string& path) {
-    Trace(3, "Update speedcalldb.\n");
+void UpdateSpeedDials(ConfigUpgrader& upgrader, const std::string& path) {
+    upgrader.Trace(3, "Update speedcalldb.\n");
     try {
         MultiSectionFile dials(path, false);
         bool changed = false;
@@ -71,14 +55,14 @@ void ConfigUpgrader::UpdateSpeedDials(const std::string& path) {
             changed = true;
         }
         if (changed)
-            Save(dials);
+            upgrader.Save(dials);
     } catch (const FileError&) {
-        TraceInvalidFxoFile(path);
+        TraceInvalidFxoFile(upgrader, path);
     }
 }
 
-void ConfigUpgrader::UpdateAutomaticCall(const std::string& path) {
-    Trace(3, "Update servicesdb.\n");
+void UpdateAutomaticCall(ConfigUpgrader& upgrader, const std::string& path) {
+    upgrader.Trace(3, "Update servicesdb.\n");
     try {
         ConfigFile services(path, false, true);
         const auto number = services.GetEntry("auto_dest");
@@ -86,34 +70,51 @@ void ConfigUpgrader::UpdateAutomaticCall(const std::string& path) {
             return;
         services.SetEntry("auto_dest", number->substr(1));
         services.SetEntry("auto_fxo_prefix", "0");
-        Save(services);
+        upgrader.Save(services);
     } catch (const FileError&) {
-        TraceInvalidFxoFile(path);
+        TraceInvalidFxoFile(upgrader, path);
     }
 }
 
-void ConfigUpgrader::UpdateForwardTargets(const std::string& directory) {
-    Trace(3, "Update supservices_x files.\n");
-    SectionFile patterns = OpenSectionFile(directory + "addresspatterndb", false);
+void UpdateForwardTargets(ConfigUpgrader& upgrader, const std::string& directory) {
+    upgrader.Trace(3, "Update supservices_x files.\n");
+    SectionFile patterns = upgrader.OpenSectionFile(directory + "addresspatterndb", false);
     if (!patterns) {
-        const std::string shared = configRoot + "default" + "/" + "addresspatterndb";
-        patterns = OpenSectionFile(shared, false);
+        const std::string shared = upgrader.configRoot + "default" + "/" + "addresspatterndb";
+        patterns = upgrader.OpenSectionFile(shared, false);
         if (!patterns) {
-            Trace(1, "MINOR ERROR in UpdateFxoPrefix: Invalid file: %s.\n", shared.c_str());
+            upgrader.Trace(1, "MINOR ERROR in UpdateFxoPrefix: Invalid file: %s.\n",
+                           shared.c_str());
             return;
         }
     }
     for (patterns->Restart(); patterns->GotoNextSection();) {
         const std::string id = patterns->GetSectionEntry("section_id").value_or("");
-        Trace(3, "\tUpdate supservices_%s.\n", id.c_str());
+        upgrader.Trace(3, "\tUpdate supservices_%s.\n", id.c_str());
         const std::string path = directory + "supservices_" + id;
         try {
             MultiSectionFile services(path, false);
             for (const char* section : {"funcond", "fnoanswer", "fbusy"})
                 if (services.GotoSection(section) && UpdateCallTargets(services))
-                    Save(services);
+                    upgrader.Save(services);
         } catch (const FileError&) {
-            TraceInvalidFxoFile(path);
+            TraceInvalidFxoFile(upgrader, path);
         }
     }
+}
+
+}  // namespace
+
+void ConfigUpgrader::UpdateFxoPrefix() {
+    if (!IsVersionBelow("3.1.0"))
+        return;
+    Trace(3, "Starting update Fxo prefix.\n");
+    for (const std::string& extension : liveExtensions) {
+        const std::string directory = configRoot + extension + "/";
+        Trace(3, "Update for extension %s.\n", extension.c_str());
+        UpdateSpeedDials(*this, directory + "speedcalldb");
+        UpdateAutomaticCall(*this, directory + "servicesdb");
+        UpdateForwardTargets(*this, directory);
+    }
+    Trace(3, "Done.\n");
 }

@@ -1,11 +1,8 @@
 // The local routing table, the dial plan and the group lists.
 
-#include <unistd.h>
-
 #include <optional>
 
 #include "app/config_upgrader.h"
-#include "platform/file_utility.h"
 #include "platform/string_utils.h"
 #include "util/shell.h"
 
@@ -21,6 +18,23 @@ bool GotoPattern(MultiSectionFile& dialPlan, const std::string& pattern) {
         if (dialPlan.GetSectionEntry("pattern") == pattern)
             return true;
     return false;
+}
+
+/// Deletes emergency and access-code routes and has the route tool rebuild its data.
+void DropAccessRoutes(ConfigUpgrader& upgrader, MultiSectionFile& routes) {
+    upgrader.Trace(3, "Starting update localrouttabledb.\n");
+    bool changed = false;
+    for (routes.Restart(); routes.GotoNextSection();) {
+        if (routes.GetSectionEntry("emergancy") == "1" ||
+            routes.GetSectionEntry("access_code") == "1") {
+            routes.DeleteSection();
+            changed = true;
+        }
+    }
+    if (changed)
+        upgrader.Save(routes);
+    const std::string outcome = upgrader.RunWithErrorText(ShellPath(upgrader.appliance.routeTool));
+    upgrader.Trace(3, "Update done - %s.\n", outcome.c_str());
 }
 
 }  // namespace
@@ -52,40 +66,12 @@ void ConfigUpgrader::UpdateLocalRouteDB() {
     try {
         MultiSectionFile routes(path, true);
         if (permitted)
-            DropAccessRoutes(routes);
+            DropAccessRoutes(*this, routes);
     } catch (const FileError&) {
         TraceInvalidFile(path);
         return;
     }
     Trace(3, "Done.\n");
-}
-
-/// Deletes emergency and access-code routes and has the route tool rebuild its data.
-void ConfigUpgrader::DropAccessRoutes(MultiSectionFile& routes) {
-    Trace(3, "Starting update localrouttabledb.\n");
-    bool changed = false;
-    for (routes.Restart(); routes.GotoNextSection();) {
-        if (routes.GetSectionEntry("emergancy") == "1" ||
-            routes.GetSectionEntry("access_code") == "1") {
-            routes.DeleteSection();
-            changed = true;
-        }
-    }
-    if (changed)
-        Save(routes);
-    const std::string outcome = RunWithErrorText(ShellPath(appliance.routeTool));
-    Trace(3, "Update done - %s.\n", outcome.c_str());
-}
-
-/// Runs a command with its errors sent to the error file; "Success", or "Failed: " and the errors.
-std::string ConfigUpgrader::RunWithErrorText(const std::string& command) {
-    // Everybody may put something under this name: a FIFO would block the shell, a link would be
-    // written through.
-    FileUtility::RemoveDirOrFile(appliance.lastError);
-    const int result = RunShell(command + " 2> " + ShellPath(appliance.lastError));
-    const std::string outcome = result == 0 ? "Success" : "Failed: " + ReadLastError();
-    unlink(appliance.lastError.c_str());
-    return outcome;
 }
 
 void ConfigUpgrader::UpdateDialPlan() {
@@ -136,7 +122,7 @@ void ConfigUpgrader::UpdateGroupListDB() {
                 for (std::string& item : StringUtils::ParseCommaLine(*addresses, ',')) {
                     const std::size_t slash = item.find('/');
                     if (slash == std::string::npos)
-                        continue;  // no address: dropped
+                        continue;  // no address; dropped on purpose
                     item[slash] = '-';
                     groups.AddSectionEntry("addr", item);
                     changed = true;

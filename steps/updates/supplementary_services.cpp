@@ -1,14 +1,12 @@
 // Merges an extension's seven old caller databases, one per service, into one record per caller
 // with a services file of its own.
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <map>
 
 #include "app/config_upgrader.h"
-#include "platform/file_utility.h"
+#include "files/replace.h"
 #include "platform/sip_address.h"
 #include "util/numbers.h"
 
@@ -90,7 +88,7 @@ std::string ReadParty(MultiSectionFile& file, const std::string& type, std::stri
     host = Value(file, "user_host_address");
     std::string address;
     MergeSIPAddress(address, Value(file, "user_display_name"), user, host,
-                    Value(file, "user_host_port"), false);
+                    Value(file, "user_host_port"));
     return address;
 }
 
@@ -223,6 +221,7 @@ public:
             Merge();
         } catch (const FileError&) {
             upgrader_.TraceInvalidFile(path_);
+            SaveServices();
         }
     }
 
@@ -244,17 +243,34 @@ private:
         const auto any = ids_.find({"any", ""});
         if (any != ids_.end())
             InheritFromAny(patterns, any->second);
+        SaveServices();
         upgrader_.Trace(3, "Merge Done.\n");
         upgrader_.Trace(3, "Removing ald services DBs.\n");
         // What could not be saved in its new form stays in its old one.
         if (allSaved_)
             for (const OldDatabase& database : oldDatabases)
-                FileUtility::RemoveFile(At(database.name));
+                files::RemoveFile(At(database.name));
         upgrader_.Trace(3, "Remove Done.\n");
         upgrader_.Trace(3, "Ext Done.\n");
     }
 
     void Save(MultiSectionFile& file) { allSaved_ = upgrader_.Save(file) && allSaved_; }
+
+    /// The services file of a caller. It stays open, for the records of seven databases may go into
+    /// it, and is saved when all are in.
+    MultiSectionFile& Services(const std::string& id, bool createFlag) {
+        const auto open = services_.find(id);
+        if (open != services_.end())
+            return *open->second;
+        auto file = std::make_unique<MultiSectionFile>(At("supservices_" + id), createFlag);
+        return *services_.emplace(id, std::move(file)).first->second;
+    }
+
+    void SaveServices() {
+        for (const auto& [id, file] : services_)
+            Save(*file);
+        services_.clear();
+    }
 
     void ReadKnownCallers(MultiSectionFile& patterns) {
         for (patterns.Restart(); patterns.GotoNextSection();) {
@@ -288,7 +304,7 @@ private:
                 }
                 id = found->second;
             }
-            MultiSectionFile services(At("supservices_" + id), true);
+            MultiSectionFile& services = Services(id, true);
             if (!known) {
                 AddCaller(patterns, record, id);
                 callerKeys_.push_back(record.key);
@@ -297,20 +313,17 @@ private:
                 AddServiceSections(services, flags);
             }
             ApplyRecord(old, database, flags, target, services);
-            Save(services);
         }
     }
 
     void InheritFromAny(MultiSectionFile& patterns, const std::string& anyId) {
-        MultiSectionFile any(At("supservices_" + anyId), false);
+        MultiSectionFile& any = Services(anyId, false);
         for (patterns.Restart(); patterns.GotoNextSection();) {
             const std::string id = Value(patterns, "section_id");
             if (id == anyId)
                 continue;
             try {
-                MultiSectionFile services(At("supservices_" + id), false);
-                InheritServices(any, services);
-                Save(services);
+                InheritServices(any, Services(id, false));
             } catch (const FileError&) {
                 upgrader_.Trace(1, "MINOR ERROR: Invalid file: %s.\n", path_.c_str());
             }
@@ -322,6 +335,7 @@ private:
     std::string path_;
     NameList callerKeys_;
     std::map<std::pair<std::string, std::string>, std::string> ids_;  // by address and type
+    std::map<std::string, SectionFile> services_;                     // by identifier
     std::int64_t nextId_ = 0;
     bool allSaved_ = true;
 };

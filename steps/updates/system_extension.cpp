@@ -5,29 +5,124 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <vector>
 
 #include "app/config_upgrader.h"
-#include "platform/disk_failures.h"
-#include "platform/eeprom.h"
+#include "files/look.h"
+#include "files/refusals.h"
+#include "files/replace.h"
+#include "files/tree.h"
 #include "platform/file_utility.h"
 #include "platform/string_utils.h"
-#include "store/file_io.h"
-#include "store/tree_mirror.h"
+#include "store/eeprom.h"
 #include "util/numbers.h"
 #include "util/shell.h"
 
 using Configuration::FileError;
 using Configuration::MultiSectionFile;
 
+namespace {
+
+/// Whether the shell's "*" finds something in a directory.
+bool HasVisibleEntries(const std::string& directory) {
+    const auto listing = files::ListDirectory(directory);
+    return listing && std::any_of(listing->entries.begin(), listing->entries.end(),
+                                  [](const auto& entry) { return !entry.name.starts_with('.'); });
+}
+
+/// Lays the files of attendant 00 over those of the system extension: over a copy of its directory,
+/// which then takes the directory's place. A copy that fails half way changes nothing.
+std::string CopyAttendantToSystem(ConfigUpgrader& upgrader) {
+    const std::string attendant = upgrader.configRoot + "00/";
+    const std::string system = upgrader.configRoot + "system";
+    const std::string command = "cp -Rf " + ShellPath(attendant) + "* ";
+    if (!CorrectPath(system))
+        return upgrader.RunWithErrorText(command + ShellPath(system));
+    const std::string place = files::RealPath(system);
+    const std::string copy = place + files::temporarySuffix;
+    files::RemoveTree(copy);
+    std::string error = files::MirrorTree(place, copy, files::By::Copying);
+    std::string outcome;
+    if (error.empty()) {
+        outcome = upgrader.RunWithErrorText(command + ShellPath(copy));
+        if (outcome == "Success")
+            error = files::SwapDirectories(copy, place);
+        else if (HasVisibleEntries(attendant))
+            files::NoteRefusal(EIO);  // nothing but the disk keeps it from being made
+    }
+    files::RemoveTree(copy);
+    return error.empty() ? outcome : "Failed: " + error;
+}
+
+/// The shares of the voice-mail storage that the extensions and attendants have, in percent; in 32
+/// bits, as the shares are.
+int SumMailboxPortions(ConfigUpgrader& upgrader) {
+    std::uint32_t sum = 0;
+    const auto add = [&](const std::string& name) {
+        FlatFile mailbox =
+            upgrader.OpenFlatFile(upgrader.configRoot + name + "/voicemaildb", false, true);
+        if (!mailbox)
+            return;
+        const auto portion = mailbox->GetEntry("mail_box_portion");
+        if (!portion)
+            return;
+        sum += static_cast<std::uint32_t>(StringToNumber<int>(*portion));
+        upgrader.Trace(3, "mail_box_portion= %s.\n", portion->c_str());
+    };
+    for (const std::string& extension : upgrader.liveExtensions) {
+        upgrader.Trace(3, "Ext: %s\n", extension.c_str());
+        add(extension);
+    }
+    for (const std::string& attendant : upgrader.liveAttendants) {
+        upgrader.Trace(3, "Att: %s\n", attendant.c_str());
+        add(attendant);
+    }
+    upgrader.Trace(3, "SUM mail_box_portion = %d.\n", static_cast<int>(sum));
+    return static_cast<int>(sum);
+}
+
+void UpdateSystemMailbox(ConfigUpgrader& upgrader, int usedPortions) {
+    const std::string path = upgrader.configRoot + "system/voicemaildb";
+    FlatFile mailbox = upgrader.OpenFlatFile(path, false, true);
+    if (!mailbox) {
+        upgrader.Trace(1, "MINOR ERROR in UpdateSystemExtension: Invalid file: %s.\n",
+                       path.c_str());
+        return;
+    }
+    const auto folder = mailbox->GetEntry("voice_data_folder");
+    if (!folder)
+        return;
+    const bool removed = unlink((*folder + "attwelcomerouting.wav").c_str()) == 0;
+    upgrader.Trace(3, "Removed %s%s file - %s.\n", folder->c_str(), "attwelcomerouting.wav",
+                   removed ? "Success" : "Failed");
+    mailbox->SetEntry("voice_data_folder", StringUtils::ReplaceString(*folder, "00", "system", 0));
+    mailbox->SetEntry("mail_box_portion", usedPortions <= 98 ? "1" : "0");
+    upgrader.Save(*mailbox);
+    upgrader.Trace(3, "Update %s file.\n", path.c_str());
+}
+
+/// Nothing but an attendant's own directory, or the link that stands for it, is ever removed: no
+/// file, no extension's directory, and none of those that every unit has.
+bool IsAttendantDirectory(const ConfigUpgrader& upgrader, const std::string& name) {
+    constexpr const char* unitDirectories[] = {"default", "defatt", "system", "isdn", "e1t1"};
+    if (!files::IsDirectoryName(name) || ListContains(upgrader.liveExtensions, name) ||
+        IsOneOf(unitDirectories, name))
+        return false;
+    const std::string path = upgrader.configRoot + name;
+    return CorrectPath(path) || (!FileExist(path) && files::IsLink(path));
+}
+
+}  // namespace
+
 void ConfigUpgrader::UpdateSystemExtension() {
     if (!IsVersionBelow("3.1.0"))
         return;
     Trace(3, "Starting update System extension.\n");
-    const std::string outcome = CopyAttendantToSystem();
+    const std::string outcome = CopyAttendantToSystem(*this);
     Trace(3, "Copy 00 to System done - %s.\n", outcome.c_str());
     if (outcome != "Success")
         return;
-    UpdateSystemMailbox(SumMailboxPortions());
+    UpdateSystemMailbox(*this, SumMailboxPortions(*this));
 
     const std::string path = configRoot + "system/personaldatadb";
     if (FlatFile personal = OpenFlatFile(path, false, true)) {
@@ -39,84 +134,6 @@ void ConfigUpgrader::UpdateSystemExtension() {
         Trace(1, "MINOR ERROR in UpdateSystemExtension: Invalid file: %s.\n", path.c_str());
     }
     Trace(3, "Done.\n");
-}
-
-/// Lays the files of attendant 00 over those of the system extension. They are gathered beside it
-/// first: a copy that fails half way changes nothing.
-std::string ConfigUpgrader::CopyAttendantToSystem() {
-    const std::string system = configRoot + "system";
-    const std::string gathered = system + Configuration::temporarySuffix;
-    FileUtility::RemoveDirOrFile(gathered);
-    const bool isGathered = CorrectPath(system);
-    if (isGathered)
-        FileUtility::MakeDirectory(gathered);  // where it can't be made, cp says so
-    const std::string outcome = RunWithErrorText("cp -Rf " + ShellPath(configRoot + "00/") + "* " +
-                                                 ShellPath(isGathered ? gathered : system));
-    if (outcome == "Success" && isGathered) {
-        const std::string error = Configuration::MoveInto(gathered, system);
-        if (!error.empty())
-            Trace(1, "MINOR ERROR: Can't save file: %s (%s)\n", system.c_str(), error.c_str());
-    }
-    FileUtility::RemoveDirOrFile(gathered);
-    const auto files = ListDirectory(configRoot + "00");
-    if (outcome != "Success" && isGathered && files && !files->names.empty())
-        CountDiskFailure(EIO);  // nothing but the disk keeps it from being made
-    return outcome;
-}
-
-/// The shares of the voice-mail storage that the extensions and attendants have, in percent.
-int ConfigUpgrader::SumMailboxPortions() {
-    std::uint32_t sum = 0;
-    const auto add = [&](const std::string& name) {
-        FlatFile mailbox = OpenFlatFile(configRoot + name + "/voicemaildb", false, true);
-        if (!mailbox)
-            return;
-        const auto portion = mailbox->GetEntry("mail_box_portion");
-        if (!portion)
-            return;
-        sum += static_cast<std::uint32_t>(StringToNumber<int>(*portion));
-        Trace(3, "mail_box_portion= %s.\n", portion->c_str());
-    };
-    for (const std::string& extension : liveExtensions) {
-        Trace(3, "Ext: %s\n", extension.c_str());
-        add(extension);
-    }
-    for (const std::string& attendant : liveAttendants) {
-        Trace(3, "Att: %s\n", attendant.c_str());
-        add(attendant);
-    }
-    Trace(3, "SUM mail_box_portion = %d.\n", static_cast<int>(sum));
-    return static_cast<int>(sum);
-}
-
-void ConfigUpgrader::UpdateSystemMailbox(int usedPortions) {
-    const std::string path = configRoot + "system/voicemaildb";
-    FlatFile mailbox = OpenFlatFile(path, false, true);
-    if (!mailbox) {
-        Trace(1, "MINOR ERROR in UpdateSystemExtension: Invalid file: %s.\n", path.c_str());
-        return;
-    }
-    const auto folder = mailbox->GetEntry("voice_data_folder");
-    if (!folder)
-        return;
-    const bool removed = unlink((*folder + "attwelcomerouting.wav").c_str()) == 0;
-    Trace(3, "Removed %s%s file - %s.\n", folder->c_str(), "attwelcomerouting.wav",
-          removed ? "Success" : "Failed");
-    mailbox->SetEntry("voice_data_folder", StringUtils::ReplaceString(*folder, "00", "system", 0));
-    mailbox->SetEntry("mail_box_portion", usedPortions <= 98 ? "1" : "0");
-    Save(*mailbox);
-    Trace(3, "Update %s file.\n", path.c_str());
-}
-
-/// Nothing but an attendant's own directory is ever removed: no file, no extension's directory, and
-/// none of those that every unit has.
-bool ConfigUpgrader::IsAttendantDirectory(const std::string& name) const {
-    constexpr const char* unitDirectories[] = {"default", "defatt", "system", "isdn", "e1t1"};
-    if (!FileUtility::IsDirectoryName(name) || ListContains(liveExtensions, name))
-        return false;
-    return std::find(std::begin(unitDirectories), std::end(unitDirectories), name) ==
-               std::end(unitDirectories) &&
-           CorrectPath(configRoot + name);
 }
 
 void ConfigUpgrader::RestrictAttendants() {
@@ -141,7 +158,7 @@ void ConfigUpgrader::RestrictAttendants() {
     }
     if (!removed.empty() && Save(*extensions)) {
         for (const std::string& attendant : removed)
-            if (IsAttendantDirectory(attendant))
+            if (IsAttendantDirectory(*this, attendant))
                 FileUtility::RemoveDirOrFile(configRoot + attendant);
         // The database held open still has them; a later save must not bring them back.
         try {

@@ -41,70 +41,104 @@ std::string RenamedRoutes(const std::string& list) {
     return joined;
 }
 
-/// The trunk's own settings. line_code, frame_mode, tx_lbo and sync_clock (1 to 4) are dropped: a
-/// BRI trunk has none.
-void MapTrunkKeys(MultiSectionFile& old, MultiSectionFile& target) {
+std::string MappedValue(const std::string& value, TrunkValue kind) {
+    switch (kind) {
+        case TrunkValue::Route:
+            return RenamedRoute(value);
+        case TrunkValue::Trimmed:
+            return Trimmed(value);
+        case TrunkValue::Routes:
+            return RenamedRoutes(value);
+        case TrunkValue::AsIs:
+            break;
+    }
+    return value;
+}
+
+/// Writes the keys that the old file's current section has into the new file's.
+template <std::size_t N>
+void MapKeys(const TrunkKey (&keys)[N], MultiSectionFile& old, MultiSectionFile& target) {
+    for (const TrunkKey& key : keys)
+        if (const auto value = old.GetSectionEntry(key.from))
+            target.SetSectionEntry(key.to, MappedValue(*value, key.value));
+}
+
+/// The trunk's own settings.
+void MapTrunk(MultiSectionFile& old, MultiSectionFile& target) {
     if (!old.GotoSection("trunk") || !target.GotoSection("trunk"))
         return;
-    for (std::size_t i = 0; i < std::size(src_patterns); ++i)
-        if (i == 0 || i > 4)
-            target.SetSectionEntry(dest_patterns[i],
-                                   old.GetSectionEntry(src_patterns[i]).value_or(""));
-    if (const auto passiveMode = old.GetSectionEntry(isdn_l3_src_patterns[20]))
-        target.SetSectionEntry(isdn_l3_src_patterns[20], *passiveMode);
+    for (const TrunkKey& key : src_patterns)
+        target.SetSectionEntry(key.to, old.GetSectionEntry(key.from).value_or(""));
+    // A side's key by its name, but the trunk's own here.
+    if (const auto passiveMode = old.GetSectionEntry("passive_mode"))
+        target.SetSectionEntry("passive_mode", *passiveMode);
 }
 
 /// One side's settings: `old` is in the side's section.
-void MapSideKeys(MultiSectionFile& old, MultiSectionFile& target) {
+void MapSide(MultiSectionFile& old, MultiSectionFile& target) {
     target.GotoSection("level_2");
-    for (std::size_t i = 2; i < std::size(isdn_l2_src_patterns); ++i)  // no D channel time slots
-        if (const auto value = old.GetSectionEntry(isdn_l2_src_patterns[i]))
-            target.SetSectionEntry(isdn_l2_src_patterns[i], *value);
-
+    MapKeys(isdn_l2_src_patterns, old, target);
     target.GotoSection("level_3");
-    for (std::size_t i = 0; i < 20; ++i) {
-        const std::string key = isdn_l3_src_patterns[i];
-        const auto value = old.GetSectionEntry(key);
-        if (!value)
-            continue;
-        const bool renamed = key == "generate_progress_tone";
-        target.SetSectionEntry(renamed ? "generate_progress_tone_ip" : key,
-                               key == "route_call" ? RenamedRoute(*value) : *value);
-    }
-    for (std::size_t i = 0; i < std::size(isdn_bri_patterns); ++i) {
-        const auto value = old.GetSectionEntry(isdn_bri_patterns[i]);
-        if (!value)
-            continue;
-        const bool isList = i >= 3 && i <= 5;
-        target.SetSectionEntry(isdn_bri_patterns[i],
-                               isList ? RenamedRoutes(*value) : Trimmed(*value));
-    }
+    MapKeys(isdn_l3_src_patterns, old, target);
+    MapKeys(isdn_bri_patterns, old, target);
     if (Trimmed(old.GetSectionEntry("ddi_service").value_or("")) == "Yes" &&
         target.GotoSection("level_2"))
         target.SetSectionEntry("tei_number", "0");
 }
 
-}  // namespace
-
 /// Lowers the echo delay of the named section by 80, when both are there.
-void ConfigUpgrader::LowerEchoDelay(MultiSectionFile& file, const std::string& section) {
+void LowerEchoDelay(ConfigUpgrader& upgrader, MultiSectionFile& file, const std::string& section) {
     if (!file.GotoSection(section))
         return;
     const auto delay = file.GetSectionEntry("echoDelay");
     if (!delay)
         return;
+    // Whatever is no number counts as 0 and becomes -80.
     const std::string lower = NumberToString(std::int64_t{StringToNumber<int>(*delay)} - 80);
     file.SetSectionEntry("echoDelay", lower);
-    Trace(3, "Set echoDelay from %s to %s.\n", delay->c_str(), lower.c_str());
+    upgrader.Trace(3, "Set echoDelay from %s to %s.\n", delay->c_str(), lower.c_str());
 }
+
+/// Moves one trunk's file into its directory; false when there is no old file.
+bool MapIsdnTrunk(ConfigUpgrader& upgrader, const std::string& trunkPath) {
+    SectionFile old = upgrader.OpenSectionFile(trunkPath + ".cfg", false);
+    if (!old)
+        return false;
+    const std::string directory = trunkPath + "/";
+    const bool isFitted = CorrectPath(directory);
+    bool saved = false;
+    if (SectionFile trunk = upgrader.OpenSectionFile(directory + "trunk.cfg", true)) {
+        MapTrunk(*old, *trunk);
+        saved = isFitted && upgrader.Save(*trunk);
+    }
+    const std::pair<const char*, const char*> sides[] = {{"isdn_user", "bri_user.cfg"},
+                                                         {"isdn_net", "bri_net.cfg"}};
+    for (const auto& [section, name] : sides) {
+        SectionFile side = upgrader.OpenSectionFile(directory + name, true);
+        if (!side) {
+            saved = false;
+            continue;
+        }
+        if (old->GotoSection(section))
+            MapSide(*old, *side);
+        saved = isFitted && upgrader.Save(*side) && saved;
+    }
+    // A trunk without its directory is not fitted any more, and its settings go. Where there is
+    // one, they go only when they are saved in it.
+    if (saved || !isFitted)
+        FileUtility::RemoveDirOrFile(trunkPath + ".cfg");
+    return true;
+}
+
+}  // namespace
 
 void ConfigUpgrader::UpdateEchoDelay() {
     if (!IsVersionBelow("3.0.32"))
         return;
     Trace(3, "Starting update e1t1 & isdn cfg files\n");
     if (SectionFile trunk = OpenSectionFile(configRoot + "e1t1/trunk0.cfg", false)) {
-        LowerEchoDelay(*trunk, "trunk_e1");
-        LowerEchoDelay(*trunk, "trunk_t1");
+        LowerEchoDelay(*this, *trunk, "trunk_e1");
+        LowerEchoDelay(*this, *trunk, "trunk_t1");
         Save(*trunk);
         Trace(3, "Updated.\n");
     }
@@ -112,7 +146,7 @@ void ConfigUpgrader::UpdateEchoDelay() {
         SectionFile trunk = OpenSectionFile(TrunkPath(configRoot, i) + ".cfg", false);
         if (!trunk)
             continue;
-        LowerEchoDelay(*trunk, "trunk");
+        LowerEchoDelay(*this, *trunk, "trunk");
         Save(*trunk);
         Trace(3, "Updated.\n");
     }
@@ -133,41 +167,11 @@ void ConfigUpgrader::MapIsdnFiles() {
         Save(*index);
         CloseSectionFile(index);
         for (int i = 0; i < isdnTrunks; ++i)
-            if (!MapIsdnTrunk(TrunkPath(configRoot, i)))
+            if (!MapIsdnTrunk(*this, TrunkPath(configRoot, i)))
                 break;
     } catch (const std::exception& error) {
         Trace(1, "%s", error.what());
         return;
     }
     Trace(3, "Updated.\n");
-}
-
-/// Moves one trunk's file into its directory; false when there is no old file.
-bool ConfigUpgrader::MapIsdnTrunk(const std::string& trunkPath) {
-    SectionFile old = OpenSectionFile(trunkPath + ".cfg", false);
-    if (!old)
-        return false;
-    const std::string directory = trunkPath + "/";
-    bool saved = false;
-    if (SectionFile trunk = OpenSectionFile(directory + "trunk.cfg", true)) {
-        MapTrunkKeys(*old, *trunk);
-        saved = Save(*trunk);
-    }
-    const std::pair<const char*, const char*> sides[] = {{"isdn_user", "bri_user.cfg"},
-                                                         {"isdn_net", "bri_net.cfg"}};
-    for (const auto& [section, name] : sides) {
-        SectionFile side = OpenSectionFile(directory + name, true);
-        if (!side) {
-            saved = false;
-            continue;
-        }
-        if (old->GotoSection(section))
-            MapSideKeys(*old, *side);
-        saved = Save(*side) && saved;
-    }
-    // A trunk without its directory is not fitted any more, and its settings go. Where there is
-    // one, they go only when they are saved in it.
-    if (saved || !CorrectPath(directory))
-        FileUtility::RemoveDirOrFile(trunkPath + ".cfg");
-    return true;
 }

@@ -1,70 +1,77 @@
 #pragma once
 
-// The keys of the ISDN trunk files, in the order in which the mapping takes them.
-inline constexpr const char* src_patterns[] = {"encoding_type",
-                                               "line_code",
-                                               "frame_mode",
-                                               "tx_lbo",
-                                               "sync_clock",
-                                               "loopbackmode",
-                                               "echoTail",
-                                               "echoDelay",
-                                               "nlp_diff",
-                                               "nlp_shift",
-                                               "transmitEnergy",
-                                               "receiveEnergy",
-                                               "processSaturation",
-                                               "patternCount",
-                                               "echoAdvancedSettings",
-                                               "networkside",
-                                               "call_control_signaling_type"};
+/// What becomes of a value of an old ISDN trunk file on its way into the new ones.
+enum class TrunkValue {
+    AsIs,
+    Route,    // a route's name is renamed
+    Trimmed,  // without blanks at its ends
+    Routes    // a comma list; its items are trimmed, routes renamed
+};
 
-inline constexpr const char* dest_patterns[] = {"encoding_type",
-                                                "line_code",
-                                                "frame_mode",
-                                                "tx_lbo",
-                                                "sync_clock",
-                                                "loopbackmode",
-                                                "echoTail",
-                                                "echoDelay",
-                                                "nlp_diff",
-                                                "nlp_shift",
-                                                "transmitEnergy",
-                                                "receiveEnergy",
-                                                "processSaturation",
-                                                "patternCount",
-                                                "echoAdvancedSettings",
-                                                "interface_type",
-                                                "call_control_signaling_type"};
+/// A key of the old file, its name in the new one, and what becomes of the value.
+struct TrunkKey {
+    const char* from;
+    const char* to;
+    TrunkValue value = TrunkValue::AsIs;
+};
 
-inline constexpr const char* isdn_l2_src_patterns[] = {
-    "D_channel_timeslot_tx", "D_channel_timeslot_rx", "Isdn_L2_timer_T200",
-    "Isdn_L2_timer_T203",    "auto_switch",           "tei_number",
-    "tei_power_up"};
+// In the order in which the new files get them.
 
-inline constexpr const char* isdn_l3_src_patterns[] = {"B1_channel",
-                                                       "B2_channel",
-                                                       "B_channel_order",
-                                                       "B_channel_select_type",
-                                                       "Isdn_L3_timer_T302",
-                                                       "Isdn_L3_timer_T306",
-                                                       "Isdn_L3_timer_T309",
-                                                       "Isdn_L3_timer_T310",
-                                                       "route_call",
-                                                       "switch_type",
-                                                       "progress_ind_type",
-                                                       "generate_progress_tone",
-                                                       "generate_progress_tone_pbx",
-                                                       "clirService",
-                                                       "called_type_number",
-                                                       "calling_type_number",
-                                                       "called_numbering_plan",
-                                                       "calling_numbering_plan",
-                                                       "enhanced_disconnect_mode",
-                                                       "incoming_dnis_size",
-                                                       "passive_mode"};
+/// The trunk's own keys; one that the old file lacks is written empty. line_code, frame_mode,
+/// tx_lbo and sync_clock are not here: a BRI trunk has none.
+inline constexpr TrunkKey src_patterns[] = {
+    {"encoding_type", "encoding_type"},
+    {"loopbackmode", "loopbackmode"},
+    {"echoTail", "echoTail"},
+    {"echoDelay", "echoDelay"},
+    {"nlp_diff", "nlp_diff"},
+    {"nlp_shift", "nlp_shift"},
+    {"transmitEnergy", "transmitEnergy"},
+    {"receiveEnergy", "receiveEnergy"},
+    {"processSaturation", "processSaturation"},
+    {"patternCount", "patternCount"},
+    {"echoAdvancedSettings", "echoAdvancedSettings"},
+    {"networkside", "interface_type"},
+    {"call_control_signaling_type", "call_control_signaling_type"}};
 
-inline constexpr const char* isdn_bri_patterns[] = {
-    "use_default_msn",      "enable_msn",          "incoming_msn",
-    "route_msn_call",       "calling_ext",         "outgoing_msn",
-    "calling_board_number", "alert_guard_timeout", "ddi_service"};
+/// Each side's keys for "level_2". The D channel's time slots are not here, for the same reason.
+inline constexpr TrunkKey isdn_l2_src_patterns[] = {{"Isdn_L2_timer_T200", "Isdn_L2_timer_T200"},
+                                                    {"Isdn_L2_timer_T203", "Isdn_L2_timer_T203"},
+                                                    {"auto_switch", "auto_switch"},
+                                                    {"tei_number", "tei_number"},
+                                                    {"tei_power_up", "tei_power_up"}};
+
+/// Each side's keys for "level_3".
+inline constexpr TrunkKey isdn_l3_src_patterns[] = {
+    {"B1_channel", "B1_channel"},
+    {"B2_channel", "B2_channel"},
+    {"B_channel_order", "B_channel_order"},
+    {"B_channel_select_type", "B_channel_select_type"},
+    {"Isdn_L3_timer_T302", "Isdn_L3_timer_T302"},
+    {"Isdn_L3_timer_T306", "Isdn_L3_timer_T306"},
+    {"Isdn_L3_timer_T309", "Isdn_L3_timer_T309"},
+    {"Isdn_L3_timer_T310", "Isdn_L3_timer_T310"},
+    {"route_call", "route_call", TrunkValue::Route},
+    {"switch_type", "switch_type"},
+    {"progress_ind_type", "progress_ind_type"},
+    {"generate_progress_tone", "generate_progress_tone_ip"},
+    {"generate_progress_tone_pbx", "generate_progress_tone_pbx"},
+    {"clirService", "clirService"},
+    {"called_type_number", "called_type_number"},
+    {"calling_type_number", "calling_type_number"},
+    {"called_numbering_plan", "called_numbering_plan"},
+    {"calling_numbering_plan", "calling_numbering_plan"},
+    {"enhanced_disconnect_mode", "enhanced_disconnect_mode"},
+    {"incoming_dnis_size", "incoming_dnis_size"}};
+
+/// Each side's BRI keys, for "level_3" as well.
+inline constexpr TrunkKey isdn_bri_patterns[] = {
+    {"use_default_msn", "use_default_msn", TrunkValue::Trimmed},
+    {"enable_msn", "enable_msn", TrunkValue::Trimmed},
+    {"incoming_msn", "incoming_msn", TrunkValue::Trimmed},
+    {"route_msn_call", "route_msn_call", TrunkValue::Routes},
+    {"calling_ext", "calling_ext", TrunkValue::Routes},
+    {"outgoing_msn", "outgoing_msn", TrunkValue::Routes},
+    {"calling_board_number", "calling_board_number", TrunkValue::Trimmed},
+    {"alert_guard_timeout", "alert_guard_timeout", TrunkValue::Trimmed},
+    {"ddi_service", "ddi_service", TrunkValue::Trimmed}};

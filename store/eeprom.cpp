@@ -1,4 +1,4 @@
-#include "platform/eeprom.h"
+#include "store/eeprom.h"
 
 #include "store/config_file.h"
 

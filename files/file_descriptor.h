@@ -4,7 +4,7 @@
 
 #include <utility>
 
-namespace platform {
+namespace files {
 
 /// Owns an open file descriptor and closes it.
 class FileDescriptor {
@@ -30,4 +30,4 @@ private:
     int file_;
 };
 
-}  // namespace platform
+}  // namespace files
