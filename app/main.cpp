@@ -1,3 +1,6 @@
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <csignal>
 #include <cstdio>
 
@@ -8,6 +11,12 @@ int main(int argc, char** argv) {
     // A log or file that cannot take more is an error of that write, not the end of the upgrade.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
+    // A file that is opened must not take the number of a standard stream.
+    int file = 0;
+    do
+        file = open("/dev/null", O_RDWR);
+    while (file >= 0 && file <= STDERR_FILENO);
+    close(file);
     // Some mv or cp would ask on a terminal, and hold up the start of the appliance.
     if (std::freopen("/dev/null", "r", stdin) == nullptr)
         std::fclose(stdin);

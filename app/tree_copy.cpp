@@ -91,13 +91,12 @@ std::string Description(const std::string& name, const struct stat& info, Detail
         add(time.tv_nsec);
     };
     add(info.st_mode);
+    // Not the device: its number may be another after the next start.
     if (detail == Detail::Live) {
-        add(info.st_dev);
         add(info.st_ino);
+        addTime(info.st_mtim);
         addTime(info.st_ctim);
     }
-    if (detail == Detail::Live)
-        addTime(info.st_mtim);
     if (!S_ISDIR(info.st_mode))
         add(info.st_size);
     return text;

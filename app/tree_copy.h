@@ -19,11 +19,11 @@ struct TreeContent {
 };
 
 /// Copies a directory tree with what its links lead to, for saves write through links: beside the
-/// link stands, under a name that ends as temporaries do, a copy of the file or directory behind it.
-/// Nothing is kept of what lies in the tree anyway, of a directory that holds the tree, and of links
-/// at the top level that `isEntered` denies: a link to a backup or to regional files is not ours to
-/// copy. `held` becomes what the copy holds. Returns the reason in words on failure; an empty text on
-/// success. Nothing is synced.
+/// link stands, under a name that ends as temporaries do, a copy of the file or directory behind
+/// it. Nothing is kept of what lies in the tree anyway, of a directory that holds the tree, and of
+/// links at the top level that `isEntered` denies: a link to a backup or to regional files is not
+/// ours to copy. `held` becomes what the copy holds. Returns the reason in words on failure; an
+/// empty text on success. Nothing is synced.
 std::string CopyTree(const std::string& tree, const std::string& copy, files::By by,
                      const NamePredicate& isEntered, TreeContent& held);
 

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <algorithm>
-#include <cstring>
 #include <initializer_list>
 #include <memory>
 #include <string_view>

@@ -31,9 +31,9 @@ void ConfigUpgrader::ProcessMergeList() {
 
 namespace {
 
-/// The walk over a tree's caller databases. It does not leave the configuration root: a link may
-/// lead to backups or factory files, where nothing is ours to number. Only an extension's or
-/// attendant's own directory may lie elsewhere.
+/// The walk over a tree's caller databases. Its directories do not leave the configuration root: a
+/// link to one may lead to backups or factory files, where nothing is ours to number. Only an
+/// extension's or attendant's own directory may lie elsewhere.
 class CallerDatabaseWalk {
 public:
     explicit CallerDatabaseWalk(ConfigUpgrader& upgrader)

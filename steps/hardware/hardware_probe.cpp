@@ -1,8 +1,6 @@
 // What telephony hardware the unit has, and how linedb and hwinfo record it.
 
-#include <algorithm>
 #include <cstdlib>
-#include <limits>
 #include <optional>
 
 #include "app/config_upgrader.h"

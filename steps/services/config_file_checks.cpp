@@ -4,7 +4,6 @@
 #include <cstdint>
 
 #include "app/config_upgrader.h"
-#include "platform/file_utility.h"
 #include "util/numbers.h"
 
 using Configuration::FileError;
@@ -19,6 +18,7 @@ struct CheckedFile {
     const std::string& path;  // of the live file
 };
 
+/// Without a gate: every upgrade switches it on, also where it was switched off.
 bool SwitchOnAdmissionControl(ConfigUpgrader& upgrader, CheckedFile& file) {
     if (!file.live.GotoSection("common"))
         return false;
@@ -71,6 +71,7 @@ bool CheckStun(ConfigUpgrader& upgrader, CheckedFile& file) {
     return false;
 }
 
+/// Without a gate: on every upgrade the site's fax rate gives way to the firmware's.
 bool CheckFax(ConfigUpgrader&, CheckedFile& file) {
     if (!file.live.GotoSection("T38") || !file.factory.GotoSection("T38"))
         return false;
@@ -121,6 +122,7 @@ bool CheckServices(ConfigUpgrader& upgrader, CheckedFile& file) {
         }
     }
     if (upgrader.IsVersionBelow("3.1.0")) {
+        // Over what the site had, also where the split has just copied it.
         file.live.SetEntry("special_fax_transport_on", "1");
         file.live.SetEntry("transparent_fax_on", "1");
         file.live.SetEntry("outgoing_fax_only", "0");

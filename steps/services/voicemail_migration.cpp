@@ -189,6 +189,11 @@ void ConfigUpgrader::MigrateVoicemail() {
     bool allMoved = true;
     for (const std::string& extension : mailboxes)
         allMoved = MoveMailbox(*this, *old, extension) && allMoved;
+    // Of a tree that was split before its label moved on, nobody has told which attendant is the
+    // first: a mailbox that was left for that stays where it is.
+    for (const std::string& attendant : liveAttendants)
+        if (!ListContains(mailboxes, attendant) && old->GotoSection(attendant))
+            allMoved = false;
     if (allMoved)
         files::RemoveFile(path);
     ReportDone();

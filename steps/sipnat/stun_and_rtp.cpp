@@ -75,6 +75,7 @@ void ReconcilePortRanges(ConfigUpgrader& upgrader, MultiSectionFile& nat, bool i
     };
     if (!enter("dynamic"))
         return;
+    // With STUN the server tells the public ports, and the mapped ranges say nothing.
     const bool isTraversalOn = nat.GetSectionEntry("use_stun") != "1";
     PortRange rtpRange = ReadRange(nat, "self");
     PortRange natRange = ReadRange(nat, "mapped");

@@ -51,6 +51,8 @@ void ConfigUpgrader::UpdateLocalRouteDB() {
             const auto routing = services.GetEntry("routing_on");
             if (!routing)
                 continue;
+            // Switched on for everybody, whatever it was; only one that had it on can cancel the
+            // update of the table.
             if (*routing != "1") {
                 services.SetEntry("routing_on", "1");
                 Save(services);

@@ -195,7 +195,7 @@ void AddCaller(MultiSectionFile& patterns, const CallerRecord& record, const std
     // The readers of the file know the key in this spelling.
     if (record.type == "H323")
         patterns.SetSectionEntry("H232_alias", record.alias);
-    patterns.SetSectionEntry("type", record.type);
+    patterns.SetSectionEntry("type", record.type);  // once more; it does no harm
 }
 
 /// Gives a caller the services that only the caller "any" has settings for.
@@ -221,7 +221,7 @@ public:
             Merge();
         } catch (const FileError&) {
             upgrader_.TraceInvalidFile(path_);
-            SaveServices();
+            SaveAll();
         }
     }
 
@@ -234,16 +234,16 @@ private:
             ConfigFile services(At("servicesdb"), false);
             flags = ReadServiceFlags(services);
         }
-        MultiSectionFile patterns(At("addresspatterndb"), true);
-        ReadKnownCallers(patterns);
+        patterns_ = std::make_unique<MultiSectionFile>(At("addresspatterndb"), true);
+        ReadKnownCallers(*patterns_);
         for (const OldDatabase& database : oldDatabases)
-            MergeDatabase(database, flags, patterns);
-        Save(patterns);
+            MergeDatabase(database, flags, *patterns_);
+        isMerged_ = true;
         upgrader_.Trace(3, "Starting merge non \"any\" callers with \"any\" caller.\n");
         const auto any = ids_.find({"any", ""});
         if (any != ids_.end())
-            InheritFromAny(patterns, any->second);
-        SaveServices();
+            InheritFromAny(*patterns_, any->second);
+        SaveAll();
         upgrader_.Trace(3, "Merge Done.\n");
         upgrader_.Trace(3, "Removing ald services DBs.\n");
         // What could not be saved in its new form stays in its old one.
@@ -266,10 +266,12 @@ private:
         return *services_.emplace(id, std::move(file)).first->second;
     }
 
-    void SaveServices() {
+    /// The services first: a caller that is known and has no services file gets none any more.
+    void SaveAll() {
         for (const auto& [id, file] : services_)
             Save(*file);
-        services_.clear();
+        if (isMerged_)
+            Save(*patterns_);
     }
 
     void ReadKnownCallers(MultiSectionFile& patterns) {
@@ -333,6 +335,8 @@ private:
     ConfigUpgrader& upgrader_;
     std::string directory_;
     std::string path_;
+    SectionFile patterns_;
+    bool isMerged_ = false;  // with all databases
     NameList callerKeys_;
     std::map<std::pair<std::string, std::string>, std::string> ids_;  // by address and type
     std::map<std::string, SectionFile> services_;                     // by identifier

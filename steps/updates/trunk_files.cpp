@@ -3,8 +3,8 @@
 #include "steps/updates/trunk_files.h"
 
 #include <cstdint>
-#include <optional>
 #include <stdexcept>
+#include <utility>
 
 #include "app/config_upgrader.h"
 #include "platform/file_utility.h"
@@ -50,6 +50,7 @@ std::string MappedValue(const std::string& value, TrunkValue kind) {
         case TrunkValue::Routes:
             return RenamedRoutes(value);
         case TrunkValue::AsIs:
+        case TrunkValue::Dropped:
             break;
     }
     return value;
@@ -58,9 +59,11 @@ std::string MappedValue(const std::string& value, TrunkValue kind) {
 /// Writes the keys that the old file's current section has into the new file's.
 template <std::size_t N>
 void MapKeys(const TrunkKey (&keys)[N], MultiSectionFile& old, MultiSectionFile& target) {
-    for (const TrunkKey& key : keys)
-        if (const auto value = old.GetSectionEntry(key.from))
+    for (const TrunkKey& key : keys) {
+        const auto value = old.GetSectionEntry(key.from);
+        if (value && key.value != TrunkValue::Dropped)
             target.SetSectionEntry(key.to, MappedValue(*value, key.value));
+    }
 }
 
 /// The trunk's own settings.
@@ -68,8 +71,9 @@ void MapTrunk(MultiSectionFile& old, MultiSectionFile& target) {
     if (!old.GotoSection("trunk") || !target.GotoSection("trunk"))
         return;
     for (const TrunkKey& key : src_patterns)
-        target.SetSectionEntry(key.to, old.GetSectionEntry(key.from).value_or(""));
-    // A side's key by its name, but the trunk's own here.
+        if (key.value != TrunkValue::Dropped)
+            target.SetSectionEntry(key.to, old.GetSectionEntry(key.from).value_or(""));
+    // A key of the sides by its name, but the trunk's own here; an absent one is not written.
     if (const auto passiveMode = old.GetSectionEntry("passive_mode"))
         target.SetSectionEntry("passive_mode", *passiveMode);
 }

@@ -5,7 +5,8 @@ enum class TrunkValue {
     AsIs,
     Route,    // a route's name is renamed
     Trimmed,  // without blanks at its ends
-    Routes    // a comma list; its items are trimmed, routes renamed
+    Routes,   // a comma list; its items are trimmed, routes renamed
+    Dropped   // nothing is written
 };
 
 /// A key of the old file, its name in the new one, and what becomes of the value.
@@ -15,12 +16,16 @@ struct TrunkKey {
     TrunkValue value = TrunkValue::AsIs;
 };
 
-// In the order in which the new files get them.
+// All keys of the old file, in the order in which the new ones get them.
 
-/// The trunk's own keys; one that the old file lacks is written empty. line_code, frame_mode,
-/// tx_lbo and sync_clock are not here: a BRI trunk has none.
+/// The trunk's own keys; one that the old file lacks is written empty.
 inline constexpr TrunkKey src_patterns[] = {
     {"encoding_type", "encoding_type"},
+    // What a BRI trunk has not.
+    {"line_code", "line_code", TrunkValue::Dropped},
+    {"frame_mode", "frame_mode", TrunkValue::Dropped},
+    {"tx_lbo", "tx_lbo", TrunkValue::Dropped},
+    {"sync_clock", "sync_clock", TrunkValue::Dropped},
     {"loopbackmode", "loopbackmode"},
     {"echoTail", "echoTail"},
     {"echoDelay", "echoDelay"},
@@ -34,12 +39,16 @@ inline constexpr TrunkKey src_patterns[] = {
     {"networkside", "interface_type"},
     {"call_control_signaling_type", "call_control_signaling_type"}};
 
-/// Each side's keys for "level_2". The D channel's time slots are not here, for the same reason.
-inline constexpr TrunkKey isdn_l2_src_patterns[] = {{"Isdn_L2_timer_T200", "Isdn_L2_timer_T200"},
-                                                    {"Isdn_L2_timer_T203", "Isdn_L2_timer_T203"},
-                                                    {"auto_switch", "auto_switch"},
-                                                    {"tei_number", "tei_number"},
-                                                    {"tei_power_up", "tei_power_up"}};
+/// Each side's keys for "level_2".
+inline constexpr TrunkKey isdn_l2_src_patterns[] = {
+    // A BRI trunk has no time slots.
+    {"D_channel_timeslot_tx", "D_channel_timeslot_tx", TrunkValue::Dropped},
+    {"D_channel_timeslot_rx", "D_channel_timeslot_rx", TrunkValue::Dropped},
+    {"Isdn_L2_timer_T200", "Isdn_L2_timer_T200"},
+    {"Isdn_L2_timer_T203", "Isdn_L2_timer_T203"},
+    {"auto_switch", "auto_switch"},
+    {"tei_number", "tei_number"},
+    {"tei_power_up", "tei_power_up"}};
 
 /// Each side's keys for "level_3".
 inline constexpr TrunkKey isdn_l3_src_patterns[] = {
@@ -62,7 +71,9 @@ inline constexpr TrunkKey isdn_l3_src_patterns[] = {
     {"called_numbering_plan", "called_numbering_plan"},
     {"calling_numbering_plan", "calling_numbering_plan"},
     {"enhanced_disconnect_mode", "enhanced_disconnect_mode"},
-    {"incoming_dnis_size", "incoming_dnis_size"}};
+    {"incoming_dnis_size", "incoming_dnis_size"},
+    // The trunk's section has it, and trunk.cfg gets it from there.
+    {"passive_mode", "passive_mode", TrunkValue::Dropped}};
 
 /// Each side's BRI keys, for "level_3" as well.
 inline constexpr TrunkKey isdn_bri_patterns[] = {
