@@ -22,9 +22,9 @@ constexpr const char* copySuffix = ".mend-undo";
 
 /// How far the upgrade is that left a copy. The state is the mark's name: renaming it needs no room
 /// on a full disk. The names end as those of temporaries, so that no mirror takes them along.
-enum class State { UnderWay, SecondUnderWay, Refused, Done };
+enum class State { UnderWay, SecondUnderWay, Refused, Done, Stamped };
 constexpr const char* markNames[] = {"/target.mend-tmp", "/second.mend-tmp", "/again.mend-tmp",
-                                     "/done.mend-tmp"};
+                                     "/done.mend-tmp", "/stamped.mend-tmp"};
 
 std::string MarkPath(const std::string& copy, State state) {
     return copy + markNames[static_cast<std::size_t>(state)];
@@ -76,7 +76,8 @@ Mark ParseMark(const std::string& text) {
 
 /// The state that a copy's mark tells; nothing without a mark.
 std::optional<State> StateOf(const std::string& copy) {
-    for (const State state : {State::Done, State::Refused, State::SecondUnderWay, State::UnderWay})
+    for (const State state :
+         {State::Stamped, State::Done, State::Refused, State::SecondUnderWay, State::UnderWay})
         if (files::IsThere(MarkPath(copy, state)))
             return state;
     return std::nullopt;
@@ -146,7 +147,7 @@ std::string MakeCopy(const std::string& tree, const std::string& temporary, By b
 
 }  // namespace
 
-bool RecoveryCopy::Resume(const std::string& configRoot) {
+bool RecoveryCopy::Resume(const std::string& configRoot, const std::string& version) {
     watch_.StartAnew();
     tree_ = files::RealPath(configRoot);
     if (tree_.empty())  // a copy may be all that is left
@@ -156,6 +157,8 @@ bool RecoveryCopy::Resume(const std::string& configRoot) {
     if (tree_.empty())
         return true;
     copy_ = tree_ + copySuffix;
+    if (watch_.HasSeenOne())
+        return GiveUp("configuration can't be found");
     const std::string temporary = copy_ + files::temporarySuffix;
     if (files::IsThere(temporary))
         files::RemoveTree(temporary);
@@ -172,16 +175,19 @@ bool RecoveryCopy::Resume(const std::string& configRoot) {
         isForeign_ = true;
         return true;
     }
-    if (state == State::Done && (mark.version.empty() || mark.version == stamp)) {
+    const bool isDone =
+        state == State::Done && mark.held && (mark.version.empty() || mark.version == stamp);
+    if (state == State::Stamped || isDone) {
         report_ += "\tlast upgrade was finished, its recovery copy " + copy_ + " is removed\n";
         Remove();
         return true;
     }
-    if (state == State::Refused) {
+    // Such a run has ended, whatever the mark's name: the disk may have refused to change it.
+    if (mark.held && (state == State::Refused || mark.left)) {
         const auto now = FingerprintOf(tree_, copy_);
-        if (watch_.HasSeenOne())
+        if (!now)
             return GiveUp("configuration can't be read");
-        if (!mark.left || now != mark.left)
+        if (now != mark.left)
             return StampAndRemove(mark.version);
     }
     const auto held = ContentOfCopy(copy_);
@@ -189,8 +195,11 @@ bool RecoveryCopy::Resume(const std::string& configRoot) {
         return GiveUp("it is not whole");
     // From here on the tree is neither what the last run left nor what it found, and the mark has
     // to say so first.
-    isSecondTry_ = state != State::UnderWay;
-    if (!SetState(copy_, isSecondTry_ ? State::SecondUnderWay : State::UnderWay))
+    isSecondTry_ = state == State::SecondUnderWay || state == State::Refused;
+    const Mark begun{held, std::nullopt, version};
+    const bool differs = mark.left || mark.version != version;  // else a full disk does no harm
+    if ((differs && !files::ReplaceFile(MarkPath(copy_, *state), MarkText(begun)).empty()) ||
+        !SetState(copy_, isSecondTry_ ? State::SecondUnderWay : State::UnderWay))
         return GiveUp("it can't be marked");
     return PutBack();
 }
@@ -218,12 +227,14 @@ bool RecoveryCopy::GiveUp(const std::string& reason) {
 }
 
 bool RecoveryCopy::StampAndRemove(const std::string& version) {
-    const std::string error = WriteStamp(tree_, version);
+    // Without a linedb there is nothing to stamp, and nothing that was converted to keep.
+    const bool isStamped = files::IsThere(tree_ + "/linedb");
+    const std::string error = isStamped ? WriteStamp(tree_, version) : "";
     if (!error.empty())
         return GiveUp("it has changed since, and can't be stamped: " + error);
-    report_ +=
-        "\tconfiguration has changed since last upgrade, which was not finished: it stays and is stamped, recovery copy " +
-        copy_ + " is removed\n";
+    report_ += "\tconfiguration has changed since last upgrade, which was not finished: it stays" +
+               std::string(isStamped ? " and is stamped" : "") + ", recovery copy " + copy_ +
+               " is removed\n";
     Remove();
     return true;
 }
@@ -299,6 +310,7 @@ void RecoveryCopy::End(bool isFinished) {
     if (!stands_)
         return;
     if (isFinished) {
+        SetState(copy_, State::Stamped);  // should it not go, it is never put back
         Remove();
         return;
     }

@@ -31,7 +31,8 @@ public:
     /// At the start: finds what an earlier run left of the tree that `configRoot` leads to, and
     /// puts the tree back if that run did not end. False when that failed: the tree is half
     /// upgraded and must not be upgraded again.
-    bool Resume(const std::string& configRoot);
+    /// `version` is what an upgrade that begins now would stamp.
+    bool Resume(const std::string& configRoot, const std::string& version);
     /// Makes the copy unless it stands: of links where there is no room, or else none. `isEntered`
     /// tells of which links at the tree's top the directories behind them are upgraded, too;
     /// `version` is what the upgrade would stamp.

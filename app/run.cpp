@@ -107,10 +107,14 @@ std::set<std::string> UpgradedDirectories(const ConfigUpgrader& upgrader) {
     return names;
 }
 
-void MakeRecoveryCopy(ConfigUpgrader& upgrader) {
+void MakeRecoveryCopy(ConfigUpgrader& upgrader, const std::string& version) {
     const std::set<std::string> names = UpgradedDirectories(upgrader);
-    upgrader.recovery.Make(upgrader.VersionToStamp(),
-                           [&](const std::string& name) { return names.contains(name); });
+    const std::string& factory = upgrader.appliance.factoryTelephony;
+    upgrader.recovery.Make(version, [&](const std::string& name) {
+        if (!Contains(name, "/"))
+            return names.contains(name);
+        return CorrectPath(factory + name) || CorrectPath(factory + upgrader.linesDir + name);
+    });
 }
 
 bool OpenLineDb(ConfigUpgrader& upgrader) {
@@ -124,7 +128,7 @@ bool OpenLineDb(ConfigUpgrader& upgrader) {
     }
     // What the disk could not give this time may be there the next.
     if (!upgrader.AreLabelsEqual())
-        MakeRecoveryCopy(upgrader);
+        MakeRecoveryCopy(upgrader, upgrader.VersionToStamp());
     if (!upgrader.CopyFromFactory("linedb"))
         return false;
     upgrader.lineDb = std::make_unique<MultiSectionFile>(path);
@@ -239,7 +243,7 @@ void ConfigUpgrader::Run() {
 void ConfigUpgrader::RunSteps() {
     PrepareForCommands();
     FindConfigRoot(*this);
-    if (!recovery.Resume(configRoot)) {
+    if (!recovery.Resume(configRoot, VersionToStamp())) {
         CreateLog(*this);
         FlushReport();
         return;
@@ -251,7 +255,7 @@ void ConfigUpgrader::RunSteps() {
         return;
     upToDate = CheckVersion();
     if (!upToDate)
-        MakeRecoveryCopy(*this);
+        MakeRecoveryCopy(*this, targetVersion);
     FlushReport();
     CreateLog(*this);
     FlushReport();

@@ -1,8 +1,10 @@
 #include "app/tree_copy.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <set>
 #include <string_view>
@@ -12,6 +14,7 @@
 #include "files/read.h"
 #include "files/refusals.h"
 #include "files/replace.h"
+#include "platform/string_utils.h"
 
 using files::By;
 using files::DirectoryEntry;
@@ -39,6 +42,11 @@ std::string Reason(const std::string& path) {
 
 /// Writes a file back through the link that led to it, unless it is as it was.
 std::string PutBackFile(const std::string& kept, const std::string& link) {
+    if (files::IsLink(kept)) {  // nothing was there
+        if (files::KindOf(link) == Kind::Other)
+            files::RemoveFile(files::BehindLinks(link));
+        return {};
+    }
     const files::ReadResult saved = files::ReadFile(kept);
     if (!saved.bytes)
         return kept + ": " + saved.error;
@@ -166,20 +174,41 @@ public:
 
 private:
     std::string CopyBehind(const std::string& link, const std::string& name) {
-        const std::string real = files::RealPath(link);
         struct stat info {};
-        if (real.empty() || files::IsWithin(real, tree_) || stat(real.c_str(), &info) != 0)
-            return {};
+        const files::RefusalWatch watch;
+        const std::string real = files::RealPath(link);
+        const bool isThere = !real.empty() && stat(real.c_str(), &info) == 0;
+        if (watch.HasSeenOne())
+            return Reason(link);
         const std::string kept = name + std::string(linkedSuffix);
+        const bool isLong = kept.size() - kept.rfind('/') - 1 > NAME_MAX;
+        if (isLong || (isThere && files::IsWithin(real, tree_)))
+            return {};
+        if (!isThere)
+            return NoteDangling(kept);
         if (S_ISREG(info.st_mode)) {
             AddEntry(kept, info, Detail::Copy, held_);
             return files::CopyEntry(real, copy_ + kept, by_);
         }
-        const bool isAtTop = name.find('/', 1) == std::string::npos;
-        if (!S_ISDIR(info.st_mode) || (isAtTop && !isEntered_(name.substr(1))) ||
+        if (!S_ISDIR(info.st_mode) || !isEntered_(OriginalName(name)) ||
             files::IsWithin(tree_, real) || !seen_.insert(real).second)
             return {};
         return Copy(real, kept);
+    }
+
+    /// A link that leads nowhere: what the upgrade makes behind it has to go again.
+    std::string NoteDangling(const std::string& kept) {
+        struct stat info {};
+        const std::string path = copy_ + kept;
+        if (symlink("nothing", path.c_str()) != 0 || lstat(path.c_str(), &info) != 0)
+            return Reason(path);
+        AddEntry(kept, info, Detail::Copy, held_);
+        return {};
+    }
+
+    /// The name below the tree of what has this name below the copy.
+    static std::string OriginalName(const std::string& name) {
+        return StringUtils::ReplaceString(name.substr(1), std::string(linkedSuffix) + "/", "/", 0);
     }
 
     std::string tree_;
@@ -211,7 +240,10 @@ std::string PutBackTree(const std::string& copy, const std::string& tree) {
             if (!isDirectory)
                 return PutBackFile(kept, link);
             const std::string real = files::RealPath(link);
-            if (files::KindOf(real) != Kind::Directory)
+            // An empty one is a mount point whose disk is not there.
+            const auto now = files::ListDirectory(real);
+            const auto then = files::ListDirectory(kept);
+            if (!now || !then || (now->entries.empty() && !then->entries.empty()))
                 return link + ": " + std::strerror(ENOENT);
             std::string failed = files::MirrorTree(kept, real, By::Copying);
             return failed.empty() && !files::SyncChangesBelow(real) ? Reason(real) : failed;
@@ -233,7 +265,7 @@ std::optional<TreeContent> FingerprintOf(const std::string& tree, const std::str
         copy, tree,
         [&](const std::string&, const std::string& link, bool isDirectory) -> std::string {
             struct stat info {};
-            if (isDirectory && files::KindOf(link) == Kind::Directory)
+            if (isDirectory)
                 return AddTree(link, link, Detail::Live, content) ? "" : link;
             if (stat(link.c_str(), &info) == 0)
                 content.hash += Hash(Description(link, info, Detail::Live));

@@ -7,6 +7,7 @@
 
 #include "files/tree.h"
 
+/// Tells of a name below a tree, such as "21" or "isdn/trunk0".
 using NamePredicate = std::function<bool(const std::string& name)>;
 
 /// What stands in a tree, in a form that two moments can be compared by.

@@ -68,12 +68,12 @@ std::optional<std::string> LinkTarget(const std::string& path) {
 
 std::string RealPath(const std::string& path) {
     char real[PATH_MAX];
-    return realpath(path.c_str(), real) != nullptr ? real : "";
+    return IsTold(realpath(path.c_str(), real) != nullptr ? 0 : -1, path) ? real : "";
 }
 
 bool IsWithin(const std::string& path, const std::string& directory) {
-    return path.starts_with(directory) &&
-           (path.size() == directory.size() || path[directory.size()] == '/');
+    return directory == "/" || (path.starts_with(directory) &&
+                                (path.size() == directory.size() || path[directory.size()] == '/'));
 }
 
 bool IsDirectoryName(const std::string& text) {

@@ -28,6 +28,8 @@ protected:
     }
     void MoveBehindLinks(const Site& unit) const {
         fs::create_directories(unit.Path("mnt/data"));
+        // Leads nowhere before the upgrade writes through it.
+        fs::create_symlink("../../../../mnt/data/made", unit.Live("11/addresspatterndb"));
         for (const char* name : linkable) {
             fs::rename(unit.Live(name), unit.Path(std::string("mnt/data/") + name));
             fs::create_directory_symlink(unit.Path(std::string("mnt/data/") + name),
@@ -168,10 +170,11 @@ TEST_F(Recovery, ACopyThatIsNotWholeIsNotPutBack) {
     };
     const auto tree = [this] { return site.Snapshot(); };
     run("cp -a " + copy + " " + site.Path("whole"));
-    for (const char* damage : {"/linedb", "/isdn", "/22/huntdb", "/e1t1/trunk0.cfg"}) {
+    for (const std::string damage :
+         {"/linedb", "/isdn", "/22/huntdb", "/e1t1/trunk0.cfg", "/target.mend-tmp"}) {
         run("rm -r " + copy + "; cp -a " + site.Path("whole") + " " + copy);
         run("rm -r " + copy + damage);
-        if (damage[1] == 'e')
+        if (damage == "/e1t1/trunk0.cfg" || damage == "/target.mend-tmp")
             run(": >" + copy + damage);  // as fsck may leave it
         const auto before = tree();
         log = site.Upgrade();

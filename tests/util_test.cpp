@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "app/version.h"
+#include "files/look.h"
 #include "platform/sip_address.h"
 #include "platform/string_utils.h"
 #include "tests/support/steps.h"
@@ -93,6 +94,12 @@ TEST_F(Steps, ErrorTextIsTheFirst3000BytesOfWhatTheCommandSaid) {
         EXPECT_EQ(errorsOf("echo said"), "said\n");
         EXPECT_EQ(site.Read(victim), "untouched");
     }
+}
+
+TEST(Util, EverythingIsWithinTheRoot) {
+    EXPECT_TRUE(files::IsWithin("/a", "/"));
+    EXPECT_TRUE(files::IsWithin("/a/b", "/a"));
+    EXPECT_FALSE(files::IsWithin("/ab", "/a"));
 }
 
 TEST(Util, CommandsAreFoundInAbsoluteDirectoriesAndTheOwnerKeepsHisBits) {
