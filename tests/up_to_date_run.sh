@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# How often an upgrade may wait for the disk, and what an up-to-date start may cost, counted in system calls: no process, no rename, no sync, no
-# write but the log's, and few calls for each file that it looks at.
+# How often an upgrade may wait for the disk, and what an up-to-date start may cost, counted in system
+# calls: no process, no rename, no sync, no write but the log's, and few calls for each file that it
+# looks at.
 #
 # usage: tests/up_to_date_run.sh UPGRADE_AT
 set -euo pipefail
