@@ -20,31 +20,31 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr const char* files[] = {"telephony/linedb",
-                                 "telephony/extensiondb",
-                                 "telephony/sip.cfg",
-                                 "telephony/nat.cfg",
-                                 "telephony/rtp.cfg",
-                                 "telephony/stun.cfg",
-                                 "telephony/voicemaildb",
-                                 "telephony/dialplan.cfg",
-                                 "telephony/localrouttabledb",
-                                 "telephony/isdn.cfg",
-                                 "telephony/isdn/trunk0.cfg",
-                                 "telephony/e1t1/trunk0.cfg",
-                                 "telephony/21/servicesdb",
-                                 "telephony/21/huntdb",
-                                 "telephony/21/forwardlistdb",
-                                 "telephony/21/speedcalldb",
-                                 "telephony/21/addresspatterndb",
-                                 "telephony/21/grouplistdb",
-                                 "telephony/00/voicemaildb",
-                                 "telephony/gatewaydb",
-                                 "stun.cfg",
-                                 "sysconfig/rc.conf",
-                                 "config_label.txt",
-                                 "../../proc/orix/hw-info",
-                                 "../default-conf/telephony/04-lines/extensiondb"};
+constexpr const char* spoilt[] = {"telephony/linedb",
+                                  "telephony/extensiondb",
+                                  "telephony/sip.cfg",
+                                  "telephony/nat.cfg",
+                                  "telephony/rtp.cfg",
+                                  "telephony/stun.cfg",
+                                  "telephony/voicemaildb",
+                                  "telephony/dialplan.cfg",
+                                  "telephony/localrouttabledb",
+                                  "telephony/isdn.cfg",
+                                  "telephony/isdn/trunk0.cfg",
+                                  "telephony/e1t1/trunk0.cfg",
+                                  "telephony/21/servicesdb",
+                                  "telephony/21/huntdb",
+                                  "telephony/21/forwardlistdb",
+                                  "telephony/21/speedcalldb",
+                                  "telephony/21/addresspatterndb",
+                                  "telephony/21/grouplistdb",
+                                  "telephony/00/voicemaildb",
+                                  "telephony/gatewaydb",
+                                  "stun.cfg",
+                                  "sysconfig/rc.conf",
+                                  "config_label.txt",
+                                  "../../proc/orix/hw-info",
+                                  "../default-conf/telephony/04-lines/extensiondb"};
 
 constexpr const char* versions[] = {"2.2.0", "2.4.20", "3.0.0", "3.0.20", "3.1.0", "4.0.0", "5.0"};
 
@@ -126,7 +126,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     static Unit unit;
     if (size < 2)
         return 0;
-    unit.Run(files[data[0] % std::size(files)], versions[data[1] % std::size(versions)],
+    unit.Run(spoilt[data[0] % std::size(spoilt)], versions[data[1] % std::size(versions)],
              {reinterpret_cast<const char*>(data) + 2, size - 2});
     return 0;
 }
