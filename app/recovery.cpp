@@ -1,5 +1,6 @@
 #include "app/recovery.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -37,15 +38,18 @@ struct Mark {
     std::string version;              // to be stamped; empty when there is none
 };
 
+/// A line of always the same length, so that one can be written over another on a full disk.
 std::string ContentText(const std::optional<TreeContent>& content) {
-    if (!content)
-        return "unknown\n";
-    char text[100];
-    std::snprintf(text, sizeof text, "%llu entries, %llu bytes, %016llx\n",
-                  static_cast<unsigned long long>(content->entries),
-                  static_cast<unsigned long long>(content->bytes),
-                  static_cast<unsigned long long>(content->hash));
-    return text;
+    constexpr std::size_t width = 100;
+    char text[width] = "unknown";
+    if (content)
+        std::snprintf(text, sizeof text, "%llu entries, %llu bytes, %016llx",
+                      static_cast<unsigned long long>(content->entries),
+                      static_cast<unsigned long long>(content->bytes),
+                      static_cast<unsigned long long>(content->hash));
+    std::string line = text;
+    line.resize(width, ' ');
+    return line + "\n";
 }
 
 std::optional<TreeContent> ParseContent(const std::string& line) {
@@ -72,6 +76,16 @@ Mark ParseMark(const std::string& text) {
     mark.left = ParseContent(text.substr(first + 1, second - first - 1));
     mark.version = text.substr(second + 1);
     return mark;
+}
+
+/// Writes into a mark what a run left of the tree; false when it can't.
+bool WriteLeft(const std::string& path, const std::optional<TreeContent>& left) {
+    const std::string line = ContentText(left);
+    const files::FileDescriptor file(open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW));
+    return file.IsOpen() &&
+           pwrite(file.Get(), line.data(), line.size(), static_cast<off_t>(line.size())) ==
+               static_cast<ssize_t>(line.size()) &&
+           fsync(file.Get()) == 0;
 }
 
 /// The state that a copy's mark tells; nothing without a mark.
@@ -315,13 +329,9 @@ void RecoveryCopy::End(bool isFinished) {
         return;
     }
     SyncTree();
-    // Without room for the fingerprint the next start takes the tree for changed, and leaves it.
-    if (const auto state = StateOf(copy_)) {
-        const std::string path = MarkPath(copy_, *state);
-        Mark mark = ParseMark(files::ReadFile(path).bytes.value_or(""));
-        mark.left = FingerprintOf(tree_, copy_);
-        files::ReplaceFile(path, MarkText(mark));
-    }
+    // Without a fingerprint the next start takes the tree for changed, and leaves it.
+    if (const auto state = StateOf(copy_))
+        WriteLeft(MarkPath(copy_, *state), FingerprintOf(tree_, copy_));
     SetState(copy_, State::Refused);
     report_ += "\tupgrade is not finished, next start begins again from " + copy_ + "\n";
 }
