@@ -348,6 +348,8 @@ std::string Complete(const std::string& source, const std::string& copy) {
     if (lstat(source.c_str(), &from) != 0)
         return Reason(source);
     if (lstat(copy.c_str(), &to) != 0) {
+        if (errno != ENOENT)  // what the disk does not tell of is not a missing file
+            return Reason(copy);
         if (S_ISDIR(from.st_mode))
             return MirrorTree(source, copy, By::Copying);
         const bool isSpecial = !S_ISREG(from.st_mode) && !S_ISLNK(from.st_mode);
