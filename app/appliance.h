@@ -10,7 +10,7 @@
 
 /// Where the appliance keeps what the upgrade reads and writes outside the configuration root, and
 /// the two services of the system whose answers depend on the machine. The values are the real
-/// ones; tests put the paths under a directory of theirs.
+/// ones; tests put the paths under a directory of theirs, and the rehearsal looks on.
 struct Appliance {
     std::string factoryTelephony = "/etc/default-conf/telephony/";
     std::string factoryLabel = "/etc/default-conf/config_label.txt";
@@ -34,4 +34,7 @@ struct Appliance {
     /// Size in bytes of the voice-mail storage behind a path, 0 when it cannot be told.
     std::function<std::uint64_t(const std::string&)> voiceStorageSize =
         [](const std::string& path) { return FileUtility::GetVmStorageSize(path); };
+    /// Told the name of each step that has ended. The rehearsal looks then at what the step left;
+    /// nobody does on the appliance.
+    std::function<void(const char* step)> afterStep = [](const char*) {};
 };

@@ -21,6 +21,7 @@ namespace {
 
 /// One versioned step. Each step tests its own gates; only the voice-mail migration is gated here.
 struct VersionedStep {
+    const char* name;  // that the observer is told
     void (*run)(ConfigUpgrader&);
     bool flushAfterwards;
     const char* onlyBelow = nullptr;
@@ -30,23 +31,24 @@ struct VersionedStep {
 // compares with the label of the live tree alone, so a new step whose gate is not above every
 // label already shipped would be jumped over on those units.
 const VersionedStep versionedSteps[] = {
-    {[](ConfigUpgrader& u) { u.CheckLineDatabase(); }, true},
-    {[](ConfigUpgrader& u) { u.CheckLineSections(*u.lineDb, *u.defaultLineDb); }, true},
-    {[](ConfigUpgrader& u) { u.MigrateVoicemail(); }, true, "2.4.9"},
-    {[](ConfigUpgrader& u) { u.ProcessMergeList(); }, true},
-    {[](ConfigUpgrader& u) { u.UpdateEchoDelay(); }, false},
-    {[](ConfigUpgrader& u) { u.MergeSupplementaryServices(); }, false},
-    {[](ConfigUpgrader& u) { u.UpdateLocalRouteDB(); }, false},
-    {[](ConfigUpgrader& u) { u.UpdateDialPlan(); }, false},
-    {[](ConfigUpgrader& u) { u.UpdateGroupListDB(); }, false},
-    {[](ConfigUpgrader& u) { u.UpdateSystemExtension(); }, false},
-    {[](ConfigUpgrader& u) { u.UpdateFxoPrefix(); }, false},
-    {[](ConfigUpgrader& u) { u.UpdateStunFile(); }, false},
-    {[](ConfigUpgrader& u) { u.RestrictAttendants(); }, false},
-    {[](ConfigUpgrader& u) { u.UpdateCallPark(); }, false},
-    {[](ConfigUpgrader& u) { u.UpdateRtpPortRanges(); }, false},
-    {[](ConfigUpgrader& u) { u.MapIsdnFiles(); }, false},
-    {[](ConfigUpgrader& u) { u.UpdateExtensionLength(); }, false},
+    {"line database", [](ConfigUpgrader& u) { u.CheckLineDatabase(); }, true},
+    {"line sections", [](ConfigUpgrader& u) { u.CheckLineSections(*u.lineDb, *u.defaultLineDb); },
+     true},
+    {"voice mail", [](ConfigUpgrader& u) { u.MigrateVoicemail(); }, true, "2.4.9"},
+    {"file merge", [](ConfigUpgrader& u) { u.ProcessMergeList(); }, true},
+    {"echo delay", [](ConfigUpgrader& u) { u.UpdateEchoDelay(); }, false},
+    {"supplementary services", [](ConfigUpgrader& u) { u.MergeSupplementaryServices(); }, false},
+    {"local routing", [](ConfigUpgrader& u) { u.UpdateLocalRouteDB(); }, false},
+    {"dial plan", [](ConfigUpgrader& u) { u.UpdateDialPlan(); }, false},
+    {"group lists", [](ConfigUpgrader& u) { u.UpdateGroupListDB(); }, false},
+    {"system extension", [](ConfigUpgrader& u) { u.UpdateSystemExtension(); }, false},
+    {"FXO prefix", [](ConfigUpgrader& u) { u.UpdateFxoPrefix(); }, false},
+    {"STUN file", [](ConfigUpgrader& u) { u.UpdateStunFile(); }, false},
+    {"attendant restriction", [](ConfigUpgrader& u) { u.RestrictAttendants(); }, false},
+    {"call park", [](ConfigUpgrader& u) { u.UpdateCallPark(); }, false},
+    {"RTP port ranges", [](ConfigUpgrader& u) { u.UpdateRtpPortRanges(); }, false},
+    {"ISDN files", [](ConfigUpgrader& u) { u.MapIsdnFiles(); }, false},
+    {"extension length", [](ConfigUpgrader& u) { u.UpdateExtensionLength(); }, false},
 };
 
 /// Appends the values of a section's entries to a list. An empty value is no extension number, nor
@@ -207,6 +209,7 @@ void RunVersionedSteps(ConfigUpgrader& upgrader) {
         step.run(upgrader);
         if (step.flushAfterwards)
             upgrader.FlushReport();
+        upgrader.appliance.afterStep(step.name);
     }
 }
 
@@ -241,6 +244,10 @@ void ConfigUpgrader::Run() {
 }
 
 void ConfigUpgrader::RunSteps() {
+    const auto endStep = [this](const char* name) {
+        FlushReport();
+        appliance.afterStep(name);
+    };
     PrepareForCommands();
     FindConfigRoot(*this);
     if (!recovery.Resume(configRoot, VersionToStamp())) {
@@ -248,41 +255,44 @@ void ConfigUpgrader::RunSteps() {
         FlushReport();
         return;
     }
+    appliance.afterStep("recovery");
     ProbeHardware(false);
     ProbeLineCounts();
-    FlushReport();
+    endStep("hardware");
     if (!OpenLineDb(*this))
         return;
+    appliance.afterStep("linedb");
     upToDate = CheckVersion();
     if (!upToDate)
         MakeRecoveryCopy(*this, targetVersion);
     FlushReport();
     CreateLog(*this);
-    FlushReport();
+    endStep("version check");
     if (!OpenExtensionDb(*this))
         return;
+    appliance.afterStep("extensiondb");
     OpenFactoryDatabases(*this);
     ReadAttendants(*this);
     ReadExtensionLength(*this);
     ReadFactoryLists(*this);
     UpdateLineCounts();
-    FlushReport();
+    endStep("line counts");
     ProbeHardware(true);
-    FlushReport();
+    endStep("hardware record");
     CheckVoiceDataAndLinks();
-    FlushReport();
+    endStep("voice data and links");
     SplitExtensionDatabase();
-    FlushReport();
+    endStep("extension split");
     ReportStep("cfg files existence check");
     CheckFileSet(configRoot, appliance.factoryTelephony, false);
     ReportDone();
-    FlushReport();
+    endStep("file set check");
     if (!upToDate) {
         RunVersionedSteps(*this);
     } else if (linesMismatch) {
         report += "Number of fxo or fxs lines is less than lines data in linedb!\n";
         CheckLineSections(*lineDb, *defaultLineDb);
-        FlushReport();
+        endStep("line sections");
     }
 }
 
@@ -311,6 +321,7 @@ ConfigUpgrader::~ConfigUpgrader() {
             Trace(1, "MINOR ERROR: %s\n", text.c_str());
         recovery.End(FinishUpgrade());
         FlushReport();
+        appliance.afterStep("stamp");
     } catch (const std::exception&) {  // out of memory: nothing can be written any more
     }
     defaultLineDb.reset();
