@@ -1,0 +1,13 @@
+#pragma once
+
+#include <stdexcept>
+
+namespace rehearse {
+
+/// Why a rehearsal cannot be held, in words for the one who asked for it.
+class Failure : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+}  // namespace rehearse

@@ -1,0 +1,258 @@
+#include "rehearse/inside.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <fmt/format.h>
+#include <fstream>
+#include <iterator>
+
+#include "app/config_upgrader.h"
+#include "files/look.h"
+#include "platform/thread.h"
+#include "rehearse/change_table.h"
+#include "rehearse/differences.h"
+#include "rehearse/failure.h"
+#include "rehearse/problems.h"
+#include "rehearse/tree_watch.h"
+#include "store/file_error.h"
+
+namespace rehearse {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+const std::string workInside = std::string(scratchInside) + "/";
+
+/// What a file got since it was asked the last time.
+class Growth {
+public:
+    explicit Growth(std::string path) : path_(std::move(path)) {}
+    std::string Take() {
+        std::ifstream file(path_, std::ios::binary);
+        file.seekg(read_);
+        const std::string text{std::istreambuf_iterator<char>(file),
+                               std::istreambuf_iterator<char>()};
+        read_ += static_cast<std::streamoff>(text.size());
+        return text;
+    }
+
+private:
+    std::string path_;
+    std::streamoff read_ = 0;
+};
+
+/// The root that the run takes, below the tree and with a "/" at its end.
+std::string RootBelowTree(const std::string& configRoot) {
+    const char* set = std::getenv("ORIX_PATH");
+    const std::string root = !configRoot.empty() ? configRoot
+                             : set != nullptr    ? std::string(set) + "telephony"
+                                                 : std::string("/etc/orix-conf/telephony");
+    std::string real = files::RealPath(root);  // a link to the telephony directory is followed
+    if (real.empty())
+        real = root;
+    return real.substr(std::min(real.size(), real.find_first_not_of('/'))) +
+           (real.ends_with('/') ? "" : "/");
+}
+
+/// The directories of extensions and attendants, by the extension index in its old form or the new.
+void AddExtensions(const std::string& root, std::set<std::string>& extensions) {
+    static const std::set<std::string> others = {"default", "defatt", "system", "isdn", "e1t1"};
+    try {
+        Configuration::MultiSectionFile index("/" + root + "extensiondb");
+        const auto add = [&](const std::string& name) {
+            if (files::IsDirectoryName(name) && !others.contains(name) &&
+                access(("/" + root + name).c_str(), F_OK) == 0)
+                extensions.insert(name);
+        };
+        for (index.Restart(); index.GotoNextSection();) {
+            add(index.SectionName());
+            for (const Configuration::Entry& entry : index.SectionEntries())
+                add(entry.value);
+        }
+    } catch (const Configuration::FileError&) {  // is among the problems
+    }
+}
+
+/// One rehearsal, from the first look to the result.
+class Rehearsal {
+public:
+    explicit Rehearsal(const Inside& inside)
+        : inside_(inside), root_(RootBelowTree(inside.configRoot)), watch_(treeInside) {}
+
+    Json Hold() {
+        const TreeState before = watch_.State();
+        AddExtensions(root_, extensions_);
+        Say("upgrade");
+        Upgrade();
+        EndOfStep(inside_.runsBinary ? "" : "end");
+        const TreeState after = watch_.State();
+        AddExtensions(root_, extensions_);
+        std::rename((workInside + "mend.log").c_str(), (workInside + "report").c_str());
+
+        Say("next start");
+        looksOn_ = false;
+        Upgrade();
+        watch_.Look();
+        std::rename((workInside + "report").c_str(), (workInside + "mend.log").c_str());
+
+        Say("explain");
+        return Explain(before, after);
+    }
+
+private:
+    struct Step {
+        std::string name;
+        double seconds;
+        std::vector<FileChange> changes;
+        std::string report;
+        std::string printed;
+    };
+
+    void Say(const std::string& what) const {
+        const std::string line = what + "\n";
+        if (write(inside_.progress, line.data(), line.size()) < 0)
+            return;  // nobody looks any more
+    }
+
+    void Upgrade() {
+        begin_ = Clock::now();
+        if (inside_.runsBinary) {
+            RunBinary();
+            return;
+        }
+        char name[] = "setupmend";
+        std::string argument = inside_.configRoot;
+        char* arguments[] = {name, argument.data(), nullptr};
+        Thread::SetCommandLine(argument.empty() ? 1 : 2, arguments);
+        Appliance appliance;
+        ConfigUpgrader* running = nullptr;
+        if (looksOn_)
+            appliance.afterStep = [&](const char* step) {
+                if (running->log)
+                    running->log->Flush();
+                EndOfStep(step);
+            };
+        ConfigUpgrader upgrader(appliance);
+        running = &upgrader;
+        upgrader.Run();
+    }
+
+    void RunBinary() const {
+        const pid_t child = fork();
+        if (child == 0) {
+            char* const none = nullptr;
+            execl(binaryInside, "setupmend",
+                  inside_.configRoot.empty() ? none : inside_.configRoot.c_str(), none);
+            _exit(126);
+        }
+        int status = 0;
+        if (child < 0 || waitpid(child, &status, 0) != child || WIFSIGNALED(status) ||
+            (WIFEXITED(status) && WEXITSTATUS(status) == 126))
+            throw Failure(WIFSIGNALED(status)
+                              ? fmt::format("the program was killed by signal {}", WTERMSIG(status))
+                              : "the program could not be run");
+    }
+
+    void EndOfStep(const std::string& name) {
+        const auto seconds = std::chrono::duration<double>(Clock::now() - begin_).count();
+        const TreeState before = watch_.State();
+        watch_.Look();
+        steps_.push_back(
+            {name, seconds, Compare(before, watch_.State()), report_.Take(), printed_.Take()});
+        Say(name);
+        begin_ = Clock::now();  // looking is not the step's time
+    }
+
+    Json Explain(const TreeState& before, const TreeState& after) {
+        Json result;
+        Problems problems(before, after);
+        ChangeTable changes;
+        result["steps"] = Json::array();
+        for (Step& step : steps_) {
+            problems.Read(step.name, step.report, step.printed);
+            if (!inside_.runsBinary && !(step.changes.empty() && step.report.empty()))
+                result["steps"].push_back(Tell(step));
+            changes.Add(step.name, std::move(step.changes));
+        }
+        changes.Write(result, extensions_);
+        result["extensions"] = extensions_;
+        result["net"] = WriteDifference(before, after);
+        std::map<std::string, unsigned> next;
+        result["next"] = Json::array();
+        for (const FileChange& change : Compare(after, watch_.State())) {
+            result["next"].push_back(change.path);
+            ++next[Pattern(change.path, extensions_)];
+        }
+        for (const auto& [pattern, count] : next)
+            problems.Add("next-start", fmt::format("{} ({} files)", pattern, count));
+        if (const auto label = after.find("etc/default-conf/config_label.txt");
+            label != after.end() && label->second->content && !label->second->content->empty() &&
+            label->second->content->back() != '\n')
+            problems.Add("label-end", "the label is \"" + *label->second->content + "\"",
+                         label->first);
+        problems.Write(result);
+        return result;
+    }
+
+    Json Tell(const Step& step) const {
+        std::size_t added = 0;
+        std::size_t removed = 0;
+        for (const FileChange& change : step.changes) {
+            added += change.before ? 0 : 1;
+            removed += change.after ? 0 : 1;
+        }
+        std::string log = FoldReport(step.report, extensions_);
+        if (!step.printed.empty())
+            log += "\nprinted by commands:\n" + FoldReport(step.printed, extensions_);
+        return {{"name", step.name},
+                {"seconds", step.seconds},
+                {"changed", step.changes.size() - added - removed},
+                {"added", added},
+                {"removed", removed},
+                {"log", log}};
+    }
+
+    static Json WriteDifference(const TreeState& before, const TreeState& after) {
+        std::ofstream file(workInside + "diff", std::ios::binary);
+        std::size_t added = 0;
+        std::size_t removed = 0;
+        const std::vector<FileChange> changes = Compare(before, after);
+        for (const FileChange& change : changes) {
+            added += change.before ? 0 : 1;
+            removed += change.after ? 0 : 1;
+            file << UnifiedDifference(change);
+        }
+        return {
+            {"changed", changes.size() - added - removed}, {"added", added}, {"removed", removed}};
+    }
+
+    const Inside& inside_;
+    std::string root_;
+    TreeWatch watch_;
+    Clock::time_point begin_ = Clock::now();
+    bool looksOn_ = true;
+    std::set<std::string> extensions_;
+    Growth report_{workInside + "mend.log"};
+    Growth printed_{workInside + "console"};
+    std::vector<Step> steps_;
+};
+
+}  // namespace
+
+int RunInside(const Inside& inside) {
+    std::signal(SIGPIPE, SIG_IGN);
+    const Json result = Rehearsal(inside).Hold();
+    std::ofstream file(workInside + "result.json", std::ios::binary);
+    file << result.dump(-1, ' ', false, Json::error_handler_t::replace);
+    file.close();
+    if (!file)
+        throw Failure("the result can't be written: " + std::string(std::strerror(errno)));
+    return 0;
+}
+
+}  // namespace rehearse

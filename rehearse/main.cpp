@@ -1,0 +1,115 @@
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <fmt/format.h>
+#include <string>
+
+#include "rehearse/failure.h"
+#include "rehearse/fleet.h"
+#include "rehearse/inside.h"
+#include "rehearse/progress.h"
+#include "rehearse/site.h"
+
+namespace {
+
+constexpr int notHeld = 2;
+
+struct CommandLine {
+    rehearse::Request site;
+    rehearse::FleetRequest fleet;
+    int inside = -1;
+    bool isQuiet = false;
+};
+
+void Describe(CLI::App& app, CommandLine& line) {
+    app.description(
+        "Rehearses the upgrade of a telephony appliance on a copy of its backup, in a sandbox, and\n"
+        "tells what it would mean for the site. TREE is never changed.\n");
+    app.footer(
+        "\nTREE, a directory or a tar archive of one (.tar, .gz, .xz, .zst), holds\n"
+        "  etc/orix-conf         the backup: the live configuration\n"
+        "  etc/default-conf      from the new firmware: the factory configuration\n"
+        "  proc/orix             from the unit: the kernel's hardware facts\n"
+        "  mnt/bbram             from the unit: the voice-mail storage\n"
+        "  usr/share/regional    from the new firmware: the per-country files\n"
+        "  bin/rtsync            from the new firmware: the appliance's own tool\n"
+        "\nExit status: 0 upgraded without a problem, 1 with problems to look at, 2 not upgraded, or\n"
+        "the rehearsal could not be held. Of a fleet, the worst of its sites.\n");
+    rehearse::Request& site = line.site;
+    app.add_option("TREE", site.tree, "The backup");
+    app.add_option("CONFIG_ROOT", site.configRoot,
+                   "setupmend's argument, as the appliance sees it, such as "
+                   "/etc/orix-conf/telephony; anywhere in TREE");
+    app.add_option("--html", site.html, "Write a page that shows everything")->type_name("PAGE");
+    app.add_option("--json", site.json, "Write everything as JSON")->type_name("FILE");
+    app.add_option("--apply", site.apply, "Leave the upgraded copy, with its report, in OUT")
+        ->type_name("OUT");
+    app.add_option("--report", site.report, "Write the report (mend.log)")->type_name("FILE");
+    app.add_option("--diff", site.diff, "Write all changes as a unified difference")
+        ->type_name("FILE");
+    app.add_option("--orix-path", site.orixPath, "ORIX_PATH of the appliance")->type_name("PATH");
+    app.add_option("--binary", site.binary,
+                   "Run this setupmend, the one to be shipped; changes are then not told by step")
+        ->type_name("FILE");
+    app.add_flag("--quiet", line.isQuiet, "No progress on standard error");
+
+    rehearse::FleetRequest& fleet = line.fleet;
+    auto* dir = app.add_option("--fleet", fleet.directory,
+                               "Rehearse all backups in DIR, with GNU parallel");
+    dir->type_name("DIR");
+    app.add_option("--out", fleet.out,
+                   "Where fleet.html, fleet.json and the sites' pages go (DIR-rehearsed); started "
+                   "again, an interrupted fleet goes on there")
+        ->type_name("OUT")
+        ->needs(dir);
+    app.add_option("--jobs", fleet.jobs, "Sites at once, as parallel takes it")->needs(dir);
+    app.add_option("--sshlogin", fleet.sshLogins,
+                   "More machines, as parallel takes it; they need "
+                   "this program and DIR under the same names")
+        ->needs(dir);
+    app.add_option("--time-limit", fleet.secondsAtMost, "Seconds that a site may take")
+        ->capture_default_str()
+        ->check(CLI::PositiveNumber)
+        ->needs(dir);
+    app.add_option("--inside", line.inside)->group("");  // the sandbox starts us so
+    app.set_version_flag("--version", std::string("setupmend-rehearse ") + SETUPMEND_VERSION);
+}
+
+int RehearseOne(const CommandLine& line) {
+    rehearse::Json result;
+    {
+        rehearse::Progress progress(!line.isQuiet);
+        result = rehearse::RehearseSite(line.site, progress);
+    }
+    fmt::print("{}", rehearse::VerdictText(result));
+    return result["verdict"]["exitStatus"];
+}
+
+int Run(int argc, char** argv) {
+    CommandLine line;
+    CLI::App app;
+    Describe(app, line);
+    try {
+        app.parse(argc, argv);
+        if (line.site.tree.empty() && line.fleet.directory.empty())
+            throw CLI::RequiredError("TREE");
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : notHeld;
+    }
+    if (line.inside >= 0)
+        return rehearse::RunInside({line.site.configRoot, !line.site.binary.empty(), line.inside});
+    rehearse::CatchInterrupts();
+    if (!line.fleet.directory.empty())
+        return rehearse::RehearseFleet(line.fleet, line.site, !line.isQuiet);
+    return RehearseOne(line);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return Run(argc, argv);
+    } catch (const std::exception& error) {
+        fmt::print(stderr, "setupmend-rehearse: {}\n", error.what());
+        return rehearse::Interruption() != 0 ? 128 + rehearse::Interruption() : notHeld;
+    }
+}
