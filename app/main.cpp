@@ -4,8 +4,22 @@
 #include <csignal>
 #include <cstdio>
 
+#include "app/config_root.h"
 #include "app/config_upgrader.h"
 #include "platform/thread.h"
+
+namespace {
+
+/// A slip on the command line changes neither the run nor the exit status, for start scripts rely
+/// on both; only a person sees it.
+void AdviseOnArguments(const ConfigUpgrader& upgrader) {
+    const std::string advice = AdviceOnArguments(FindConfigRoot(upgrader.appliance.liveConf));
+    if (!advice.empty())
+        std::fprintf(stderr, "setupmend %s: %s (usage: setupmend [CONFIG_ROOT])\n",
+                     SETUPMEND_VERSION, advice.c_str());
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
     // A log or file that cannot take more is an error of that write, not the end of the upgrade.
@@ -22,6 +36,7 @@ int main(int argc, char** argv) {
         std::fclose(stdin);
     Thread::SetCommandLine(argc, argv);
     ConfigUpgrader upgrader;
+    AdviseOnArguments(upgrader);
     upgrader.Run();
     return 0;
 }

@@ -1,16 +1,15 @@
 // The order of the run, and the restore paths of the two main databases.
 
 #include <cerrno>
-#include <cstdlib>
 #include <new>
 #include <set>
 
+#include "app/config_root.h"
 #include "app/config_upgrader.h"
 #include "files/look.h"
 #include "files/refusals.h"
 #include "files/replace.h"
 #include "platform/file_utility.h"
-#include "platform/thread.h"
 #include "util/numbers.h"
 #include "util/shell.h"
 
@@ -71,18 +70,6 @@ SectionFile OpenMainDatabase(const std::string& path) {
             throw;
     }
     return std::make_unique<MultiSectionFile>(path);
-}
-
-void FindConfigRoot(ConfigUpgrader& upgrader) {
-    std::string& root = upgrader.configRoot;
-    // An empty argument names no directory.
-    if (Thread::GetCommandLine(root) != 1 || root.empty()) {
-        // An ORIX_PATH without a separator at its end names a sibling, /xtelephony/ for /x: the
-        // start scripts set it with one.
-        const char* set = std::getenv("ORIX_PATH");
-        root = (set != nullptr ? set : upgrader.appliance.liveConf) + "telephony/";
-    }
-    FileUtility::AdjustPath(root, '/');
 }
 
 /// The names of the directories at the tree's top that steps go into: those that the factory has,
@@ -249,7 +236,7 @@ void ConfigUpgrader::RunSteps() {
         appliance.afterStep(name);
     };
     PrepareForCommands();
-    FindConfigRoot(*this);
+    configRoot = FindConfigRoot(appliance.liveConf);
     if (!recovery.Resume(configRoot, VersionToStamp())) {
         CreateLog(*this);
         FlushReport();

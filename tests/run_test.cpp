@@ -1,5 +1,6 @@
 // The run as a whole: order, restore paths, report and stamp.
 
+#include "app/config_root.h"
 #include "platform/thread.h"
 #include "tests/support/steps.h"
 
@@ -59,6 +60,32 @@ TEST_F(Run, FindsTheConfigurationRoot) {
         unit.Run();
         EXPECT_EQ(unit.configRoot, expected);
     }
+}
+
+TEST_F(Run, TellsAPersonOfASlipInTheArguments) {
+    unsetenv("ORIX_PATH");
+    const std::string live = site.Live("");
+    const std::string parent = site.Path("etc/orix-conf/");
+    const std::string is = "the configuration root is ";
+    const std::pair<Names, std::string> cases[] = {
+        {{}, ""},
+        {{live}, ""},
+        {{site.Path("")}, ""},  // no linedb, here or below
+        {{live, live}, "2 arguments count as none, " + is + live},
+        {{""}, "an empty argument counts as none, " + is + live},
+        {{"--help"}, is + "--help/, which is no directory"},
+        {{live + "linedb"}, is + live + "linedb/, which is no directory"},
+        {{parent}, is + parent + ", which has no linedb: did you mean " + live + "?"},
+    };
+    for (const auto& [given, expected] : cases) {
+        Names words = given;
+        std::vector<char*> arguments = {nullptr};
+        for (std::string& word : words)
+            arguments.push_back(word.data());
+        Thread::SetCommandLine(static_cast<int>(arguments.size()), arguments.data());
+        EXPECT_EQ(AdviceOnArguments(FindConfigRoot(site.appliance.liveConf)), expected);
+    }
+    Thread::SetCommandLine(1, nullptr);
 }
 
 TEST_F(Run, RestoresTheMainDatabasesOrEnds) {
