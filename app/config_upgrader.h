@@ -2,8 +2,10 @@
 
 #include <cstdint>
 #include <deque>
+#include <exception>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <utility>
 
@@ -13,6 +15,9 @@
 #include "store/config_file.h"
 #include "store/multi_section_file.h"
 #include "util/lists.h"
+
+/// A line that tells why a file could not be read; empty when there is no such file.
+std::string ReasonLine(const std::exception& error);
 
 using SectionFile = std::unique_ptr<Configuration::MultiSectionFile>;
 using FlatFile = std::unique_ptr<Configuration::ConfigFile>;
@@ -76,6 +81,12 @@ public:
     /// Traces that a file cannot be read, without the full stop that a file that could not be
     /// created gets.
     void TraceInvalidFile(const std::string& path);
+    /// The same, with a line behind it that tells why.
+    void TraceInvalidFile(const std::string& path, const std::exception& error);
+    /// Traces why a file that is there cannot be read, behind a step's own line; once for each
+    /// reason in a step, which may open the same file several times. One that is merely missing
+    /// gets no line: the lines tell the two apart.
+    void TraceReason(const std::exception& error);
     /// Traces that a file is as it was, with the reason.
     void TraceUnsaved(const std::string& path, const std::string& reason);
     /// Adds to `destination` every anonymous section of `source` whose `keyName` value no section
@@ -211,8 +222,9 @@ public:
     std::string sipTimerProfile;        // set by ConvertSipSettings, read by the per-file checks
     std::string systemLanguage;         // set by the voice-data check, read by CheckLineDatabase
 
-    RecoveryCopy recovery{report};  // used by the run, read by CheckCallerDatabases
-    std::string lastErrorText;      // set by RunWithErrorText, read by ReadLastError
+    RecoveryCopy recovery{report};        // used by the run, read by CheckCallerDatabases
+    std::set<std::string> tracedReasons;  // of this step; set by TraceReason, emptied by the run
+    std::string lastErrorText;            // set by RunWithErrorText, read by ReadLastError
 
 private:
     void RunSteps();

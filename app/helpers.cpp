@@ -23,11 +23,12 @@ std::unique_ptr<File> OpenOrTrace(ConfigUpgrader& upgrader, const std::string& p
         auto file = std::make_unique<File>(path, createFlag, secondFlag);
         upgrader.Trace(3, "Open File: %s.\n", path.c_str());
         return file;
-    } catch (const std::bad_alloc&) {
+    } catch (const std::bad_alloc& error) {
         files::NoteRefusal(ENOMEM);
         upgrader.Trace(1, "MINOR ERROR: Invalid file: %s.\n", path.c_str());
-    } catch (const std::exception&) {
-        upgrader.TraceInvalidFile(path);
+        upgrader.TraceReason(error);
+    } catch (const std::exception& error) {
+        upgrader.TraceInvalidFile(path, error);
     }
     return nullptr;
 }
@@ -41,6 +42,13 @@ bool SaveOrTrace(ConfigUpgrader& upgrader, File& file) {
 }
 
 }  // namespace
+
+std::string ReasonLine(const std::exception& error) {
+    const auto* fileError = dynamic_cast<const Configuration::FileError*>(&error);
+    if (fileError != nullptr && fileError->IsMissing())
+        return "";
+    return std::string("\t") + error.what() + "\n";
+}
 
 SectionFile ConfigUpgrader::OpenSectionFile(const std::string& path, bool createFlag) {
     return OpenOrTrace<MultiSectionFile>(*this, path, createFlag, false);
@@ -60,6 +68,17 @@ bool ConfigUpgrader::Save(ConfigFile& file) {
 
 void ConfigUpgrader::TraceInvalidFile(const std::string& path) {
     Trace(1, "MINOR ERROR: Invalid file: %s\n", path.c_str());
+}
+
+void ConfigUpgrader::TraceInvalidFile(const std::string& path, const std::exception& error) {
+    TraceInvalidFile(path);
+    TraceReason(error);
+}
+
+void ConfigUpgrader::TraceReason(const std::exception& error) {
+    const std::string line = ReasonLine(error);
+    if (!line.empty() && tracedReasons.insert(line).second)
+        Trace(1, "%s", line.c_str());
 }
 
 void ConfigUpgrader::TraceUnsaved(const std::string& path, const std::string& reason) {

@@ -111,8 +111,9 @@ bool OpenLineDb(ConfigUpgrader& upgrader) {
     try {
         upgrader.lineDb = OpenMainDatabase(path);
         return true;
-    } catch (...) {
+    } catch (const std::exception& error) {
         upgrader.report += "\tfile linedb doesn't exist or corrupted, copying from default-conf\n";
+        upgrader.report += ReasonLine(error);
         upgrader.FlushReport();
     }
     // What the disk could not give this time may be there the next.
@@ -193,6 +194,7 @@ void RunVersionedSteps(ConfigUpgrader& upgrader) {
     for (const VersionedStep& step : versionedSteps) {
         if (step.onlyBelow != nullptr && !upgrader.IsVersionBelow(step.onlyBelow))
             continue;
+        upgrader.tracedReasons.clear();
         step.run(upgrader);
         if (step.flushAfterwards)
             upgrader.FlushReport();

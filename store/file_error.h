@@ -1,6 +1,7 @@
 #pragma once
 
 #include <stdexcept>
+#include <string>
 
 namespace Configuration {
 
@@ -8,7 +9,14 @@ namespace Configuration {
 /// file, the line where there is one, and what is wrong.
 class FileError : public std::runtime_error {
 public:
-    using std::runtime_error::runtime_error;
+    explicit FileError(const std::string& text, bool isMissing = false)
+        : std::runtime_error(text), isMissing_(isMissing) {}
+
+    /// Whether there is no such file, which for many is the ordinary case.
+    bool IsMissing() const { return isMissing_; }
+
+private:
+    bool isMissing_;
 };
 
 }  // namespace Configuration

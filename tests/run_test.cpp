@@ -88,11 +88,22 @@ TEST_F(Run, TellsAPersonOfASlipInTheArguments) {
     Thread::SetCommandLine(1, nullptr);
 }
 
+TEST_F(Run, EveryStepTellsWhyAFileCannotBeRead) {
+    const std::string path = site.Live("11/servicesdb");
+    Remove("11/servicesdb");
+    std::filesystem::create_directory(path);
+    log = site.Upgrade();
+    for (const char* step : {"", " in UpdateLocalRouteDB", " in UpdateFxoPrefix"})
+        EXPECT_TRUE(Holds(log, std::string("MINOR ERROR") + step + ": Invalid file: " + path +
+                                   "\n\t" + path + ": is a directory\n"))
+            << step;
+}
+
 TEST_F(Run, RestoresTheMainDatabasesOrEnds) {
     const char* const cases[][3] = {
         {"linedb", nullptr,
          "\tfile linedb doesn't exist or corrupted, copying from default-conf\n"},
-        {"linedb", malformed, "\tfile linedb doesn't exist or corrupted, copying from default-"},
+        {"linedb", malformed, "linedb, line 3: end of file inside a section\n"},
         {"extensiondb", nullptr, "\tfile extensiondb copying from default-conf\n"},
         {"extensiondb", "]", "extensiondb, line 1: \"}\" without a section\n"},
     };

@@ -80,8 +80,8 @@ private:
             if (upgrader_.IsVersionBelow("2.3.1"))
                 upgrader_.CheckCallerTypes(file, name);
             upgrader_.AddSectionIds(path, &file);
-        } catch (const FileError&) {
-            upgrader_.TraceInvalidFile(path);
+        } catch (const FileError& error) {
+            upgrader_.TraceInvalidFile(path, error);
         }
     }
 
@@ -109,8 +109,8 @@ void ConfigUpgrader::AddSectionIds(const std::string& path, MultiSectionFile* fi
         }
         try {
             own = std::make_unique<MultiSectionFile>(path);
-        } catch (const FileError&) {
-            TraceInvalidFile(path);
+        } catch (const FileError& error) {
+            TraceInvalidFile(path, error);
             return;
         }
         file = own.get();

@@ -28,8 +28,9 @@ bool ReopenLineDb(ConfigUpgrader& upgrader) {
     try {
         upgrader.lineDb = std::make_unique<MultiSectionFile>(path);
         return true;
-    } catch (const std::exception&) {
+    } catch (const std::exception& error) {
         upgrader.report += "\tfile linedb doesn't exist or corrupted, copying from default-conf\n";
+        upgrader.report += ReasonLine(error);
     }
     if (!upgrader.CopyFromFactory("linedb")) {
         upgrader.report +=

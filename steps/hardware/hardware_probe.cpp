@@ -117,8 +117,8 @@ void ConfigUpgrader::ProbeHardware(bool secondPass) {
             file.SetEntry("fxo_installed", Digit(facts.fxo));
         file.SetEntry("isdn_installed", Digit(facts.isdnTotal != 0));
         Save(file);
-    } catch (const FileError&) {
-        TraceInvalidFile(configRoot + "hwinfo");
+    } catch (const FileError& error) {
+        TraceInvalidFile(configRoot + "hwinfo", error);
     }
 
     if (!lineDb->GotoSection("general"))

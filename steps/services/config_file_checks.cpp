@@ -248,8 +248,8 @@ void ConfigUpgrader::CheckConfigFile(const std::pair<std::string, std::string>& 
         factory = &FactoryFile(*this, factoryPath);
         opening = &livePath;
         live = std::make_unique<MultiSectionFile>(livePath, true);
-    } catch (const FileError&) {
-        TraceInvalidFile(*opening);
+    } catch (const FileError& error) {
+        TraceInvalidFile(*opening, error);
         return;
     }
     CheckedFile file{*live, *factory, livePath};

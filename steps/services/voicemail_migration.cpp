@@ -86,8 +86,8 @@ void CopyTemplate(ConfigUpgrader& upgrader, const std::string& extension,
             return;
         file.SetEntry("voice_data_folder", *folder + extension);
         upgrader.Save(file);
-    } catch (const FileError&) {
-        upgrader.TraceInvalidFile(path);
+    } catch (const FileError& error) {
+        upgrader.TraceInvalidFile(path, error);
     }
 }
 
@@ -161,8 +161,8 @@ bool MoveMailbox(ConfigUpgrader& upgrader, MultiSectionFile& old, const std::str
                      copied;
         }
         return upgrader.Save(file) && copied;
-    } catch (const FileError&) {
-        upgrader.TraceInvalidFile(path);
+    } catch (const FileError& error) {
+        upgrader.TraceInvalidFile(path, error);
         return false;
     }
 }
@@ -176,8 +176,8 @@ void ConfigUpgrader::MigrateVoicemail() {
     SectionFile old;
     try {
         old = std::make_unique<MultiSectionFile>(path, true);
-    } catch (const FileError&) {
-        TraceInvalidFile(path);
+    } catch (const FileError& error) {
+        TraceInvalidFile(path, error);
         return;
     }
     report += "OK\n\n";

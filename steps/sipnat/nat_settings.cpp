@@ -82,7 +82,7 @@ void ConfigUpgrader::ConvertNatSettings() {
         FillNatSections(*this, live);
         Save(live);
         ReportDone();
-    } catch (const FileError&) {
-        TraceInvalidFile(path);
+    } catch (const FileError& error) {
+        TraceInvalidFile(path, error);
     }
 }

@@ -135,7 +135,7 @@ void ConfigUpgrader::ConvertSipSettings() {
             ConvertOldSipSettings(*this, live);
         else
             UpdateSipSettings(*this, live, logLevelChanged);
-    } catch (const FileError&) {
-        TraceInvalidFile(*opening);
+    } catch (const FileError& error) {
+        TraceInvalidFile(*opening, error);
     }
 }

@@ -37,8 +37,10 @@ bool UpdateCallTargets(MultiSectionFile& services) {
     return changed;
 }
 
-void TraceInvalidFxoFile(ConfigUpgrader& upgrader, const std::string& path) {
+void TraceInvalidFxoFile(ConfigUpgrader& upgrader, const std::string& path,
+                         const FileError& error) {
     upgrader.Trace(1, "MINOR ERROR in UpdateFxoPrefix: Invalid file: %s\n", path.c_str());
+    upgrader.TraceReason(error);
 }
 
 void UpdateSpeedDials(ConfigUpgrader& upgrader, const std::string& path) {
@@ -56,8 +58,8 @@ void UpdateSpeedDials(ConfigUpgrader& upgrader, const std::string& path) {
         }
         if (changed)
             upgrader.Save(dials);
-    } catch (const FileError&) {
-        TraceInvalidFxoFile(upgrader, path);
+    } catch (const FileError& error) {
+        TraceInvalidFxoFile(upgrader, path, error);
     }
 }
 
@@ -71,8 +73,8 @@ void UpdateAutomaticCall(ConfigUpgrader& upgrader, const std::string& path) {
         services.SetEntry("auto_dest", number->substr(1));
         services.SetEntry("auto_fxo_prefix", "0");
         upgrader.Save(services);
-    } catch (const FileError&) {
-        TraceInvalidFxoFile(upgrader, path);
+    } catch (const FileError& error) {
+        TraceInvalidFxoFile(upgrader, path, error);
     }
 }
 
@@ -97,8 +99,8 @@ void UpdateForwardTargets(ConfigUpgrader& upgrader, const std::string& directory
             for (const char* section : {"funcond", "fnoanswer", "fbusy"})
                 if (services.GotoSection(section) && UpdateCallTargets(services))
                     upgrader.Save(services);
-        } catch (const FileError&) {
-            TraceInvalidFxoFile(upgrader, path);
+        } catch (const FileError& error) {
+            TraceInvalidFxoFile(upgrader, path, error);
         }
     }
 }

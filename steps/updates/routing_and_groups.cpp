@@ -60,8 +60,9 @@ void ConfigUpgrader::UpdateLocalRouteDB() {
                 Trace(3, "Extension %s is in routing mode, Update canceled.\n", extension.c_str());
                 permitted = false;
             }
-        } catch (const FileError&) {
+        } catch (const FileError& error) {
             Trace(1, "MINOR ERROR in UpdateLocalRouteDB: Invalid file: %s\n", path.c_str());
+            TraceReason(error);
         }
     }
     const std::string path = configRoot + "localrouttabledb";
@@ -69,8 +70,8 @@ void ConfigUpgrader::UpdateLocalRouteDB() {
         MultiSectionFile routes(path, true);
         if (permitted)
             DropAccessRoutes(*this, routes);
-    } catch (const FileError&) {
-        TraceInvalidFile(path);
+    } catch (const FileError& error) {
+        TraceInvalidFile(path, error);
         return;
     }
     Trace(3, "Done.\n");
@@ -101,8 +102,8 @@ void ConfigUpgrader::UpdateDialPlan() {
         dialPlan.SetSectionEntry("timeout", *timeout);
         Save(dialPlan);
         Trace(3, "Set timeout = %s for pattern \"R*\".\n", timeout->c_str());
-    } catch (const FileError&) {
-        TraceInvalidFile(path);
+    } catch (const FileError& error) {
+        TraceInvalidFile(path, error);
     }
 }
 
@@ -132,8 +133,9 @@ void ConfigUpgrader::UpdateGroupListDB() {
             }
             if (changed)
                 Save(groups);
-        } catch (const FileError&) {
+        } catch (const FileError& error) {
             Trace(1, "MINOR ERROR in UpdateGroupListDB: Invalid file: %s\n", path.c_str());
+            TraceReason(error);
         }
     }
     Trace(3, "Done.\n");

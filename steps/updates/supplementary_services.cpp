@@ -219,8 +219,8 @@ public:
     void Run() {
         try {
             Merge();
-        } catch (const FileError&) {
-            upgrader_.TraceInvalidFile(path_);
+        } catch (const FileError& error) {
+            upgrader_.TraceInvalidFile(path_, error);
             SaveAll();
         }
     }
@@ -326,8 +326,9 @@ private:
                 continue;
             try {
                 InheritServices(any, Services(id, false));
-            } catch (const FileError&) {
+            } catch (const FileError& error) {
                 upgrader_.Trace(1, "MINOR ERROR: Invalid file: %s.\n", path_.c_str());
+                upgrader_.TraceReason(error);
             }
         }
     }

@@ -163,8 +163,8 @@ void ConfigUpgrader::RestrictAttendants() {
         // The database held open still has them; a later save must not bring them back.
         try {
             extensionDb = std::make_unique<MultiSectionFile>(configRoot + "extensiondb");
-        } catch (const FileError&) {
-            TraceInvalidFile(configRoot + "extensiondb");
+        } catch (const FileError& error) {
+            TraceInvalidFile(configRoot + "extensiondb", error);
         }
     }
     Trace(3, "Done.\n");
