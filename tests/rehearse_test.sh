@@ -1,14 +1,15 @@
 #!/usr/bin/env bash
-# tests/rehearse_test.sh BINARY: the built program, run through tools/rehearse on the sample
-# appliance, inside the real sandbox.
+# tests/rehearse_test.sh SETUPMEND_REHEARSE SETUPMEND [SITES]: rehearsals of the sample and of what
+# can be odd about a backup, in the real sandbox, and a fleet of SITES (8).
 set -euo pipefail
 export LC_ALL=C
 
 repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
 sample=$repo/examples/appliance
-binary=$(realpath -- "${1:?usage: tests/rehearse_test.sh BINARY}")
+rehearse=$(realpath -- "${1:?usage: tests/rehearse_test.sh SETUPMEND_REHEARSE SETUPMEND [SITES]}")
+binary=$(realpath -- "$2")
+sites=${3-8}
 
-# In memory: each rehearsal makes and removes a copy, and a link to each of the host's programs.
 [ ! -w /dev/shm ] || export TMPDIR=${TMPDIR-/dev/shm}
 work=$(mktemp -d)
 trap 'rm -rf -- "$work"' EXIT
@@ -26,87 +27,159 @@ check() {
 run() {
     local wanted=$1 status=0
     shift
-    "$repo/tools/rehearse" "$@" >"$work/stdout" 2>"$work/stderr" </dev/null || status=$?
-    check "exit status $wanted of: ${*//"$work"\//}" [ "$status" -eq "$wanted" ] || cat "$work/stderr"
+    "$rehearse" "$@" >"$work/stdout" 2>"$work/stderr" </dev/null || status=$?
+    check "exit status $wanted of: ${*//"$work"\//}" [ "$status" -eq "$wanted" ] ||
+        cat "$work/stdout" "$work/stderr"
 }
 
-# refused WHY ARGUMENT...: a rehearsal that is not held.
+# says TEXT: whatever its lines break at.
+says() {
+    check "it says: ${1//"$work"\//}" grep -qF -- "$1" <(tr -s ' \n' ' ' <"$work/stdout")
+}
+
 refused() {
-    run 2 --binary "$binary" "${@:2}"
-    check "it says: ${1//"$work"\//}" grep -qF -- "$1" "$work/stderr"
+    run 2 "${@:2}"
+    cat "$work/stderr" >>"$work/stdout"
+    says "$1"
 }
 
-holds() {
-    check "${1##*/} holds: $2" grep -qF -- "$2" "$1"
+# json FILE EXPRESSION: what an expression in Python is of the result `r`.
+json() {
+    /usr/bin/python3 -c 'import json, sys; r = json.load(open(sys.argv[1])); print(eval(sys.argv[2]))' "$@"
 }
 
-lacks() {
-    check "${1##*/} lacks: $2" [ "$(grep -cF -- "$2" "$1")" -eq 0 ]
+valid() {
+    check "$1 keeps to docs/$2.schema.json" /usr/bin/python3 -W ignore -m jsonschema \
+        -i "$work/$1" "$repo/docs/$2.schema.json"
 }
 
-# --- an upgrade of the sample, with a file for each part of the output -----------------------------
+# spoilt NAME: a copy of the sample in which nobody is in routing mode, to be spoilt.
+spoilt() {
+    site=$work/$1
+    live=$site/etc/orix-conf/telephony
+    cp -a "$sample" "$site"
+    sed -i s/routing_on=1/routing_on=0/ "$live/extensiondb"
+}
 
-label=$(cat "$sample/etc/default-conf/config_label.txt")
-linedb=etc/orix-conf/telephony/linedb
-out=$work/upgraded
+# --- the sample: one thing to look at -------------------------------------------------------------
+
 cp -a "$sample" "$work/before"
-ORIX_PATH=/nowhere run 0 --binary "$binary" --apply "$out" --report "$work/report" \
-    --changes "$work/changes" --diff "$work/diff" "$sample"
+ORIX_PATH=/nowhere run 1 --apply "$work/out" --report "$work/report" --diff "$work/diff" \
+    --json "$work/json" --html "$work/html" "$sample"
+says 'appliance: Upgraded from 2.2.0 to 5.1.0, with 1 problem to look at.'
+says 'Extension 22 is in routing mode, Update canceled.'
+says 'The next start changes nothing.'
+check 'the verdict has 10 to 30 lines' [ "$(wc -l <"$work/stdout")" -le 30 ]
+valid json rehearsal
 check 'the sample is untouched' diff -r --no-dereference "$work/before" "$sample"
-lacks "$work/stderr" 'warning'
-lacks "$work/stdout" '=== version check ==='
-holds "$work/report" '=== version check ==='
-holds "$work/report" "=====Current configuration version: $label is set in linedb"
-check '--report is the report in OUT' cmp "$work/report" "$out/mend.log"
-holds "$work/changes" "changed  $linedb"
-holds "$out/$linedb" "current_version=$label"
-# The diff is the whole truth about text files: applied to the sample, it gives the upgraded linedb.
-cp "$sample/$linedb" "$work/linedb"
-awk -v file="a/$linedb" '/^diff -urN /{ wanted = ($3 == file) } wanted' "$work/diff" >"$work/linedb.diff"
-check 'the diff of linedb applies' patch -s "$work/linedb" "$work/linedb.diff"
-check 'and gives the upgraded linedb' cmp "$work/linedb" "$out/$linedb"
+check '--report is the report in OUT' cmp "$work/report" "$work/out/mend.log"
+(cd "$work/before" && patch -p1 -s <"$work/diff")
+check '--diff makes OUT of the sample' diff -rq --no-dereference -x regional -x mend.log "$work/before" "$work/out"
+check 'files that this unit never had are counted' [ "$(json "$work/json" 'r["harmless"]')" -gt 3 ]
+check 'each changed file has its step' [ "$(json "$work/json" '{f for c in r["changes"] if c["step"]
+    for f in c["files"]} == set(range(len(r["files"])))')" = True ]
+check 'a change is told by its step' [ "$(json "$work/json" '[c["lines"] for c in r["changes"]
+    if c["step"] == "echo delay" and c["pattern"].endswith("trunk0.cfg")] != []')" = True ]
+check 'equal changes are told once' [ "$(json "$work/json" 'max(len(c["files"]) for c in r["changes"]
+    if "/*/" in c["pattern"]) > 2')" = True ]
 
-# --- an upgrade at a root of the caller's choice, without what may be missing ----------------------
+# The same from an archive that holds a directory, and by the program to be shipped.
+tar -C "$sample/.." -caf "$work/packed.tar.zst" appliance
+run 1 --json "$work/packed" "$work/packed.tar.zst"
+check 'an archive gives the same changes' [ \
+    "$(json "$work/packed" 'r["changes"]')" = "$(json "$work/json" 'r["changes"]')" ]
+run 1 --binary "$binary" --diff "$work/shipped" "$sample"
+check 'the shipped program changes the same' cmp "$work/diff" "$work/shipped"
+says 'not told for a program of its own'
 
-cp -a "$sample" "$work/bare"
-mv "$work/bare/etc/orix-conf/telephony" "$work/bare/etc/default-conf/phones"
-rm -rf "$work/bare/mnt" "$work/bare/usr" "$work/bare/proc" "$work/bare/bin"
-run 0 --binary "$binary" "$work/bare" /etc/default-conf/phones
-for place in proc/orix mnt/bbram usr/share/regional bin/rtsync; do
-    holds "$work/stderr" "has no $place"
-done
-holds "$work/stdout" '=== version check ==='
-holds "$work/stdout" '=== exit status: 0 ==='
-holds "$work/stdout" '--- a/etc/default-conf/phones/linedb'
+# What was upgraded is at rest; and no problem is exit status 0.
+run 0 "$work/out"
+says 'Up to date at 5.1.0 without a problem.'
+says '0 changed, 0 added, 0 removed'
+spoilt healthy
+run 0 "$work/healthy"
 
-# --- what is refused -------------------------------------------------------------------------------
+# --- one problem of each kind ---------------------------------------------------------------------
 
-refused 'no TREE given'
-refused "no such directory: $work/nowhere" "$work/nowhere"
-mkdir -p "$work"/{live/etc/orix-conf,factory/etc/default-conf/telephony,path,tmp}
-refused 'has no etc/default-conf/telephony' "$work/live"
-refused 'has no etc/orix-conf' "$work/factory"
-refused 'OUT is not empty' --apply "$out" "$sample"
+spoilt other-root
+mkdir "$site/data"
+mv "$live" "$site/data/pbx"
+refused 'there is a linedb in /data/pbx, give that as CONFIG_ROOT' "$site"
+rm -r "$site/proc" "$site/mnt"
+run 1 --json "$work/root" "$site" /data/pbx
+says 'proc/orix: the numbers of lines are not known'
+check 'another root is upgraded as well' [ \
+    "$(json "$work/root" 'r["verdict"]["files"]["removed"]')" -ge 30 ]
+
+spoilt malformed
+printf 'section 1\n{\nservice=1\n' >"$live/21/forwardlistdb"
+run 1 --json "$work/malformed.json" "$site"
+says 'Files that cannot be read (1)'
+check 'the line and the reason are told' [ "$(json "$work/malformed.json" '[i["line"] for p in r["problems"]
+    for i in p["items"]]')" = '[4]' ]
+spoilt lost
+echo 'neither section nor entry' >>"$live/linedb"
+run 1 "$site"
+says 'A main database could not be read'
+spoilt unlabelled
+rm "$site/etc/orix-conf/config_label.txt"
+run 2 "$site"
+says 'NOT upgraded from an unknown version to 5.1.0.'
+spoilt label-end
+printf 5.1.0 >"$site/etc/default-conf/config_label.txt"
+run 1 "$site"
+says "The factory's label has no line end"
+spoilt command
+printf '#!/bin/sh\necho no route >&2; exit 3\n' >"$site/bin/rtsync"
+run 1 "$site"
+says 'Update done - Failed: no route'
+spoilt refused
+mv "$live/rtp.cfg" "$live/elsewhere"
+ln -s /proc/orix/rtp.cfg "$live/rtp.cfg"
+cp "$live/elsewhere" "$site/proc/orix/rtp.cfg"
+run 1 "$site"
+says 'Refused by the disk'
+
+# A hostile name is text in the page, and nothing in the page ends its data.
+spoilt hostile
+name='<img src=x onerror=alert(1)>'
+cp -r "$live/21" "$live/$name"
+sed -n '/^section 21$/,/^}/p' "$sample/etc/orix-conf/telephony/extensiondb" | sed "s/21/$name/" >>"$live/extensiondb"
+run 0 --html "$work/hostile.html" "$site"
+check 'the name is in the page, escaped' grep -qF '\u003cimg src=x' "$work/hostile.html"
+check 'and nowhere else' [ "$(grep -cF '<img src=x' "$work/hostile.html")" -eq 0 ]
+
+# --- what is refused, and what is seen of this machine --------------------------------------------
+
+refused 'TREE is required'
+refused 'no such directory or archive' "$work/nowhere"
+refused 'has no etc/default-conf/telephony' "$sample/etc/orix-conf"
+refused 'OUT is not empty' --apply "$work/out" "$sample"
 refused 'OUT lies inside TREE' --apply "$sample/out" "$sample"
-refused 'unknown option: --nonsense' --nonsense "$sample"
-refused 'cmake --preset release' --binary "$work/unbuilt" "$sample"
-mv "$work/bare/etc/orix-conf" "$work/outside"
-ln -s "$work/outside" "$work/bare/etc/orix-conf"
-refused 'leads out of the tree' "$work/bare"
-ln -s -t "$work/path" /usr/bin/{bash,cat,dirname,grep,ls,realpath}
-PATH=$work/path refused 'apt-get install bubblewrap' "$sample"
-
-# --- what the program sees of the host, and what stays of it: nothing ------------------------------
-
-printf '#!/bin/sh\ncat /etc/shadow /etc/passwd; ls -d /home /root /var; echo >/usr/bin/x\nexit 7\n' \
-    >"$work/prowler"
+refused 'nonsense' --nonsense "$sample"
+head -c 4000 "$work/packed.tar.zst" >"$work/cut.tar.zst"
+refused 'cut.tar.zst' "$work/cut.tar.zst"
+printf '#!/bin/sh\ncat /etc/shadow /etc/passwd; ls -d /home /root /var; echo >/usr/bin/x\n' >"$work/prowler"
 chmod +x "$work/prowler"
-TMPDIR=$work/tmp run 7 --binary "$work/prowler" "$sample"
-lacks "$work/stdout" 'root:'
-holds "$work/stdout" "'/home': No such file"
-holds "$work/stdout" 'Read-only file system'
-holds "$work/stderr" 'wrote no mend.log'
+mkdir "$work/tmp"
+TMPDIR=$work/tmp run 2 --binary "$work/prowler" --json "$work/prowled" "$sample"
+check 'nothing of this machine is seen' [ "$(grep -cE 'root:|/home$' "$work/prowled")" -eq 0 ]
 check 'the temporary files are gone' [ -z "$(ls -A "$work/tmp")" ]
+
+# --- a fleet, with a site that hangs --------------------------------------------------------------
+
+"$repo/bench/make_fleet" "$sites" 3 "$work/fleet"
+run 2 --fleet "$work/fleet" --time-limit 8 --out "$work/rehearsed"
+cp "$work/rehearsed/fleet.json" "$work/fleet.json"
+valid fleet.json fleet
+check 'every site is a row' [ "$(json "$work/fleet.json" 'len(r["sites"])')" -eq "$sites" ]
+check 'the one that hangs is the worst' [ "$(json "$work/fleet.json" 'r["sites"][0]["result"]')" = timed-out ]
+check 'each has its page' [ "$(find "$work/rehearsed/sites" -name '*.html' | wc -l)" -ge $((sites - 1)) ]
+# Interrupted: two sites are not in the log yet.
+sed -i '4,5d' "$work/rehearsed/joblog"
+lines=$(wc -l <"$work/rehearsed/joblog")
+run 2 --fleet "$work/fleet" --time-limit 8 --out "$work/rehearsed"
+check 'it goes on where it was' [ "$(wc -l <"$work/rehearsed/joblog")" -eq $((lines + 2)) ]
 
 echo "$failures checks failed"
 [ "$failures" -eq 0 ]
