@@ -69,36 +69,52 @@ function(compress source target)
                        COMMAND ${GZIP} -n -9 -c ${source} > ${target}
                        DEPENDS ${source} VERBATIM)
 endfunction()
-compress(${CMAKE_CURRENT_SOURCE_DIR}/setupmend.8 ${CMAKE_CURRENT_BINARY_DIR}/setupmend.8.gz)
-compress(${CMAKE_CURRENT_SOURCE_DIR}/adopt-label.8 ${CMAKE_CURRENT_BINARY_DIR}/adopt-label.8.gz)
+set(compressed "")
+foreach(source setupmend.8 adopt-label.8 setupmend-rehearse.1)
+    compress(${CMAKE_CURRENT_SOURCE_DIR}/${source} ${CMAKE_CURRENT_BINARY_DIR}/${source}.gz)
+    list(APPEND compressed ${CMAKE_CURRENT_BINARY_DIR}/${source}.gz)
+endforeach()
 compress(${CMAKE_CURRENT_SOURCE_DIR}/changelog ${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian.gz)
 compress(${PROJECT_SOURCE_DIR}/CHANGELOG.md ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz)
-add_custom_target(package_files ALL DEPENDS ${CMAKE_CURRENT_BINARY_DIR}/setupmend.8.gz
-                                            ${CMAKE_CURRENT_BINARY_DIR}/adopt-label.8.gz
-                                            ${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian.gz
-                                            ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz)
+set(changelogs ${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian.gz
+               ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz)
+add_custom_target(package_files ALL DEPENDS ${compressed} ${changelogs})
 
-install(FILES copyright
-              ${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian.gz
-              ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz
-              ${CMAKE_CURRENT_BINARY_DIR}/setupmend.spdx
+install(FILES copyright ${changelogs} ${CMAKE_CURRENT_BINARY_DIR}/setupmend.spdx
         DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/setupmend.8.gz ${CMAKE_CURRENT_BINARY_DIR}/adopt-label.8.gz
         DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/lintian-overrides DESTINATION share/lintian/overrides
         RENAME setupmend)
 
+if(SETUPMEND_REHEARSE)
+    install(FILES copyright ${changelogs} DESTINATION share/doc/setupmend-rehearse
+            COMPONENT rehearse)
+    install(FILES rehearse-overrides DESTINATION share/lintian/overrides RENAME setupmend-rehearse
+            COMPONENT rehearse)
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/setupmend-rehearse.1.gz
+            DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT rehearse)
+endif()
+
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME setupmend)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_DEBIAN_PACKAGE_RELEASE ${package_release})
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+# Two packages: what has no component is the appliance's.
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_ALL Unspecified)
+if(SETUPMEND_REHEARSE)
+    list(APPEND CPACK_COMPONENTS_ALL rehearse)
+endif()
+set(CPACK_DEBIAN_UNSPECIFIED_PACKAGE_NAME setupmend)
+set(CPACK_DEBIAN_REHEARSE_PACKAGE_NAME setupmend-rehearse)
 set(CPACK_PACKAGE_CONTACT "The setupmend authors <setupmend@example.com>" CACHE STRING
     "Who looks after the package")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY
-    "upgrades a telephony appliance's configuration to its firmware")
-set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
-"setupmend runs once when an IP PBX or VoIP gateway starts, before the
+# The first line is the summary.
+set(CPACK_COMPONENT_UNSPECIFIED_DESCRIPTION
+"upgrades a telephony appliance's configuration to its firmware
+setupmend runs once when an IP PBX or VoIP gateway starts, before the
 telephony services read their configuration. It compares the version of the
 configuration with the one that the installed firmware expects, restores
 missing files from the factory tree, converts old files to their current form,
@@ -106,13 +122,23 @@ in place, and writes a report.
 
 The package has it run at the next start, by a systemd unit or an init script.
 Installing it upgrades nothing.")
+set(CPACK_COMPONENT_REHEARSE_DESCRIPTION
+"rehearses the upgrade of a telephony appliance's configuration
+setupmend-rehearse upgrades a copy of an appliance's backup in a sandbox, on a
+workstation, and tells what the upgrade would mean for the site: a verdict,
+the problems with what to do about each, and every change by the step that
+made it, as text, JSON or a page for a browser. A fleet of backups is
+rehearsed at once.")
 set(CPACK_DEBIAN_PACKAGE_SECTION comm)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
-set(CPACK_DEBIAN_PACKAGE_SUGGESTS logrotate)
+set(CPACK_DEBIAN_UNSPECIFIED_PACKAGE_SUGGESTS logrotate)
+set(CPACK_DEBIAN_REHEARSE_PACKAGE_DEPENDS bubblewrap)
+set(CPACK_DEBIAN_REHEARSE_PACKAGE_RECOMMENDS parallel)
+set(CPACK_DEBIAN_REHEARSE_PACKAGE_SUGGESTS setupmend)
 if(NOT SETUPMEND_STATIC)
     set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 endif()
-set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
+set(CPACK_DEBIAN_UNSPECIFIED_PACKAGE_CONTROL_EXTRA
     ${CMAKE_CURRENT_SOURCE_DIR}/conffiles ${CMAKE_CURRENT_SOURCE_DIR}/postinst
     ${CMAKE_CURRENT_SOURCE_DIR}/prerm ${CMAKE_CURRENT_SOURCE_DIR}/postrm)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
