@@ -105,7 +105,7 @@ spoilt other-root
 mkdir "$site/data"
 mv "$live" "$site/data/pbx"
 refused 'there is a linedb in /data/pbx, give that as CONFIG_ROOT' "$site"
-rm -r "$site/proc" "$site/mnt"
+rm -r "${site:?}/proc" "${site:?}/mnt"
 run 1 --json "$work/root" "$site" /data/pbx
 says 'proc/orix: the numbers of lines are not known'
 check 'another root is upgraded as well' [ \
@@ -116,7 +116,7 @@ printf 'section 1\n{\nservice=1\n' >"$live/21/forwardlistdb"
 run 1 --json "$work/malformed.json" "$site"
 says 'Files that cannot be read (1)'
 check 'the line and the reason are told' [ "$(json "$work/malformed.json" '[i["line"] for p in r["problems"]
-    for i in p["items"]]')" = '[4]' ]
+    for i in p["items"]]')" = '[3]' ]
 spoilt lost
 echo 'neither section nor entry' >>"$live/linedb"
 run 1 "$site"
@@ -144,7 +144,7 @@ says 'Refused by the disk'
 spoilt hostile
 name='<img src=x onerror=alert(1)>'
 cp -r "$live/21" "$live/$name"
-sed -n '/^section 21$/,/^}/p' "$sample/etc/orix-conf/telephony/extensiondb" | sed "s/21/$name/" >>"$live/extensiondb"
+sed -n "/^section 21\$/,/^}/ { s/21/$name/; p }" "$sample/etc/orix-conf/telephony/extensiondb" >>"$live/extensiondb"
 run 0 --html "$work/hostile.html" "$site"
 check 'the name is in the page, escaped' grep -qF '\u003cimg src=x' "$work/hostile.html"
 check 'and nowhere else' [ "$(grep -cF '<img src=x' "$work/hostile.html")" -eq 0 ]
