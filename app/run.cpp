@@ -1,5 +1,7 @@
 // The order of the run, and the restore paths of the two main databases.
 
+#include "app/run.h"
+
 #include <cerrno>
 #include <new>
 #include <set>
@@ -17,14 +19,6 @@ using Configuration::FileError;
 using Configuration::MultiSectionFile;
 
 namespace {
-
-/// One versioned step. Each step tests its own gates; only the voice-mail migration is gated here.
-struct VersionedStep {
-    const char* name;  // that the observer is told
-    void (*run)(ConfigUpgrader&);
-    bool flushAfterwards;
-    const char* onlyBelow = nullptr;
-};
 
 // The order is part of what the steps rely on: a step finds what those before it left. A gate
 // compares with the label of the live tree alone, so a new step whose gate is not above every
@@ -218,6 +212,10 @@ bool Stamp(ConfigUpgrader& upgrader) {
 }
 
 }  // namespace
+
+std::span<const VersionedStep> VersionedSteps() {
+    return versionedSteps;
+}
 
 void ConfigUpgrader::Run() {
     try {

@@ -6,7 +6,7 @@
 //   extensions 31 32
 //   before 31/servicesdb: call_park_on=1
 //   before extensiondb: section extension { ext_31=31 | ext_32=32 }
-//   run UpdateCallPark from 3.1.24
+//   run call park from 3.1.24
 //   after extensiondb
 //       section extension { ext_32=32 }
 //       section callpark { ext_31=31 }
@@ -17,6 +17,8 @@
 // The lines of a log stand one behind the other in the log of the run above; a whole-log has all of
 // them. Neither blank lines nor blanks around a line count. LIVE/, FACTORY/ and UNIT/ stand for the
 // places of this unit.
+//
+// A versioned step is run by its name in the order table, an earlier one by its operation's.
 //
 // There are also "factory NAME", a file of the factory; "FIELD VALUE" and "learns FIELD=VALUE",
 // what the steps read and leave in a field of the upgrader (below); "storage INTERNAL USB", the
@@ -30,6 +32,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "app/run.h"
 #include "tests/support/steps.h"
 
 namespace fs = std::filesystem;
@@ -39,29 +42,20 @@ namespace {
 using Upgrader = ConfigUpgrader;
 
 const std::map<std::string, void (Upgrader::*)()> steps = {
-    {"CheckLineDatabase", &Upgrader::CheckLineDatabase},
     {"CheckVoiceDataAndLinks", &Upgrader::CheckVoiceDataAndLinks},
     {"ConvertNatSettings", &Upgrader::ConvertNatSettings},
     {"ConvertSipSettings", &Upgrader::ConvertSipSettings},
-    {"MapIsdnFiles", &Upgrader::MapIsdnFiles},
-    {"MergeSupplementaryServices", &Upgrader::MergeSupplementaryServices},
-    {"MigrateVoicemail", &Upgrader::MigrateVoicemail},
-    {"ProcessMergeList", &Upgrader::ProcessMergeList},
     {"ProbeLineCounts", &Upgrader::ProbeLineCounts},
-    {"RestrictAttendants", &Upgrader::RestrictAttendants},
     {"SplitExtensionDatabase", &Upgrader::SplitExtensionDatabase},
-    {"UpdateCallPark", &Upgrader::UpdateCallPark},
-    {"UpdateDialPlan", &Upgrader::UpdateDialPlan},
-    {"UpdateEchoDelay", &Upgrader::UpdateEchoDelay},
-    {"UpdateExtensionLength", &Upgrader::UpdateExtensionLength},
-    {"UpdateFxoPrefix", &Upgrader::UpdateFxoPrefix},
-    {"UpdateGroupListDB", &Upgrader::UpdateGroupListDB},
     {"UpdateLineCounts", &Upgrader::UpdateLineCounts},
-    {"UpdateLocalRouteDB", &Upgrader::UpdateLocalRouteDB},
-    {"UpdateRtpPortRanges", &Upgrader::UpdateRtpPortRanges},
-    {"UpdateStunFile", &Upgrader::UpdateStunFile},
-    {"UpdateSystemExtension", &Upgrader::UpdateSystemExtension},
 };
+
+const VersionedStep& VersionedStepNamed(const std::string& name) {
+    for (const VersionedStep& step : VersionedSteps())
+        if (name == step.name)
+            return step;
+    throw std::runtime_error("no step is named " + name);
+}
 
 Names Words(const std::string& text) {
     std::istringstream words(text);
@@ -231,14 +225,14 @@ private:
                                       fs::path(file).filename());
         else if (name == "CheckFileSet")
             unit.CheckFileSet(site.Live(""), site.Factory(""), false);
-        else if (name == "CheckLineSections")
-            unit.CheckLineSections(*unit.lineDb, *unit.defaultLineDb);
         else if (name == "CheckVersion")
             unit.upToDate = unit.CheckVersion();
         else if (name == "ProbeHardware")
             unit.ProbeHardware(file != "first");
+        else if (const auto early = steps.find(name); early != steps.end())
+            (unit.*early->second)();
         else
-            (unit.*steps.at(name))();
+            VersionedStepNamed(step).run(unit);
         TakeLog();
     }
     bool Expect(const Item& item) {

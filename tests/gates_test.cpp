@@ -79,6 +79,13 @@ protected:
     }
 };
 
+/// Whether the cases named as a source run a step from both sides of a gate: then it needs no row.
+bool HasCases(const std::string& source, const std::string& version) {
+    std::ifstream file(TEST_DATA "/cases/" + source + ".txt");
+    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    return Holds(text, " from " + version + "\n") && Holds(text, " from " + Below(version) + "\n");
+}
+
 }  // namespace
 
 TEST_F(Gates, OpenBelowTheirVersionOnly) {
@@ -113,7 +120,9 @@ TEST(GateTable, HasEveryVersionInTheSources) {
             const std::regex version("\"([0-9]+\\.[0-9]+\\.[0-9]+)\"");
             for (std::sregex_iterator match(text.begin(), text.end(), version), end; match != end;
                  ++match)
-                found.emplace(entry.path().stem(), (*match)[1]);
+                if (const std::string source = entry.path().stem();
+                    listed.contains({source, (*match)[1]}) || !HasCases(source, (*match)[1]))
+                    found.emplace(source, (*match)[1]);
         }
     EXPECT_EQ(found, listed);
 }

@@ -204,10 +204,10 @@ TEST_F(Recovery, AStampThatCannotBeSavedLeavesTheCopy) {
 TEST_F(Recovery, AStampThatTheFactoryBringsIsNoEnd) {
     Configuration::MultiSectionFile factory(site.Factory("04-lines/linedb"));
     factory.GotoSection("general");
-    factory.SetSectionEntry("current_version", "5.1.0");
+    factory.SetSectionEntry("current_version", FactoryVersion());
     factory.Save();
     Interrupt();  // when the merge has taken it over
-    ASSERT_TRUE(Holds(Get("linedb"), "|current_version=5.1.0|"));
+    ASSERT_TRUE(Holds(Get("linedb"), "|current_version=" + FactoryVersion() + "|"));
     EXPECT_TRUE(Holds(site.Upgrade(), "\tlast upgrade was interrupted, configuration is put back"));
     EXPECT_FALSE(site.Exists(copy));
 }

@@ -6,6 +6,7 @@ export LC_ALL=C
 
 repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
 sample=$repo/examples/appliance
+newest=$(cat "$sample/etc/default-conf/config_label.txt")
 rehearse=$(realpath -- "${1:?usage: tests/rehearse_test.sh SETUPMEND_REHEARSE SETUPMEND [SITES]}")
 binary=$(realpath -- "$2")
 sites=${3-8}
@@ -66,7 +67,7 @@ spoilt() {
 cp -a "$sample" "$work/before"
 ORIX_PATH=/nowhere run 1 --apply "$work/out" --report "$work/report" --diff "$work/diff" \
     --json "$work/json" --html "$work/html" "$sample"
-says 'appliance: Upgraded from 2.2.0 to 5.1.0, with 1 problem to look at.'
+says "appliance: Upgraded from 2.2.0 to $newest, with 1 problem to look at."
 says 'Extension 22 is in routing mode, Update canceled.'
 says 'The next start changes nothing.'
 check 'the verdict has 10 to 30 lines' [ "$(wc -l <"$work/stdout")" -le 30 ]
@@ -94,7 +95,7 @@ says 'not told for a program of its own'
 
 # What was upgraded is at rest; and no problem is exit status 0.
 run 0 "$work/out"
-says 'Up to date at 5.1.0 without a problem.'
+says "Up to date at $newest without a problem."
 says '0 changed, 0 added, 0 removed'
 spoilt healthy
 run 0 "$work/healthy"
@@ -124,9 +125,9 @@ says 'A main database could not be read'
 spoilt unlabelled
 rm "$site/etc/orix-conf/config_label.txt"
 run 2 "$site"
-says 'NOT upgraded from an unknown version to 5.1.0.'
+says "NOT upgraded from an unknown version to $newest."
 spoilt label-end
-printf 5.1.0 >"$site/etc/default-conf/config_label.txt"
+printf %s "$newest" >"$site/etc/default-conf/config_label.txt"
 run 1 "$site"
 says "The factory's label has no line end"
 spoilt command
