@@ -1,7 +1,7 @@
 # shellcheck shell=bash
 # Sourced by what builds the workstation's rehearsal.
 
-# shellcheck disable=SC2034  # what the scripts use
+# shellcheck disable=SC2034,SC2191  # what the scripts use, as WHAT=PACKAGE
 rehearse_needs=(g++=g++ cmake=cmake ninja=ninja-build bwrap=bubblewrap parallel=parallel
     /usr/include/CLI/CLI.hpp=libcli11-dev /usr/include/archive.h=libarchive-dev
     /usr/include/dtl/dtl.hpp=libdtl-dev /usr/include/nlohmann/json.hpp=nlohmann-json3-dev
