@@ -14,8 +14,8 @@ build_rehearse() {
     mkdir -p "$root/build/release"
     log=$root/build/release/rehearse.log
     [ -e "$root/build/release/setupmend-rehearse" ] ||
-        echo '==> building setupmend-rehearse (preset release)'
-    if ! (cd "$root" && cmake --preset release && cmake --build build/release) \
+        echo '==> building setupmend-rehearse (preset rehearse)'
+    if ! (cd "$root" && cmake --preset rehearse && cmake --build build/release) \
         >"$log" 2>&1 </dev/null; then
         cat "$log"
         echo 'error: the build failed' >&2
