@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <deque>
-#include <exception>
 #include <map>
 #include <memory>
 #include <set>
@@ -15,9 +14,6 @@
 #include "store/config_file.h"
 #include "store/multi_section_file.h"
 #include "util/lists.h"
-
-/// A line that tells why a file could not be read; empty when there is no such file.
-std::string ReasonLine(const std::exception& error);
 
 using SectionFile = std::unique_ptr<Configuration::MultiSectionFile>;
 using FlatFile = std::unique_ptr<Configuration::ConfigFile>;
@@ -61,8 +57,7 @@ public:
     bool AreLabelsEqual() const;
     /// The version that an upgrade would stamp; empty when a label can't be read.
     std::string VersionToStamp() const;
-    /// True when liveVersion is older than `version`. Gates know the live label only, never the
-    /// target.
+    /// True when liveVersion is older than `version`. Gates know the live label only.
     bool IsVersionBelow(const std::string& version) const;
 
     // The store.
@@ -70,8 +65,7 @@ public:
     /// Opens a file and tells the log so; null, with an error line, when it cannot be opened.
     SectionFile OpenSectionFile(const std::string& path, bool createFlag);
     FlatFile OpenFlatFile(const std::string& path, bool createFlag, bool secondFlag);
-    /// Closes a file without saving it.
-    void CloseSectionFile(SectionFile& file) { file.reset(); }
+    void CloseSectionFile(SectionFile& file) { file.reset(); }  // without saving it
     void CloseFlatFile(FlatFile& file) { file.reset(); }
     /// Saves a file and returns whether it is saved. A failure gets a level 1 line with the reason;
     /// the file on disk is then as it was. A step that reports the failure in words of its own
@@ -79,13 +73,11 @@ public:
     bool Save(Configuration::MultiSectionFile& file);
     bool Save(Configuration::ConfigFile& file);
     /// Traces that a file cannot be read, without the full stop that a file that could not be
-    /// created gets.
+    /// created gets; the second form also why, see TraceReason.
     void TraceInvalidFile(const std::string& path);
-    /// The same, with a line behind it that tells why.
     void TraceInvalidFile(const std::string& path, const std::exception& error);
     /// Traces why a file that is there cannot be read, behind a step's own line; once for each
-    /// reason in a step, which may open the same file several times. One that is merely missing
-    /// gets no line: the lines tell the two apart.
+    /// reason in a step, which may open a file several times. A missing one gets no line.
     void TraceReason(const std::exception& error);
     /// Traces that a file is as it was, with the reason.
     void TraceUnsaved(const std::string& path, const std::string& reason);
@@ -183,8 +175,7 @@ public:
 
     std::string configRoot;          // ends in "/"; set by the run, read everywhere
     std::string report;              // added to everywhere, emptied by FlushReport
-    std::string attendantExtension;  // the first attendant; set by the run and, while it splits, by
-                                     // the extension split; read by line sections and voice mail
+    std::string attendantExtension;  // set by run and split, read by line sections and voice mail
     SectionFile defaultLineDb;       // set by the run, read by line counts and the two line checks
     SectionFile defaultExtensionDb;  // set and read by the run
     SectionFile lineDb;              // set by the run, read by most steps
@@ -197,23 +188,20 @@ public:
     NameList defaultAttendants;      // set by the run, read by the file set check
     // Live file, factory file; set by the file set check, read by ProcessMergeList.
     std::deque<std::pair<std::string, std::string>> mergeList;
-    // By path, each read once for all extensions; set and read by CheckConfigFile, emptied by
-    // ProcessMergeList.
+    // By path, for all extensions; set by CheckConfigFile, emptied by ProcessMergeList.
     std::map<std::string, SectionFile> factoryFiles;
     std::string targetVersion;  // stamped unless empty; set by CheckVersion, read by the run
     std::string liveVersion;    // set by CheckVersion, read by IsVersionBelow
     std::int32_t numFxs = 4;    // set by ProbeLineCounts, read by line counts
     std::int32_t numFxo = 2;    // set by ProbeLineCounts, read by line counts and sections
     std::int32_t numIsdn = 0;   // set by ProbeHardware, read by nobody yet
-    std::string linesDir;       // of the factory tree, ends in "/"; set by ProbeLineCounts, read
-                                // by the run and the file set check
+    std::string linesDir;  // ends in "/"; set by ProbeLineCounts, read by run and file set check
     std::unique_ptr<LogStream> log;     // set by the run, read by FlushReport and Trace
     std::string rtpMinPort;             // set by the check of rtp.cfg, read by ConvertNatSettings
     std::string rtpMaxPort;             // the same
     std::string storageType = "bbram";  // or "usb"; set by the voice-data check, read by voice mail
-    bool linesMismatch = false;  // more lines than linedb has; set by line counts, read by the
-                                 // run
-    bool upToDate = false;       // set by the run, read by it and the file set check
+    bool linesMismatch = false;         // with linedb; set by line counts, read by the run
+    bool upToDate = false;              // set by the run, read by it and the file set check
     std::uint32_t extensionLength = 2;  // digits; set by the run, read by nobody yet
     bool sipNatAgentIsTwo = true;       // set by ConvertSipSettings, read by ConvertNatSettings
     std::string sipUdpPort;             // the same

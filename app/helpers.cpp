@@ -43,13 +43,6 @@ bool SaveOrTrace(ConfigUpgrader& upgrader, File& file) {
 
 }  // namespace
 
-std::string ReasonLine(const std::exception& error) {
-    const auto* fileError = dynamic_cast<const Configuration::FileError*>(&error);
-    if (fileError != nullptr && fileError->IsMissing())
-        return "";
-    return std::string("\t") + error.what() + "\n";
-}
-
 SectionFile ConfigUpgrader::OpenSectionFile(const std::string& path, bool createFlag) {
     return OpenOrTrace<MultiSectionFile>(*this, path, createFlag, false);
 }
@@ -76,7 +69,7 @@ void ConfigUpgrader::TraceInvalidFile(const std::string& path, const std::except
 }
 
 void ConfigUpgrader::TraceReason(const std::exception& error) {
-    const std::string line = ReasonLine(error);
+    const std::string line = Configuration::ReasonLine(error);
     if (!line.empty() && tracedReasons.insert(line).second)
         Trace(1, "%s", line.c_str());
 }

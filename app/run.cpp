@@ -107,7 +107,7 @@ bool OpenLineDb(ConfigUpgrader& upgrader) {
         return true;
     } catch (const std::exception& error) {
         upgrader.report += "\tfile linedb doesn't exist or corrupted, copying from default-conf\n";
-        upgrader.report += ReasonLine(error);
+        upgrader.report += Configuration::ReasonLine(error);
         upgrader.FlushReport();
     }
     // What the disk could not give this time may be there the next.

@@ -19,4 +19,7 @@ private:
     bool isMissing_;
 };
 
+/// A line that tells why a file could not be read; empty when there is no such file.
+std::string ReasonLine(const std::exception& error);
+
 }  // namespace Configuration

@@ -30,7 +30,7 @@ bool ReopenLineDb(ConfigUpgrader& upgrader) {
         return true;
     } catch (const std::exception& error) {
         upgrader.report += "\tfile linedb doesn't exist or corrupted, copying from default-conf\n";
-        upgrader.report += ReasonLine(error);
+        upgrader.report += Configuration::ReasonLine(error);
     }
     if (!upgrader.CopyFromFactory("linedb")) {
         upgrader.report +=
