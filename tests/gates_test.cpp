@@ -35,18 +35,6 @@ std::vector<Gate> ReadGates() {
 
 const std::vector<Gate> gates = ReadGates();
 
-/// The newest version of as many fields that is older.
-std::string Below(const std::string& version) {
-    int fields[3] = {};
-    std::sscanf(version.c_str(), "%d.%d.%d", &fields[0], &fields[1], &fields[2]);
-    int last = 2;
-    while (fields[last] == 0)
-        fields[last--] = 99;
-    --fields[last];
-    return std::to_string(fields[0]) + "." + std::to_string(fields[1]) + "." +
-           std::to_string(fields[2]);
-}
-
 /// A unit on which every gate has something to do.
 class Gates : public Steps {
 protected:

@@ -1,5 +1,6 @@
 #include "tests/support/text.h"
 
+#include <cstdio>
 #include <regex>
 #include <sstream>
 
@@ -83,4 +84,15 @@ std::string Replaced(std::string text, const std::string& what, const std::strin
 
 bool Holds(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
+}
+
+std::string Below(const std::string& version) {
+    int fields[3] = {};
+    std::sscanf(version.c_str(), "%d.%d.%d", &fields[0], &fields[1], &fields[2]);
+    int last = 2;
+    while (fields[last] == 0)
+        fields[last--] = 99;
+    --fields[last];
+    return std::to_string(fields[0]) + "." + std::to_string(fields[1]) + "." +
+           std::to_string(fields[2]);
 }

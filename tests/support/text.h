@@ -23,3 +23,6 @@ Names Lines(const std::string& text);
 std::string Joined(const Names& lines);
 std::string Replaced(std::string text, const std::string& what, const std::string& by);
 bool Holds(const std::string& text, const std::string& part);
+
+/// The newest version of as many fields that is older: 5.1.99 for 5.2.0.
+std::string Below(const std::string& version);
