@@ -40,7 +40,9 @@ std::uint64_t FreeAt(const std::string& path) {
 /// cp knows all that a tree can hold. Its words go to our standard error.
 void CopyDirectory(const std::string& tree, const std::string& copy,
                    const std::function<void()>& goOn) {
-    const char* const arguments[] = {"cp", "-a", "--", tree.c_str(), copy.c_str(), nullptr};
+    // A link that is named would be copied as one, and lead back to TREE.
+    const std::string source = fs::canonical(tree);
+    const char* const arguments[] = {"cp", "-a", "--", source.c_str(), copy.c_str(), nullptr};
     pid_t child = 0;
     if (posix_spawnp(&child, "cp", nullptr, nullptr, const_cast<char* const*>(arguments),
                      environ) != 0)
@@ -74,11 +76,12 @@ Archive OpenArchive(const std::string& tree) {
     return from;
 }
 
-/// A name in an archive, below the copy. An absolute one is taken as tar takes it.
+/// A name in an archive, below the copy; the copy itself for its top. An absolute one is taken as
+/// tar takes it.
 std::string Below(const std::string& copy, const char* name) {
-    const std::string text = name != nullptr ? name : "";
-    const std::size_t begin = text.find_first_not_of('/');
-    return begin == std::string::npos ? copy : copy + "/" + text.substr(begin);
+    const std::string text =
+        fs::path(name != nullptr ? name : "").relative_path().lexically_normal();
+    return text.empty() || text == "." || text == "./" ? copy : copy + "/" + text;
 }
 
 void Unpack(const std::string& tree, const std::string& copy, const std::function<void()>& goOn) {
@@ -98,7 +101,10 @@ void Unpack(const std::string& tree, const std::string& copy, const std::functio
         const auto type = archive_entry_filetype(entry);
         if (type == AE_IFCHR || type == AE_IFBLK)
             continue;  // a device holds no settings
-        archive_entry_set_pathname(entry, Below(copy, archive_entry_pathname(entry)).c_str());
+        const std::string path = Below(copy, archive_entry_pathname(entry));
+        if (path == copy && type != AE_IFDIR)
+            throw Failure(tree + ": its top is no directory");
+        archive_entry_set_pathname(entry, path.c_str());
         if (const char* link = archive_entry_hardlink(entry))
             archive_entry_set_hardlink(entry, Below(copy, link).c_str());
         if (archive_write_header(to.get(), entry) != ARCHIVE_OK)
@@ -185,11 +191,16 @@ void CopyBackup(const std::string& tree, const std::string& copy,
                 const std::function<void()>& goOn) {
     if (IsDirectory(tree)) {
         CopyDirectory(tree, copy, goOn);
+    } else if (!fs::is_regular_file(tree)) {
+        throw Failure(tree + " is neither a directory nor an archive");
     } else {
         if (mkdir(copy.c_str(), S_IRWXU) != 0)
             throw Failure("cannot make " + copy + ": " + std::strerror(errno));
         Unpack(tree, copy, goOn);
     }
+    // All that is changed from here on must be the copy's.
+    if (!fs::is_directory(fs::symlink_status(copy)))
+        throw Failure(tree + ": its top is no directory");
     // Its top must be writable by us, or nothing could be added to it.
     fs::permissions(copy, fs::perms::owner_all, fs::perm_options::add);
 }

@@ -159,8 +159,10 @@ Difference Describe(const FileChange& change) {
 std::string UnifiedDifference(const FileChange& change) {
     const bool isText =
         (!change.before || IsText(*change.before)) && (!change.after || IsText(*change.after));
-    const std::string old = change.before ? "a/" + change.path : "/dev/null";
-    const std::string now = change.after ? "b/" + change.path : "/dev/null";
+    // A tab ends a name with blanks.
+    const std::string end = change.path.find(' ') == std::string::npos ? "" : "\t";
+    const std::string old = change.before ? "a/" + change.path + end : "/dev/null";
+    const std::string now = change.after ? "b/" + change.path + end : "/dev/null";
     if (!isText)
         return IsLink(change.before) || IsLink(change.after)
                    ? ""

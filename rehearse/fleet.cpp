@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fmt/format.h>
 #include <map>
+#include <optional>
 #include <sstream>
 #include <thread>
 
@@ -30,24 +31,45 @@ struct Job {
     int signal = 0;
 };
 
+/// parallel leaves a site that it ended for its time without an exit status.
+bool WasTooLong(const Job& job) {
+    return job.exitStatus < 0;
+}
+
 // The worst first.
 constexpr const char* results[] = {"timed-out", "crashed",    "not-held", "not-upgraded",
                                    "problems",  "up-to-date", "upgraded"};
 
 /// A name for the shell that parallel starts.
 std::string Quoted(const std::string& text) {
+    if (text.find('{') != std::string::npos)
+        throw Failure("GNU parallel takes braces for its own: " + text);
     std::string quoted = "'";
     for (const char c : text)
         quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
     return quoted + "'";
 }
 
+/// What tells whether a file, or anything below a directory, has changed.
+std::string Identity(const std::string& path) {
+    auto newest = fs::last_write_time(path);
+    std::uintmax_t size = fs::is_regular_file(path) ? fs::file_size(path) : 0;
+    if (fs::is_directory(path))
+        for (const fs::directory_entry& entry : fs::recursive_directory_iterator(
+                 path, fs::directory_options::skip_permission_denied)) {
+            if (entry.is_symlink())
+                continue;
+            newest = std::max(newest, entry.last_write_time());
+            size += entry.is_regular_file() ? entry.file_size() : 1;
+        }
+    return fmt::format("{} {} {}\n", path, size, newest.time_since_epoch().count());
+}
+
 class Fleet {
 public:
     Fleet(const FleetRequest& request, const Request& site)
         : request_(request), site_(site), directory_(fs::canonical(request.directory)) {
-        out_ = fs::absolute(request.out.empty() ? directory_ + "-rehearsed" : request.out)
-                   .lexically_normal();
+        out_ = fs::weakly_canonical(request.out.empty() ? directory_ + "-rehearsed" : request.out);
         for (const fs::directory_entry& entry : fs::directory_iterator(directory_))
             if (!entry.path().filename().string().starts_with('.'))
                 names_.push_back(entry.path().filename());
@@ -61,6 +83,7 @@ public:
     void Run(bool showsProgress) {
         fs::create_directories(out_ + "/sites");
         Claim();
+        ForgetTimeouts();
         const bool hasBar = showsProgress && isatty(STDERR_FILENO) == 1;
         const pid_t parallel = Start(hasBar);
         try {
@@ -106,17 +129,30 @@ public:
 private:
     /// A fleet that is gone on with has to be the same: parallel's log knows its sites by number.
     void Claim() const {
-        std::string claim = directory_ + "\n" + site_.configRoot + "\n" + site_.orixPath + "\n" +
-                            site_.binary + "\n";
+        std::string claim =
+            fmt::format("{}\n{}\n{}\n", directory_, site_.configRoot, site_.orixPath);
+        claim += Identity(site_.binary.empty() ? "/proc/self/exe" : site_.binary);
         for (const std::string& name : names_)
-            claim += name + "\n";
+            claim += Identity(directory_ + "/" + name);
         const std::string path = out_ + "/fleet.claim";
         if (!fs::exists(path))
             WriteFile(path, claim);
         else if (ReadAll(path) != claim)
-            throw Failure(out_ +
-                          " holds the rehearsal of other sites, or by other options; remove "
-                          "it, or give another --out");
+            throw Failure(
+                out_ +
+                " holds the rehearsal of other backups, or by another program or options; remove it, or give another --out");
+    }
+
+    /// A fleet that is gone on with tries again what took too long, perhaps with more time.
+    void ForgetTimeouts() const {
+        const std::string path = out_ + "/joblog";
+        if (!fs::exists(path))
+            return;
+        std::string kept;
+        for (const std::string& line : LinesOf(ReadAll(path)))
+            if (const auto job = ParseJob(line); !job || !WasTooLong(job->second))
+                kept += line + "\n";
+        WriteFile(path, kept);
     }
 
     std::string SiteCommand() const {
@@ -182,23 +218,26 @@ private:
                 "goes on where it was");
     }
 
+    /// A line of the job log: the site's number from 0, and what became of it.
+    static std::optional<std::pair<std::size_t, Job>> ParseJob(const std::string& line) {
+        std::istringstream words(line);
+        std::size_t number = 0;
+        std::string host;
+        std::string unused;
+        Job job;
+        if (words >> number >> host >> unused >> job.seconds >> unused >> unused >>
+                job.exitStatus >> job.signal &&
+            number >= 1)
+            return std::pair(number - 1, job);
+        return std::nullopt;  // the heads of the columns
+    }
+
     /// By the number of the site. Of one that was begun twice, the last.
     std::map<std::size_t, Job> ReadJobs() const {
         std::map<std::size_t, Job> jobs;
-        std::istringstream log(ReadAll(out_ + "/joblog"));
-        std::string line;
-        std::getline(log, line);  // the heads of the columns
-        while (std::getline(log, line)) {
-            std::istringstream words(line);
-            std::size_t number = 0;
-            std::string host;
-            std::string unused;
-            Job job;
-            if (words >> number >> host >> unused >> job.seconds >> unused >> unused >>
-                    job.exitStatus >> job.signal &&
-                number >= 1 && number <= names_.size())
-                jobs[number - 1] = job;
-        }
+        for (const std::string& line : LinesOf(ReadAll(out_ + "/joblog")))
+            if (const auto job = ParseJob(line); job && job->first < names_.size())
+                jobs[job->first] = job->second;
         return jobs;
     }
 
@@ -231,7 +270,7 @@ private:
             problems = CollectProblems(number, site);
             CollectSteps(site);
         } else {
-            const bool isTooLong = job.seconds >= request_.secondsAtMost;
+            const bool isTooLong = WasTooLong(job);
             row["result"] = isTooLong ? "timed-out" : "crashed";
             row["summary"] = isTooLong
                                  ? fmt::format("Ended after {} seconds.", request_.secondsAtMost)

@@ -9,11 +9,12 @@
 #include <cstring>
 #include <fmt/format.h>
 #include <fstream>
-#include <iterator>
 
 #include "app/config_upgrader.h"
+#include "app/version.h"
 #include "files/look.h"
 #include "platform/thread.h"
+#include "rehearse/backup.h"
 #include "rehearse/change_table.h"
 #include "rehearse/differences.h"
 #include "rehearse/failure.h"
@@ -28,21 +29,29 @@ using Clock = std::chrono::steady_clock;
 
 const std::string workInside = std::string(scratchInside) + "/";
 
-/// What a file got since it was asked the last time.
+/// What a file got since it was asked the last time, at most so many bytes: a command may print
+/// without end.
 class Growth {
 public:
-    explicit Growth(std::string path) : path_(std::move(path)) {}
+    Growth(std::string path, std::size_t most) : path_(std::move(path)), most_(most) {}
     std::string Take() {
         std::ifstream file(path_, std::ios::binary);
         file.seekg(read_);
-        const std::string text{std::istreambuf_iterator<char>(file),
-                               std::istreambuf_iterator<char>()};
-        read_ += static_cast<std::streamoff>(text.size());
+        std::string text(most_, '\0');
+        file.read(text.data(), static_cast<std::streamsize>(text.size()));
+        text.resize(static_cast<std::size_t>(file.gcount()));
+        read_ += file.gcount();
+        if (text.size() == most_) {
+            text += "\n... and more, which is left out\n";
+            file.seekg(0, std::ios::end);
+            read_ = file.tellg();
+        }
         return text;
     }
 
 private:
     std::string path_;
+    std::size_t most_;
     std::streamoff read_ = 0;
 };
 
@@ -78,6 +87,17 @@ void AddExtensions(const std::string& root, std::set<std::string>& extensions) {
     }
 }
 
+/// The version that a tree is stamped with; empty when it is not.
+std::string ReadStamp(const std::string& root) {
+    try {
+        Configuration::MultiSectionFile lineDb(root + "linedb");
+        if (lineDb.GotoSection("general"))
+            return lineDb.GetSectionEntry("current_version").value_or("");
+    } catch (const Configuration::FileError&) {  // is among the problems
+    }
+    return {};
+}
+
 /// One rehearsal, from the first look to the result.
 class Rehearsal {
 public:
@@ -86,12 +106,16 @@ public:
 
     Json Hold() {
         const TreeState before = watch_.State();
+        const std::string oldStamp = ReadStamp("/" + root_);
         AddExtensions(root_, extensions_);
         Say("upgrade");
         Upgrade();
         EndOfStep(inside_.runsBinary ? "" : "end");
         const TreeState after = watch_.State();
         AddExtensions(root_, extensions_);
+        const std::string stamp = ReadStamp("/" + root_);
+        if (inside_.keepsTree)
+            CopyBackup(treeInside, upgradedInside, [] {});
         std::rename((workInside + "mend.log").c_str(), (workInside + "report").c_str());
 
         Say("next start");
@@ -101,7 +125,10 @@ public:
         std::rename((workInside + "report").c_str(), (workInside + "mend.log").c_str());
 
         Say("explain");
-        return Explain(before, after);
+        Json result = Explain(before, after);
+        result["oldStamp"] = oldStamp;
+        result["stamp"] = stamp;
+        return result;
     }
 
 private:
@@ -189,14 +216,28 @@ private:
             ++next[Pattern(change.path, extensions_)];
         }
         for (const auto& [pattern, count] : next)
-            problems.Add("next-start", fmt::format("{} ({} files)", pattern, count));
-        if (const auto label = after.find("etc/default-conf/config_label.txt");
-            label != after.end() && label->second->content && !label->second->content->empty() &&
-            label->second->content->back() != '\n')
-            problems.Add("label-end", "the label is \"" + *label->second->content + "\"",
-                         label->first);
+            problems.Add("next-start",
+                         count == 1 ? pattern : fmt::format("{} ({} files)", pattern, count));
+        AddLabels(problems, before);
         problems.Write(result);
         return result;
+    }
+
+    static void AddLabels(Problems& problems, const TreeState& before) {
+        std::vector<std::string> versions;
+        for (const char* place :
+             {"etc/orix-conf/config_label.txt", "etc/default-conf/config_label.txt"}) {
+            const auto label = before.find(place);
+            if (label == before.end() || !label->second->content)
+                return;
+            const std::string& text = *label->second->content;
+            if (!text.empty() && text.back() != '\n')
+                problems.Add("label-end", fmt::format("/{} says \"{}\"", place, text), place);
+            versions.push_back(text.substr(0, text.find('\n')));
+        }
+        if (IsOlderVersion(versions[1], versions[0]))
+            problems.Add("downgrade", fmt::format("the configuration is of {}, the firmware of {}",
+                                                  versions[0], versions[1]));
     }
 
     Json Tell(const Step& step) const {
@@ -237,8 +278,8 @@ private:
     Clock::time_point begin_ = Clock::now();
     bool looksOn_ = true;
     std::set<std::string> extensions_;
-    Growth report_{workInside + "mend.log"};
-    Growth printed_{workInside + "console"};
+    Growth report_{workInside + "mend.log", 64 << 20};
+    Growth printed_{workInside + "console", 64 << 10};
     std::vector<Step> steps_;
 };
 

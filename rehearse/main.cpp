@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <fmt/format.h>
 #include <string>
+#include <utility>
 
 #include "rehearse/failure.h"
 #include "rehearse/fleet.h"
@@ -61,10 +62,13 @@ void Describe(CLI::App& app, CommandLine& line) {
                    "again, an interrupted fleet goes on there")
         ->type_name("OUT")
         ->needs(dir);
+    for (const char* one : {"--html", "--json", "--apply", "--report", "--diff"})
+        app.get_option(one)->excludes(dir);
     app.add_option("--jobs", fleet.jobs, "Sites at once, as parallel takes it")->needs(dir);
     app.add_option("--sshlogin", fleet.sshLogins,
-                   "More machines, as parallel takes it; they need "
-                   "this program and DIR under the same names")
+                   "More machines, as parallel takes it; they need this program and DIR under the "
+                   "same names")
+        ->allow_extra_args(false)
         ->needs(dir);
     app.add_option("--time-limit", fleet.secondsAtMost, "Seconds that a site may take")
         ->capture_default_str()
@@ -92,11 +96,17 @@ int Run(int argc, char** argv) {
         app.parse(argc, argv);
         if (line.site.tree.empty() && line.fleet.directory.empty())
             throw CLI::RequiredError("TREE");
+        // In the place of TREE there is DIR.
+        if (!line.fleet.directory.empty() && !line.site.configRoot.empty())
+            throw CLI::ExtrasError({line.site.configRoot});
+        if (!line.fleet.directory.empty())
+            line.site.configRoot = std::exchange(line.site.tree, "");
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : notHeld;
     }
     if (line.inside >= 0)
-        return rehearse::RunInside({line.site.configRoot, !line.site.binary.empty(), line.inside});
+        return rehearse::RunInside({line.site.configRoot, !line.site.apply.empty(),
+                                    !line.site.binary.empty(), line.inside});
     rehearse::CatchInterrupts();
     if (!line.fleet.directory.empty())
         return rehearse::RehearseFleet(line.fleet, line.site, !line.isQuiet);

@@ -48,9 +48,16 @@ const ProblemRule rules[] = {
      {"version of current configuration can't be checked"}},
     {"label-end",
      "malformed-file",
-     "The factory's label has no line end",
-     "The last character of the version is taken for the line end, and a cut version is stamped.",
-     "Have the firmware's label end in a line end.",
+     "A label has no line end",
+     "The last character of the version is taken for the line end: a cut version decides what is "
+     "converted, or is stamped.",
+     "Have the label end in a line end.",
+     {}},
+    {"downgrade",
+     "other",
+     "The firmware is older than the configuration",
+     "Nothing converts a configuration back; what the newer version changed stays.",
+     "Put back a backup from before the newer firmware.",
      {}},
     {"refused",
      "refused",
@@ -180,7 +187,8 @@ bool Problems::IsHarmless(const Item& item) const {
            item.text.find("No such file or directory") != std::string::npos;
 }
 
-void Problems::ReadLine(const std::string& line, const std::string& next, const std::string& step) {
+void Problems::ReadLine(const std::string& previous, const std::string& line,
+                        const std::string& next, const std::string& step) {
     const ProblemRule* rule = RuleOf(line);
     if (rule == nullptr || std::any_of(std::begin(ordinary), std::end(ordinary), [&](auto* text) {
             return line.find(text) != std::string::npos &&
@@ -189,6 +197,11 @@ void Problems::ReadLine(const std::string& line, const std::string& next, const 
         return;
     Item item{rule, Trimmed(line), PathIn(line, before_, after_), 0, "", step};
     TakeReason(item, next);
+    if (std::string_view(rule->name) == "ended-early" && !previous.empty()) {
+        item.text = previous;  // names the cause
+        item.file = PathIn(previous, before_, after_);
+        TakeReason(item, previous);
+    }
     const std::string key =
         std::string(rule->name) + "\n" + (item.file.empty() ? item.text : item.file);
     if (IsHarmless(item))
@@ -201,8 +214,12 @@ void Problems::Read(const std::string& step, const std::string& report,
                     const std::string& printed) {
     for (const std::string& text : {report, printed}) {
         const std::vector<std::string> lines = LinesOf(text);
-        for (std::size_t i = 0; i < lines.size(); ++i)
-            ReadLine(lines[i], i + 1 < lines.size() ? lines[i + 1] : "", step);
+        std::string previous;
+        for (std::size_t i = 0; i < lines.size(); ++i) {
+            ReadLine(previous, lines[i], i + 1 < lines.size() ? lines[i + 1] : "", step);
+            if (!Trimmed(lines[i]).empty())
+                previous = Trimmed(lines[i]);
+        }
     }
 }
 

@@ -39,7 +39,8 @@ private:
         std::string step;
     };
 
-    void ReadLine(const std::string& line, const std::string& next, const std::string& step);
+    void ReadLine(const std::string& previous, const std::string& line, const std::string& next,
+                  const std::string& step);
     bool IsHarmless(const Item& item) const;
     void TakeReason(Item& item, const std::string& next) const;
 

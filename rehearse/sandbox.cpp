@@ -33,8 +33,9 @@ constexpr const char* programInside = "/rehearse";
 const std::set<std::string> hostsUsr = {"bin",   "sbin",   "lib",     "lib32",
                                         "lib64", "libx32", "libexec", "local"};
 // At the top, what the sandbox makes itself.
-const std::set<std::string> ownTops = {"bin",  "sbin", "lib", "lib32", "lib64",   "libx32", "usr",
-                                       "proc", "dev",  "tmp", "sys",   "scratch", "tree"};
+const std::set<std::string> ownTops = {"bin",    "sbin",    "lib",  "lib32",   "lib64",
+                                       "libx32", "usr",     "proc", "dev",     "tmp",
+                                       "sys",    "scratch", "tree", "oldroot", "newroot"};
 
 void Add(Arguments& arguments, std::initializer_list<std::string> more) {
     arguments.insert(arguments.end(), more);
@@ -71,6 +72,12 @@ void AddPrograms(Arguments& arguments, const Sandbox& sandbox) {
     Add(arguments, {"--remount-ro", "/bin"});
 }
 
+bool IsPlaceForAlternatives(const std::string& root) {
+    const fs::file_status place = fs::symlink_status(root + "/etc/alternatives");
+    return fs::is_directory(fs::symlink_status(root + "/etc")) &&
+           (!fs::exists(place) || fs::is_directory(place));
+}
+
 /// The copy's directories at their places, so that a configuration root may lie anywhere in it and
 /// links lead where they lead on the appliance.
 void AddAppliance(Arguments& arguments, const Sandbox& sandbox) {
@@ -87,14 +94,17 @@ void AddAppliance(Arguments& arguments, const Sandbox& sandbox) {
     const std::string usr = RealBelow(sandbox.root, "usr");
     for (const fs::directory_entry& entry : fs::directory_iterator(usr)) {
         const std::string name = entry.path().filename();
-        if (!hostsUsr.contains(name) && entry.is_directory() && !entry.is_symlink())
+        if ((name == "local" || !hostsUsr.contains(name)) && entry.is_directory() &&
+            !entry.is_symlink())
             Add(arguments, {"--bind", entry.path(), "/usr/" + name});
     }
     // Nobody can write to the kernel's files on the appliance either.
     Add(arguments,
         {"--tmpfs", "/proc", "--ro-bind", RealBelow(sandbox.root, "proc/orix"), "/proc/orix"});
-    // The links through which Debian chooses between programs.
-    Add(arguments, {"--ro-bind-try", "/etc/alternatives", "/etc/alternatives"});
+    // The links through which Debian chooses between programs. Their place is made in the copy, and
+    // must not be made through a link of it.
+    if (IsPlaceForAlternatives(sandbox.root))
+        Add(arguments, {"--ro-bind-try", "/etc/alternatives", "/etc/alternatives"});
 }
 
 Arguments CommandLine(const Sandbox& sandbox, bool isUser) {
@@ -123,6 +133,8 @@ Arguments CommandLine(const Sandbox& sandbox, bool isUser) {
     Add(arguments, {programInside, "--inside", std::to_string(progressInside)});
     if (!sandbox.binary.empty())
         Add(arguments, {"--binary", binaryInside});
+    if (sandbox.keepsTree)
+        Add(arguments, {"--apply", upgradedInside});
     Add(arguments, {"--", treeInside});
     if (!sandbox.configRoot.empty())
         Add(arguments, {sandbox.configRoot});
@@ -200,7 +212,7 @@ void Listen(int file, const std::function<void(const std::string&)>& progress) {
     for (;;) {
         pollfd waiting{file, POLLIN, 0};
         constexpr int milliseconds = 100;
-        if (poll(&waiting, 1, milliseconds) == 0) {
+        if (poll(&waiting, 1, milliseconds) <= 0) {  // nothing said, or a signal
             progress("");
             continue;
         }
@@ -228,7 +240,8 @@ void RunInSandbox(const Sandbox& sandbox, const std::function<void(const std::st
     // one, and plays root in it, as on the appliance.
     const std::string console = sandbox.scratch + "/console";
     std::error_code ignored;
-    const bool hadAlternatives = fs::exists(sandbox.root + "/etc/alternatives", ignored);
+    const bool makesAlternatives =
+        IsPlaceForAlternatives(sandbox.root) && !fs::exists(sandbox.root + "/etc/alternatives");
     int status = 0;
     for (const bool isUser : {false, true}) {
         if (!isUser && geteuid() != 0)
@@ -245,15 +258,26 @@ void RunInSandbox(const Sandbox& sandbox, const std::function<void(const std::st
         if (hasBegun)
             break;
     }
-    if (!hadAlternatives)  // the place that it was mounted upon
+    if (makesAlternatives)  // the place that they were mounted upon
         fs::remove(sandbox.root + "/etc/alternatives", ignored);
     if (status == 127)
         throw Failure("bubblewrap is missing; install it as root with: apt-get install bubblewrap");
     if (status == 0)
         return;
-    const std::string words = ReadAll(console);
+    constexpr std::size_t mostWords = 2000;
+    const std::string words = ReadAll(console, mostWords);
     throw Failure(status > 128 ? fmt::format("the upgrade was killed by signal {}", status - 128)
-                               : "the upgrade could not be run: " + words.substr(0, 2000));
+                               : "the upgrade could not be run: " + words);
+}
+
+bool IsHidden(const std::string& place) {
+    const fs::path path = fs::path(place).relative_path().lexically_normal();
+    auto part = path.begin();
+    if (part == path.end())
+        return false;
+    if (*part != "usr")
+        return ownTops.contains(*part);
+    return ++part != path.end() && *part != "local" && hostsUsr.contains(*part);
 }
 
 }  // namespace rehearse

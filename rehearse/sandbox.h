@@ -12,6 +12,7 @@ struct Sandbox {
     std::string binary;      // the setupmend to run; empty for the linked one
     std::string configRoot;  // its argument, as the appliance sees it; empty for none
     std::string orixPath;    // ORIX_PATH; empty for none
+    bool keepsTree = false;  // a copy of what the first run left, in the scratch directory
 };
 
 /// Upgrades the copy in a sandbox in which it stands at the real places, beside this machine's
@@ -19,5 +20,8 @@ struct Sandbox {
 /// and called about ten times a second, with an empty text; it may throw, which ends the run.
 /// Throws Failure, with the reason, when the sandbox can't be made or what runs in it died.
 void RunInSandbox(const Sandbox& sandbox, const std::function<void(const std::string&)>& progress);
+
+/// Whether the sandbox shows something of its own in a place of the appliance.
+bool IsHidden(const std::string& place);
 
 }  // namespace rehearse

@@ -8,37 +8,29 @@
 #include <filesystem>
 #include <fmt/format.h>
 #include <optional>
+#include <set>
 
 #include "rehearse/backup.h"
 #include "rehearse/failure.h"
 #include "rehearse/sandbox.h"
 #include "rehearse/text_file.h"
-#include "store/file_error.h"
-#include "store/multi_section_file.h"
 
 namespace fs = std::filesystem;
 
 namespace rehearse {
 namespace {
 
-/// A label as setupmend takes it: without its last byte, which is normally the line end.
-std::string ReadLabel(const std::string& root, const std::string& place) {
+/// A label as setupmend takes it: without its last byte, which is normally the line end. Nothing
+/// when there is none, or too long a one.
+std::optional<std::string> ReadLabel(const std::string& root, const std::string& place) {
+    constexpr std::size_t tooLong = 50;
     const std::string path = RealBelow(root, place);
-    std::string text = path.empty() ? "" : ReadAll(path);
+    std::string text = path.empty() ? "" : ReadAll(path, tooLong);
+    if (path.empty() || text.size() == tooLong)
+        return std::nullopt;
     if (!text.empty())
         text.pop_back();
-    return text.substr(0, text.find_first_of(std::string("\0\n", 2)));
-}
-
-/// The version that the live linedb is stamped with; empty without one.
-std::string ReadStamp(const std::string& root, const std::string& configRoot) {
-    try {
-        Configuration::MultiSectionFile lineDb(RealBelow(root, configRoot + "/linedb"));
-        if (lineDb.GotoSection("general"))
-            return lineDb.GetSectionEntry("current_version").value_or("");
-    } catch (const Configuration::FileError&) {  // told as a problem
-    }
-    return {};
+    return text.substr(0, text.find('\0'));
 }
 
 std::string RootOf(const Request& request) {
@@ -65,8 +57,14 @@ std::string FindTelephony(const std::string& root) {
 
 void RequireTelephony(const Request& request, const std::string& root) {
     const std::string configRoot = RootOf(request);
+    if (!configRoot.starts_with('/'))
+        throw Failure("a configuration root is a path from the appliance's root: /" + configRoot);
+    const std::string real = RealBelow(root, configRoot);
+    if (IsHidden(real.empty() ? configRoot : real.substr(root.size())))
+        throw Failure("a rehearsal has something of its own in the place of " + configRoot +
+                      "; move it elsewhere in TREE, and give that as CONFIG_ROOT");
     // A copy that a run left may be all that there is of it.
-    if (!RealBelow(root, configRoot).empty() || !RealBelow(root, configRoot + ".mend-undo").empty())
+    if (!real.empty() || !RealBelow(root, configRoot + ".mend-undo").empty())
         return;
     const std::string found = FindTelephony(root);
     throw Failure(
@@ -84,31 +82,44 @@ void RequireBinary(const std::string& binary) {
         throw Failure("not executable: " + binary);
 }
 
-/// OUT must be new or empty, and not within TREE, which is never changed.
-void RequireOut(const Request& request) {
-    if (request.apply.empty())
-        return;
-    const fs::path out = fs::weakly_canonical(request.apply);
+/// Nothing that is written may be TREE or lie within it, which is never changed, and no two outputs
+/// may be one. OUT must be new or empty.
+void RequireOutputs(const Request& request) {
     const fs::path tree = fs::weakly_canonical(request.tree);
-    if ((out.string() + "/").starts_with(tree.string() + "/"))
-        throw Failure("OUT lies inside TREE, which must not change: " + request.apply);
-    if (fs::exists(fs::symlink_status(request.apply)) &&
+    std::set<fs::path> known;
+    for (const std::string* output :
+         {&request.apply, &request.report, &request.diff, &request.json, &request.html}) {
+        if (output->empty())
+            continue;
+        const fs::path path = fs::weakly_canonical(*output);
+        if ((path.string() + "/").starts_with(tree.string() + "/"))
+            throw Failure(*output + " lies inside TREE, which must not change");
+        if (fs::is_other(path))
+            continue;  // a terminal or /dev/null takes everything
+        if (!known.insert(path).second)
+            throw Failure("two outputs have one name: " + *output);
+    }
+    if (!request.apply.empty() && fs::exists(fs::symlink_status(request.apply)) &&
         !(fs::is_directory(request.apply) && fs::is_empty(request.apply)))
         throw Failure("OUT is not empty: " + request.apply);
 }
 
 void HandOver(const Request& request, const std::string& root, const std::string& scratch) {
-    const std::string log = scratch + "/mend.log";
+    const std::string log = ReadAll(scratch + "/mend.log");
     if (!request.report.empty())
-        WriteFile(request.report, ReadAll(log));
+        WriteFile(request.report, log);
     if (!request.diff.empty())
         WriteFile(request.diff, ReadAll(scratch + "/diff"));
     if (request.apply.empty())
         return;
     fs::remove_all(request.apply);
-    CopyBackup(root, request.apply, [] {});
-    std::error_code error;
-    fs::copy_file(log, request.apply + "/mend.log", fs::copy_options::overwrite_existing, error);
+    CopyBackup(scratch + "/upgraded", request.apply, [] {});
+    // The place of the sandbox's own links was still there when the copy was made.
+    const std::string alternatives = RealBelow(request.apply, "etc/alternatives");
+    if (!alternatives.empty() && RealBelow(root, "etc/alternatives").empty())
+        fs::remove(alternatives);
+    fs::remove_all(request.apply + "/mend.log");  // what the tree has there may be a link
+    WriteFile(request.apply + "/mend.log", log);
 }
 
 /// Why a due upgrade has not stamped its version.
@@ -129,28 +140,28 @@ std::size_t CountProblems(const Json& result) {
 }
 
 std::string Summary(const Json& verdict, std::size_t problems) {
-    const std::string from = verdict["from"];
-    const std::string to = verdict["to"];
+    const auto version = [&](const char* key) {
+        const std::string text = verdict[key];
+        return text.empty() ? "an unknown version" : text;
+    };
     const std::string rest = problems == 0 ? " without a problem"
                                            : fmt::format(", with {} problem{} to look at", problems,
                                                          problems == 1 ? "" : "s");
     const std::string result = verdict["result"];
     if (result == "up-to-date")
-        return "Up to date at " + to + rest + ".";
+        return "Up to date at " + version("to") + rest + ".";
     if (result == "not-upgraded")
-        return fmt::format("NOT upgraded from {} to {}.",
-                           from.empty() ? "an unknown version" : from,
-                           to.empty() ? "an unknown version" : to);
-    return fmt::format("Upgraded from {} to {}{}.", from, to, rest);
+        return fmt::format("NOT upgraded from {} to {}.", version("from"), version("to"));
+    return fmt::format("Upgraded from {} to {}{}.", version("from"), version("to"), rest);
 }
 
 Json NextStart(const Json& next) {
     const bool isQuiet = next.empty();
-    return {
-        {"changesNothing", isQuiet},
-        {"text", isQuiet ? std::string("The next start changes nothing.")
-                         : fmt::format("The next start would change {} files again.", next.size())},
-        {"files", next}};
+    return {{"changesNothing", isQuiet},
+            {"text", isQuiet ? std::string("The next start changes nothing.")
+                             : fmt::format("The next start would change {} file{} again.",
+                                           next.size(), next.size() == 1 ? "" : "s")},
+            {"files", next}};
 }
 
 /// A run that ended before the conversions is stamped all the same, and has upgraded nothing.
@@ -237,7 +248,6 @@ void Hold(const Request& request, Progress& progress, Json& result) {
     if (!fs::exists(request.tree))
         throw Failure("no such directory or archive: " + request.tree);
     RequireBinary(request.binary);
-    RequireOut(request);
     constexpr std::uint64_t times = 4;  // the copy, the recovery copy, what is new, and some more
     const Workspace work(times * SizeOf(request.tree));
     const std::string copy = work.Path() + "/copy";
@@ -250,20 +260,21 @@ void Hold(const Request& request, Progress& progress, Json& result) {
         result["lacks"].push_back({{"what", lack.what}, {"means", lack.means}});
     fs::create_directory(scratch);
 
-    Json& verdict = result["verdict"];
-    const std::string from = ReadLabel(root, "etc/orix-conf/config_label.txt");
-    const std::string to = ReadLabel(root, "etc/default-conf/config_label.txt");
-    verdict["from"] = from;
-    verdict["to"] = to;
-    const bool isLabelled = !from.empty() && !to.empty();
-    const bool wasDue = !isLabelled || (from != to && ReadStamp(root, RootOf(request)) != to);
+    const auto from = ReadLabel(root, "etc/orix-conf/config_label.txt");
+    const auto to = ReadLabel(root, "etc/default-conf/config_label.txt");
+    result["verdict"]["from"] = from.value_or("");
+    result["verdict"]["to"] = to.value_or("");
     const std::string binary = request.binary.empty() ? "" : fs::canonical(request.binary).string();
-    RunInSandbox({root, scratch, binary, request.configRoot, request.orixPath}, Stage(progress));
+    RunInSandbox(
+        {root, scratch, binary, request.configRoot, request.orixPath, !request.apply.empty()},
+        Stage(progress));
 
     Json ran = Json::parse(ReadAll(scratch + "/result.json"));
     result["report"] = ReadAll(scratch + "/mend.log");
-    AddVerdict(result, ran, wasDue, isLabelled && ReadStamp(root, RootOf(request)) == to);
+    const bool isLabelled = from && to;
+    const bool wasDue = !isLabelled || (from != to && ran["oldStamp"] != *to);
     HandOver(request, root, scratch);
+    AddVerdict(result, ran, wasDue, isLabelled && ran["stamp"] == *to);
 }
 
 }  // namespace
@@ -273,6 +284,7 @@ std::string Text(const Json& json, int indent) {
 }
 
 Json RehearseSite(const Request& request, Progress& progress) {
+    RequireOutputs(request);
     const auto begin = std::chrono::steady_clock::now();
     Json result = EmptyResult(request);
     try {

@@ -1,16 +1,33 @@
 #include "rehearse/text_file.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <fstream>
-#include <iterator>
 
+#include "files/file_descriptor.h"
 #include "rehearse/failure.h"
 
 namespace rehearse {
 
-std::string ReadAll(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+std::string ReadAll(const std::string& path, std::size_t most) {
+    const files::FileDescriptor file(
+        open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat info {};
+    if (!file.IsOpen() || fstat(file.Get(), &info) != 0 || !S_ISREG(info.st_mode))
+        return {};
+    std::string text(std::min(most, static_cast<std::size_t>(info.st_size)), '\0');
+    std::size_t filled = 0;
+    while (filled < text.size()) {
+        const ssize_t got = read(file.Get(), text.data() + filled, text.size() - filled);
+        if (got <= 0)
+            break;
+        filled += static_cast<std::size_t>(got);
+    }
+    text.resize(filled);
+    return text;
 }
 
 void WriteFile(const std::string& path, const std::string& text) {

@@ -1,12 +1,15 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
 namespace rehearse {
 
-/// A file's bytes; empty when it cannot be read.
-std::string ReadAll(const std::string& path);
+/// A regular file's bytes, at most `most` of them; empty when it cannot be read, or is no such
+/// file. A link is not followed: what ran in the sandbox may have made it, and it leads elsewhere
+/// here.
+std::string ReadAll(const std::string& path, std::size_t most = 512 << 20);
 
 /// Writes a file. Throws Failure.
 void WriteFile(const std::string& path, const std::string& text);
