@@ -65,6 +65,7 @@ std::string Identity(const std::string& path) {
     return fmt::format("{} {} {}\n", path, size, newest.time_since_epoch().count());
 }
 
+/// The backups of a directory, and what their rehearsals left in OUT.
 class Fleet {
 public:
     Fleet(const FleetRequest& request, const Request& site)
@@ -125,6 +126,8 @@ public:
     }
 
     const std::string& Out() const { return out_; }
+    /// The worst exit status of a site; known when all are gathered.
+    int Worst() const { return worst_; }
 
 private:
     /// A fleet that is gone on with has to be the same: parallel's log knows its sites by number.
@@ -370,8 +373,6 @@ private:
     std::map<std::string, Json> problems_;
     std::vector<Json> steps_;
     std::map<std::string, std::size_t> counts_;
-
-public:
     int worst_ = 0;
 };
 
@@ -420,7 +421,7 @@ int RehearseFleet(const FleetRequest& request, const Request& site, bool showsPr
     WriteFile(fleet.Out() + "/fleet.json", Text(result) + "\n");
     WriteFile(fleet.Out() + "/fleet.html", Page(result));
     Tell(result, fleet.Out());
-    return fleet.worst_;
+    return fleet.Worst();
 }
 
 }  // namespace rehearse
