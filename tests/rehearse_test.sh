@@ -180,7 +180,7 @@ check 'the temporary files are gone' [ -z "$(ls -A "$work/tmp")" ]
 # --- a fleet, with a site that hangs --------------------------------------------------------------
 
 "$repo/bench/make_fleet" "$sites" 3 "$work/fleet"
-run 2 --fleet "$work/fleet" --time-limit 8 --out "$work/rehearsed"
+run 2 --fleet "$work/fleet" --time-limit 15 --out "$work/rehearsed"
 cp "$work/rehearsed/fleet.json" "$work/fleet.json"
 valid fleet.json fleet
 check 'every site is a row' [ "$(json "$work/fleet.json" 'len(r["sites"])')" -eq "$sites" ]
@@ -189,7 +189,7 @@ check 'each has its page' [ "$(find "$work/rehearsed/sites" -name '*.html' | wc 
 # Interrupted: two sites are not in the log yet.
 sed -i '4,5d' "$work/rehearsed/joblog"
 lines=$(wc -l <"$work/rehearsed/joblog")
-run 2 --fleet "$work/fleet" --time-limit 8 --out "$work/rehearsed"
+run 2 --fleet "$work/fleet" --time-limit 15 --out "$work/rehearsed"
 check 'it goes on where it was' [ "$(wc -l <"$work/rehearsed/joblog")" -eq $((lines + 2)) ]
 
 echo "$failures checks failed"
