@@ -158,15 +158,24 @@ private:
         Thread::SetCommandLine(argument.empty() ? 1 : 2, arguments);
         Appliance appliance;
         ConfigUpgrader* running = nullptr;
+        std::exception_ptr failure;  // ours, which the run must not take for its own
         if (looksOn_)
             appliance.afterStep = [&](const char* step) {
-                if (running->log)
-                    running->log->Flush();
-                EndOfStep(step);
+                try {
+                    if (running->log)
+                        running->log->Flush();
+                    EndOfStep(step);
+                } catch (...) {
+                    failure = std::current_exception();
+                }
             };
-        ConfigUpgrader upgrader(appliance);
-        running = &upgrader;
-        upgrader.Run();
+        {
+            ConfigUpgrader upgrader(appliance);
+            running = &upgrader;
+            upgrader.Run();
+        }
+        if (failure)
+            std::rethrow_exception(failure);
     }
 
     void RunBinary() const {
