@@ -3,6 +3,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <exception>
 
 #include "app/config_root.h"
 #include "app/config_upgrader.h"
@@ -13,10 +14,13 @@ namespace {
 /// A slip on the command line changes neither the run nor the exit status, for start scripts rely
 /// on both; only a person sees it.
 void AdviseOnArguments(const ConfigUpgrader& upgrader) {
-    const std::string advice = AdviceOnArguments(FindConfigRoot(upgrader.appliance.liveConf));
-    if (!advice.empty())
-        std::fprintf(stderr, "setupmend %s: %s (usage: setupmend [CONFIG_ROOT])\n",
-                     SETUPMEND_VERSION, advice.c_str());
+    try {
+        const std::string advice = AdviceOnArguments(FindConfigRoot(upgrader.appliance.liveConf));
+        if (!advice.empty())
+            std::fprintf(stderr, "setupmend %s: %s (usage: setupmend [CONFIG_ROOT])\n",
+                         SETUPMEND_VERSION, advice.c_str());
+    } catch (const std::exception&) {  // no memory for advice is no reason not to upgrade
+    }
 }
 
 }  // namespace

@@ -53,17 +53,24 @@ std::string ContentText(const std::optional<TreeContent>& content) {
     return line + "\n";
 }
 
-/// Not by sscanf, which is a tenth of a program that is linked statically.
+/// Reads the number that a text goes on with, and what stands behind it. Not by sscanf, which is a
+/// tenth of a program that is linked statically.
+bool TakeNumber(const char*& text, int base, const char* behind, std::uint64_t& number) {
+    char* end = nullptr;
+    number = std::strtoull(text, &end, base);
+    const std::size_t length = std::strlen(behind);
+    const bool isTaken = end != text && std::strncmp(end, behind, length) == 0;
+    text = end + (isTaken ? length : 0);
+    return isTaken;
+}
+
 std::optional<TreeContent> ParseContent(const std::string& line) {
-    constexpr const char* marks[] = {" entries, ", " bytes, "};
-    const std::size_t bytes = line.find(marks[0]);
-    const std::size_t hash = line.find(marks[1]);
-    if (bytes == std::string::npos || hash == std::string::npos)
-        return std::nullopt;
+    TreeContent content{};
     const char* text = line.c_str();
-    return TreeContent{std::strtoull(text, nullptr, 10),
-                       std::strtoull(text + bytes + std::strlen(marks[0]), nullptr, 10),
-                       std::strtoull(text + hash + std::strlen(marks[1]), nullptr, 16)};
+    if (!TakeNumber(text, 10, " entries, ", content.entries) ||
+        !TakeNumber(text, 10, " bytes, ", content.bytes) || !TakeNumber(text, 16, "", content.hash))
+        return std::nullopt;
+    return content;
 }
 
 /// The version stands last: a label's text may be of several lines.

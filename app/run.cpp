@@ -234,6 +234,7 @@ void ConfigUpgrader::RunSteps() {
     const auto endStep = [this](const char* name) {
         FlushReport();
         appliance.afterStep(name);
+        tracedReasons.clear();
     };
     PrepareForCommands();
     configRoot = FindConfigRoot(appliance.liveConf);
