@@ -50,7 +50,8 @@ std::string CopyAttendantToSystem(ConfigUpgrader& upgrader) {
         else if (HasVisibleEntries(attendant))
             files::NoteRefusal(EIO);  // nothing but the disk keeps it from being made
     }
-    files::RemoveTree(copy);
+    if (!files::RemoveTree(copy))
+        files::NoteRefusal(errno, "Can't remove: " + copy);
     return error.empty() ? outcome : "Failed: " + error;
 }
 
