@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -35,9 +36,12 @@ class Growth {
 public:
     Growth(std::string path, std::size_t most) : path_(std::move(path)), most_(most) {}
     std::string Take() {
-        std::ifstream file(path_, std::ios::binary);
+        std::ifstream file(path_, std::ios::binary | std::ios::ate);
+        const std::streamoff grown = file ? static_cast<std::streamoff>(file.tellg()) - read_ : 0;
+        if (grown <= 0)
+            return {};
         file.seekg(read_);
-        std::string text(most_, '\0');
+        std::string text(std::min(most_, static_cast<std::size_t>(grown)), '\0');
         file.read(text.data(), static_cast<std::streamsize>(text.size()));
         text.resize(static_cast<std::size_t>(file.gcount()));
         read_ += file.gcount();
