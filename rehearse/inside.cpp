@@ -1,5 +1,6 @@
 #include "rehearse/inside.h"
 
+#include <fmt/format.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -8,7 +9,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <fmt/format.h>
+#include <exception>
 #include <fstream>
 
 #include "app/config_upgrader.h"

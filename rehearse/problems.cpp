@@ -30,7 +30,7 @@ const ProblemRule rules[] = {
      "ended-early",
      "The run ended before the conversions",
      "Nothing was converted: the services would start on the old form of the files.",
-     "Mend the database that the line above names, in the live tree or the factory's.",
+     "Mend the database that is named, in the live tree or the factory's.",
      {"exiting setupmend..."}},
     {"database-lost",
      "malformed-file",
