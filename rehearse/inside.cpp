@@ -1,6 +1,5 @@
 #include "rehearse/inside.h"
 
-#include <fmt/format.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <fmt/format.h>
 #include <fstream>
 
 #include "app/config_upgrader.h"
