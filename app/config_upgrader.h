@@ -211,6 +211,7 @@ public:
     std::string systemLanguage;         // set by the voice-data check, read by CheckLineDatabase
 
     RecoveryCopy recovery{report};        // used by the run, read by CheckCallerDatabases
+    bool isConverted = false;             // every step has run; set by the run, read by its end
     std::set<std::string> tracedReasons;  // of this step; set by TraceReason, emptied by the run
     std::string lastErrorText;            // set by RunWithErrorText, read by ReadLastError
 

@@ -8,7 +8,9 @@
 
 #include "app/config_root.h"
 #include "app/config_upgrader.h"
+#include "app/version.h"
 #include "files/look.h"
+#include "files/read.h"
 #include "files/refusals.h"
 #include "files/replace.h"
 #include "platform/file_utility.h"
@@ -194,6 +196,23 @@ void RunVersionedSteps(ConfigUpgrader& upgrader) {
             upgrader.FlushReport();
         upgrader.appliance.afterStep(step.name);
     }
+    upgrader.isConverted = true;
+}
+
+/// Where the start scripts keep a label for each tree, this is the tree's: it says what the tree
+/// was converted to, and goes with it into a backup. The stamp does not tell, for a run that ended
+/// early is stamped as well. Nothing is made here that the scripts have not made.
+constexpr const char* treeLabel = "mend-label";
+
+/// Raises the tree's own label after an upgrade that came to its end; false when it can't be saved.
+bool RaiseTreeLabel(const ConfigUpgrader& upgrader) {
+    const std::string& version = upgrader.targetVersion;
+    const std::string path = upgrader.configRoot + treeLabel;
+    if (!upgrader.isConverted || version.empty() || Contains(version, "\n") || !FileExist(path))
+        return true;
+    const std::string old = files::ReadFile(path).bytes.value_or("");
+    // After a fall-back to older firmware the tree is still what the newer one made of it.
+    return !IsNewerLabel(version, old) || files::ReplaceFile(path, version + "\n").empty();
 }
 
 /// Writes the version that the tree now has; false when it can't be saved.
@@ -293,6 +312,8 @@ bool ConfigUpgrader::FinishUpgrade() {
     if (!upToDate)
         for (const std::string& path : {appliance.usbVoiceData, appliance.internalVoiceData})
             files::SyncFileSystem(path);
+    if (!upToDate && !RaiseTreeLabel(*this))
+        return false;
     if ((!upToDate || recovery.Stands()) && !recovery.SyncTree()) {
         Trace(1, "MINOR ERROR: Can't sync: %s\n", configRoot.c_str());
         return false;
