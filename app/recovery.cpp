@@ -20,8 +20,6 @@ using files::By;
 
 namespace {
 
-constexpr const char* copySuffix = ".mend-undo";
-
 /// How far the upgrade is that left a copy. The state is the mark's name: renaming it needs no room
 /// on a full disk. The names end as those of temporaries, so that no mirror takes them along.
 enum class State { UnderWay, SecondUnderWay, Refused, Done, Stamped };
@@ -119,18 +117,6 @@ bool SetState(const std::string& copy, State state) {
            files::IsThere(MarkPath(copy, state));
 }
 
-/// The stamp of a telephony directory; empty without one.
-std::string ReadStamp(const std::string& tree) {
-    try {
-        MultiSectionFile lineDb(tree + "/linedb");
-        return lineDb.GotoSection("general")
-                   ? lineDb.GetSectionEntry("current_version").value_or("")
-                   : "";
-    } catch (const FileError&) {
-        return "";
-    }
-}
-
 /// Stamps a telephony directory; the reason in words when it can't.
 std::string WriteStamp(const std::string& tree, const std::string& version) {
     try {
@@ -172,6 +158,17 @@ std::string MakeCopy(const std::string& tree, const std::string& temporary, By b
 }
 
 }  // namespace
+
+std::string ReadStamp(const std::string& tree) {
+    try {
+        MultiSectionFile lineDb(tree + "/linedb");
+        return lineDb.GotoSection("general")
+                   ? lineDb.GetSectionEntry("current_version").value_or("")
+                   : "";
+    } catch (const FileError&) {
+        return "";
+    }
+}
 
 bool RecoveryCopy::Resume(const std::string& configRoot, const std::string& version) {
     watch_.StartAnew();

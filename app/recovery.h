@@ -7,6 +7,12 @@
 #include "files/refusals.h"
 #include "files/replace.h"
 
+/// What the recovery copy's name has more than the telephony directory's.
+inline constexpr const char* copySuffix = ".mend-undo";
+
+/// The stamp of a telephony directory; empty without one.
+std::string ReadStamp(const std::string& tree);
+
 /// The recovery copy: what makes an upgrade one transaction.
 ///
 /// Many conversions must not run twice: the echo delay would lose another 80, minutes would become

@@ -44,6 +44,8 @@ const VersionedStep versionedSteps[] = {
     {"extension length", [](ConfigUpgrader& u) { u.UpdateExtensionLength(); }, false},
 };
 
+constexpr const char* notCopied = "the factory's file could not be copied";
+
 /// Appends the values of a section's entries to a list. An empty value is no extension number, nor
 /// is one that would lead out of the telephony directory: the steps take them for directory names.
 void AppendValues(MultiSectionFile& file, const std::string& section, NameList& list) {
@@ -108,6 +110,7 @@ bool OpenLineDb(ConfigUpgrader& upgrader) {
     } catch (const std::exception& error) {
         upgrader.report += "\tfile linedb doesn't exist or corrupted, copying from default-conf\n";
         upgrader.report += Configuration::ReasonLine(error);
+        upgrader.Tell(Fact::Kind::Restored, error);
         upgrader.FlushReport();
     }
     // What the disk could not give this time may be there the next.
@@ -127,6 +130,7 @@ bool OpenExtensionDb(ConfigUpgrader& upgrader) {
     } catch (const std::exception& error) {
         upgrader.report += std::string("\t") + error.what() + "\n";
         upgrader.report += "\tfile extensiondb copying from default-conf\n";
+        upgrader.Tell(Fact::Kind::Restored, error);
         upgrader.FlushReport();
     }
     if (!upgrader.CopyFromFactory("extensiondb"))
@@ -208,6 +212,7 @@ bool Stamp(ConfigUpgrader& upgrader) {
     if (!upgrader.Save(*upgrader.lineDb))
         return false;
     upgrader.report += "\n=====Current configuration version: " + version + " is set in linedb\n";
+    upgrader.Tell(Fact::Kind::Stamped, "", version);
     return true;
 }
 
@@ -226,6 +231,7 @@ void ConfigUpgrader::Run() {
             files::NoteRefusal(ENOMEM);
         report += std::string("\t") + error.what() + "\n";
         report += "\nexiting setupmend... may the Lord help us!\n";
+        Tell(Fact::Kind::EndedEarly, error);
         FlushReport();
     }
 }
@@ -239,6 +245,7 @@ void ConfigUpgrader::RunSteps() {
     PrepareForCommands();
     configRoot = FindConfigRoot(appliance.liveConf);
     if (!recovery.Resume(configRoot, VersionToStamp())) {
+        Tell(Fact::Kind::EndedEarly, {}, "an interrupted upgrade can't be put back");
         CreateLog(*this);
         FlushReport();
         return;
@@ -247,17 +254,25 @@ void ConfigUpgrader::RunSteps() {
     ProbeHardware(false);
     ProbeLineCounts();
     endStep("hardware");
-    if (!OpenLineDb(*this))
+    if (!OpenLineDb(*this)) {
+        Tell(Fact::Kind::EndedEarly, "linedb", notCopied);
         return;
+    }
     appliance.afterStep("linedb");
     upToDate = CheckVersion();
+    Tell(upToDate                ? Fact::Kind::UpToDate
+         : targetVersion.empty() ? Fact::Kind::NoLabel
+                                 : Fact::Kind::Due,
+         liveVersion, targetVersion);
     if (!upToDate)
         MakeRecoveryCopy(*this, targetVersion);
     FlushReport();
     CreateLog(*this);
     endStep("version check");
-    if (!OpenExtensionDb(*this))
+    if (!OpenExtensionDb(*this)) {
+        Tell(Fact::Kind::EndedEarly, "extensiondb", notCopied);
         return;
+    }
     appliance.afterStep("extensiondb");
     OpenFactoryDatabases(*this);
     ReadAttendants(*this);
@@ -295,6 +310,7 @@ bool ConfigUpgrader::FinishUpgrade() {
             files::SyncFileSystem(path);
     if ((!upToDate || recovery.Stands()) && !recovery.SyncTree()) {
         Trace(1, "MINOR ERROR: Can't sync: %s\n", configRoot.c_str());
+        Tell(Fact::Kind::Refused, configRoot, "can't sync");
         return false;
     }
     if (upToDate)
@@ -305,8 +321,10 @@ bool ConfigUpgrader::FinishUpgrade() {
 
 ConfigUpgrader::~ConfigUpgrader() {
     try {
-        for (const std::string& text : files::TakeRefusalTexts())
+        for (const std::string& text : files::TakeRefusalTexts()) {
             Trace(1, "MINOR ERROR: %s\n", text.c_str());
+            Tell(Fact::Kind::Refused, "", text);
+        }
         recovery.End(FinishUpgrade());
         FlushReport();
         appliance.afterStep("stamp");
