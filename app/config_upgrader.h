@@ -6,6 +6,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "app/appliance.h"
@@ -46,6 +47,9 @@ public:
     /// Appends a step's header line and, at its end, its closing line.
     void ReportStep(const std::string& name) { report += "\n=== " + name + " ===\n"; }
     void ReportDone() { report += "\n Done...\n"; }
+    /// Tells the observer, if there is one, what the report tells in words.
+    void Tell(Fact::Kind kind, std::string_view path, std::string_view reason = {});
+    void Tell(Fact::Kind kind, const std::exception& error);
 
     // Versions.
 

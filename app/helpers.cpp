@@ -70,6 +70,7 @@ void ConfigUpgrader::TraceInvalidFile(const std::string& path, const std::except
 }
 
 void ConfigUpgrader::TraceReason(const std::exception& error) {
+    Tell(Fact::Kind::Unreadable, error);
     const std::string line = Configuration::ReasonLine(error);
     if (!line.empty() && tracedReasons.insert(line).second)
         Trace(1, "%s", line.c_str());
@@ -77,6 +78,7 @@ void ConfigUpgrader::TraceReason(const std::exception& error) {
 
 void ConfigUpgrader::TraceUnsaved(const std::string& path, const std::string& reason) {
     Trace(1, "MINOR ERROR: Can't save file: %s (%s)\n", path.c_str(), reason.c_str());
+    Tell(Fact::Kind::Unsaved, path, reason);
 }
 
 bool ConfigUpgrader::MergeKeyedSections(MultiSectionFile* destination, MultiSectionFile* source,
@@ -96,7 +98,10 @@ std::string ConfigUpgrader::RunWithErrorText(const std::string& command) {
     const auto run = [this](const std::string& text) { return RunShell(text); };
     CommandOutcome outcome = RunForErrors(run, command, appliance.lastError);
     lastErrorText = std::move(outcome.errors);
-    return outcome.result == 0 ? "Success" : "Failed: " + ReadLastError();
+    if (outcome.result == 0)
+        return "Success";
+    Tell(Fact::Kind::CommandFailed, command, lastErrorText);
+    return "Failed: " + ReadLastError();
 }
 
 int ConfigUpgrader::CopyWhole(const std::string& options, const std::string& source,

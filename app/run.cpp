@@ -49,6 +49,8 @@ const VersionedStep versionedSteps[] = {
     {"extension length", [](ConfigUpgrader& u) { u.UpdateExtensionLength(); }, false},
 };
 
+constexpr const char* notCopied = "the factory's file could not be copied";
+
 /// Appends the values of a section's entries to a list. An empty value is no extension number, nor
 /// is one that would lead out of the telephony directory: the steps take them for directory names.
 void AppendValues(MultiSectionFile& file, const std::string& section, NameList& list) {
@@ -114,11 +116,14 @@ std::set<std::string> UpgradedDirectories(const ConfigUpgrader& upgrader) {
 bool MakeRecoveryCopy(ConfigUpgrader& upgrader, const std::string& version) {
     const std::set<std::string> names = UpgradedDirectories(upgrader);
     const std::string& factory = upgrader.appliance.factoryTelephony;
-    return upgrader.recovery.Make(version, [&](const std::string& name) {
+    const bool canBegin = upgrader.recovery.Make(version, [&](const std::string& name) {
         if (!Contains(name, "/"))
             return names.contains(name);
         return CorrectPath(factory + name) || CorrectPath(factory + upgrader.linesDir + name);
     });
+    if (!canBegin)
+        upgrader.Tell(Fact::Kind::EndedEarly, upgrader.configRoot, "no room for a recovery copy");
+    return canBegin;
 }
 
 bool OpenLineDb(ConfigUpgrader& upgrader) {
@@ -131,6 +136,7 @@ bool OpenLineDb(ConfigUpgrader& upgrader) {
     } catch (const std::exception& error) {
         upgrader.report += "\tfile linedb doesn't exist or corrupted, copying from default-conf\n";
         upgrader.report += Configuration::ReasonLine(error);
+        upgrader.Tell(Fact::Kind::Restored, error);
         upgrader.FlushReport();
     }
     // What the disk could not give this time may be there the next.
@@ -138,8 +144,10 @@ bool OpenLineDb(ConfigUpgrader& upgrader) {
         EndWithLog(upgrader);
         return false;
     }
-    if (!upgrader.CopyFromFactory("linedb"))
+    if (!upgrader.CopyFromFactory("linedb")) {
+        upgrader.Tell(Fact::Kind::EndedEarly, "linedb", notCopied);
         return false;
+    }
     upgrader.lineDb = std::make_unique<MultiSectionFile>(path);
     return true;
 }
@@ -154,10 +162,13 @@ bool OpenExtensionDb(ConfigUpgrader& upgrader) {
     } catch (const std::exception& error) {
         upgrader.report += std::string("\t") + error.what() + "\n";
         upgrader.report += "\tfile extensiondb copying from default-conf\n";
+        upgrader.Tell(Fact::Kind::Restored, error);
         upgrader.FlushReport();
     }
-    if (!upgrader.CopyFromFactory("extensiondb"))
+    if (!upgrader.CopyFromFactory("extensiondb")) {
+        upgrader.Tell(Fact::Kind::EndedEarly, "extensiondb", notCopied);
         return false;
+    }
     upgrader.extensionDb = std::make_unique<MultiSectionFile>(path);
     return true;
 }
@@ -243,6 +254,7 @@ bool Stamp(ConfigUpgrader& upgrader) {
     if (!upgrader.Save(*upgrader.lineDb))
         return false;
     upgrader.report += "\n=====Current configuration version: " + version + " is set in linedb\n";
+    upgrader.Tell(Fact::Kind::Stamped, "", version);
     return true;
 }
 
@@ -265,6 +277,7 @@ void ConfigUpgrader::Run() {
         }
         report += std::string("\t") + error.what() + "\n";
         report += "\nexiting setupmend... may the Lord help us!\n";
+        Tell(Fact::Kind::EndedEarly, error);
         FlushReport();
     }
 }
@@ -278,6 +291,7 @@ void ConfigUpgrader::RunSteps() {
     PrepareForCommands();
     configRoot = FindConfigRoot(appliance.liveConf);
     if (!recovery.Resume(configRoot, VersionToStamp(), appliance.log)) {
+        Tell(Fact::Kind::EndedEarly, {}, "an interrupted upgrade can't be put back");
         EndWithLog(*this);
         return;
     }
@@ -289,6 +303,10 @@ void ConfigUpgrader::RunSteps() {
         return;
     appliance.afterStep("linedb");
     upToDate = CheckVersion();
+    Tell(upToDate                ? Fact::Kind::UpToDate
+         : targetVersion.empty() ? Fact::Kind::NoLabel
+                                 : Fact::Kind::Due,
+         liveVersion, targetVersion);
     if (!upToDate && !MakeRecoveryCopy(*this, targetVersion)) {
         targetVersion.clear();  // nothing was begun
         EndWithLog(*this);
@@ -344,6 +362,7 @@ bool ConfigUpgrader::FinishUpgrade() {
         return false;
     if ((!upToDate || recovery.Stands()) && !recovery.SyncTree()) {
         Trace(1, "MINOR ERROR: Can't sync: %s\n", configRoot.c_str());
+        Tell(Fact::Kind::Refused, configRoot, "can't sync");
         return false;
     }
     if (upToDate)
@@ -354,8 +373,10 @@ bool ConfigUpgrader::FinishUpgrade() {
 
 ConfigUpgrader::~ConfigUpgrader() {
     try {
-        for (const std::string& text : files::TakeRefusalTexts())
+        for (const std::string& text : files::TakeRefusalTexts()) {
             Trace(1, "MINOR ERROR: %s\n", text.c_str());
+            Tell(Fact::Kind::Refused, "", text);
+        }
         if (isOutOfMemory && recovery.Stands())
             recovery.TakeBack();
         else

@@ -23,18 +23,6 @@ std::vector<std::string> PlacesFor(const std::string& tree) {
     return {tree + files::recoverySuffix, tree + "/" + innerCopyName};
 }
 
-/// The stamp of a telephony directory; empty without one.
-std::string ReadStamp(const std::string& tree) {
-    try {
-        MultiSectionFile lineDb(tree + "/linedb");
-        return lineDb.GotoSection("general")
-                   ? lineDb.GetSectionEntry("current_version").value_or("")
-                   : "";
-    } catch (const FileError&) {
-        return "";
-    }
-}
-
 /// Stamps a telephony directory; the reason in words when it can't.
 std::string WriteStamp(const std::string& tree, const std::string& version) {
     try {
@@ -65,6 +53,17 @@ std::string ShortOfRoom() {
 }
 
 }  // namespace
+
+std::string ReadStamp(const std::string& tree) {
+    try {
+        MultiSectionFile lineDb(tree + "/linedb");
+        return lineDb.GotoSection("general")
+                   ? lineDb.GetSectionEntry("current_version").value_or("")
+                   : "";
+    } catch (const FileError&) {
+        return "";
+    }
+}
 
 // The start.
 

@@ -10,6 +10,9 @@
 #include "recovery/tree_copy.h"
 #include "recovery/tree_lock.h"
 
+/// The stamp of a telephony directory; empty without one.
+std::string ReadStamp(const std::string& tree);
+
 /// The recovery copy: what makes an upgrade one transaction.
 ///
 /// Many conversions must not run twice: the echo delay would lose another 80, minutes would become

@@ -11,7 +11,7 @@ namespace {
 files::ReadResult Read(const std::string& path, bool createFlag) {
     files::ReadResult file = files::ReadFile(path);
     if (!file.bytes && !(file.missing && createFlag))
-        throw FileError(path + ": " + file.error, file.missing);
+        throw FileError(path + ": " + file.error, path.size(), 0, file.missing);
     return file;
 }
 

@@ -157,10 +157,12 @@ private:
     void MakeDirectory(const std::string& path) {
         if (CorrectPath(path))
             return;
-        if (files::MakeDirectory(path))
+        if (files::MakeDirectory(path)) {
             upgrader_.report += " directory created\n";
-        else
-            upgrader_.report += "Can't create directory " + path + "\n";
+            return;
+        }
+        upgrader_.report += "Can't create directory " + path + "\n";
+        upgrader_.Tell(Fact::Kind::Unsaved, path);
     }
 
     /// Fills one file from extensiondb's current section and, if `hasLine`, linedb's. An entry that
@@ -196,6 +198,7 @@ private:
         if (file.Save())
             return true;
         upgrader_.report += "\tCan't save file: " + file.Path() + " (" + file.LastError() + ")\n";
+        upgrader_.Tell(Fact::Kind::Unsaved, file.Path(), file.LastError());
         return false;
     }
 
@@ -253,6 +256,7 @@ void ConfigUpgrader::SplitExtensionDatabase() {
             ExtensionSplit(*this).Run();
         } catch (const FileError& error) {
             report += std::string("\t") + error.what() + "\n";
+            Tell(Fact::Kind::Unreadable, error);
             TakeOldExtensions(*this);
         }
     }

@@ -232,6 +232,7 @@ private:
         const files::ReadResult file = files::ReadFile(path);
         if (!file.bytes) {
             report_ += "\n\n\t\tsip.cfg open error!!!\n\n ";
+            upgrader_.Tell(Fact::Kind::Absent, path, file.error);
             return;
         }
         const std::string error = files::ReplaceFile(path, *file.bytes + "\n");

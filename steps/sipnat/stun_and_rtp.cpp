@@ -71,6 +71,7 @@ void ReconcilePortRanges(ConfigUpgrader& upgrader, MultiSectionFile& nat, bool i
         if (nat.GotoSection(section))
             return true;
         upgrader.Trace(1, "ERROR: \"%s\" section does not exists.\n", section);
+        upgrader.Tell(Fact::Kind::Absent, nat.Path(), section);
         return false;
     };
     if (!enter("dynamic"))
@@ -146,6 +147,7 @@ void ConfigUpgrader::UpdateStunFile() {
         }
         if (!copied) {  // a key that cannot stand at the top level keeps its section
             TraceInvalidFile(path);
+            Tell(Fact::Kind::Incomplete, path, section);
             continue;
         }
         Trace(3, "\tDelete section: %s.\n", section.c_str());

@@ -303,6 +303,7 @@ private:
                                     "MINOR ERROR: section not found in addresspattern file for "
                                     "caller: %s, type:%s.\n",
                                     record.caller.c_str(), record.type.c_str());
+                    upgrader_.Tell(Fact::Kind::Incomplete, directory_, record.caller);
                     continue;
                 }
                 id = found->second;

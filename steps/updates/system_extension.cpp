@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "app/config_root.h"
 #include "app/config_upgrader.h"
 #include "files/look.h"
 #include "files/mirror.h"
@@ -123,7 +124,6 @@ void UpdateSystemMailbox(ConfigUpgrader& upgrader, int usedPortions) {
 /// Nothing but an attendant's own directory, or the link that stands for it, is ever removed: no
 /// file, no extension's directory, and none of those that every unit has.
 bool IsAttendantDirectory(const ConfigUpgrader& upgrader, const std::string& name) {
-    constexpr const char* unitDirectories[] = {"default", "defatt", "system", "isdn", "e1t1"};
     if (!files::IsDirectoryName(name) || ListContains(upgrader.liveExtensions, name) ||
         IsOneOf(unitDirectories, name))
         return false;
@@ -164,6 +164,7 @@ void ConfigUpgrader::RestrictAttendants() {
         return;
     if (!extensions->GotoSection("attendant")) {
         Trace(3, "There is no \"attendant\" section!\n");
+        Tell(Fact::Kind::Absent, "extensiondb", "attendant");
         return;
     }
     std::vector<std::string> removed;

@@ -181,6 +181,7 @@ void ConfigUpgrader::MapIsdnFiles() {
         throw;
     } catch (const std::exception& error) {
         Trace(1, "%s", error.what());
+        Tell(Fact::Kind::Incomplete, "isdn", error.what());
         return;
     }
     Trace(3, "Updated.\n");
