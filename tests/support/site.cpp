@@ -59,22 +59,6 @@ std::string Site::Read(const std::string& path) const {
     return text.str();
 }
 
-void Site::Unpack(const std::string& input) const {
-    std::string path;
-    for (const std::string& line : Lines(Read(TEST_DATA "/inputs/" + input))) {
-        std::string text = line + "\n";
-        if (line.starts_with("==== ")) {
-            const std::size_t end = line.find_first_of(" :", 5);
-            const std::size_t start = line.find(": ");
-            const std::size_t name = line.find(" = factory ");
-            path = Path(line.substr(5, end - 5));
-            Write(path, name == line.npos ? "" : Read(Factory(line.substr(name + 11))));
-            text = start == line.npos ? "" : line.substr(start + 2);
-        }
-        Write(path, Read(path) + Unfolded(text));
-    }
-}
-
 std::string Site::Upgrade() const {
     setenv("ORIX_PATH", appliance.liveConf.c_str(), 1);  // there may be another site
     const std::size_t before = Exists(appliance.log) ? Read(appliance.log).size() : 0;
