@@ -33,8 +33,15 @@ Site::Site(Content content) {
 }
 
 Site::~Site() {
-    std::error_code ignored;
-    fs::remove_all(root_, ignored);
+    std::error_code error;
+    fs::remove_all(root_, error);
+    if (!error)
+        return;
+    // A test may have left directories that their owner may not write into.
+    for (const auto& entry : fs::recursive_directory_iterator(root_, error))
+        if (entry.is_directory() && !entry.is_symlink())
+            fs::permissions(entry, fs::perms::owner_all, fs::perm_options::add, error);
+    fs::remove_all(root_, error);
 }
 
 std::string Site::Live(const std::string& name) const {
