@@ -9,8 +9,8 @@
 #include <utility>
 
 #include "app/appliance.h"
-#include "app/recovery.h"
 #include "platform/log_stream.h"
+#include "recovery/recovery_copy.h"
 #include "store/config_file.h"
 #include "store/multi_section_file.h"
 #include "util/lists.h"
@@ -27,7 +27,7 @@ using FlatFile = std::unique_ptr<Configuration::ConfigFile>;
 /// their own, with what only they need, and their tests look at the same fields.
 class ConfigUpgrader {
 public:
-    explicit ConfigUpgrader(Appliance where = {}) : appliance(std::move(where)) {}
+    explicit ConfigUpgrader(Appliance where = {});
     ~ConfigUpgrader();
     ConfigUpgrader(const ConfigUpgrader&) = delete;
     ConfigUpgrader& operator=(const ConfigUpgrader&) = delete;
@@ -211,6 +211,9 @@ public:
     std::string systemLanguage;         // set by the voice-data check, read by CheckLineDatabase
 
     RecoveryCopy recovery{report};        // used by the run, read by CheckCallerDatabases
+    bool isConverted = false;             // every step has run; set by the run, read by its end
+    bool isOutOfMemory = false;           // set by opening a file and the run, read by its end
+    std::unique_ptr<char[]> reserve;      // given up for the last lines of a report
     std::set<std::string> tracedReasons;  // of this step; set by TraceReason, emptied by the run
     std::string lastErrorText;            // set by RunWithErrorText, read by ReadLastError
 

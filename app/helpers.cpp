@@ -7,6 +7,7 @@
 #include <new>
 
 #include "app/config_upgrader.h"
+#include "files/command_copy.h"
 #include "files/refusals.h"
 #include "store/merge_sections.h"
 #include "util/shell.h"
@@ -24,7 +25,7 @@ std::unique_ptr<File> OpenOrTrace(ConfigUpgrader& upgrader, const std::string& p
         upgrader.Trace(3, "Open File: %s.\n", path.c_str());
         return file;
     } catch (const std::bad_alloc& error) {
-        files::NoteRefusal(ENOMEM);
+        upgrader.isOutOfMemory = true;
         upgrader.Trace(1, "MINOR ERROR: Invalid file: %s.\n", path.c_str());
         upgrader.TraceReason(error);
     } catch (const std::exception& error) {
@@ -100,11 +101,13 @@ std::string ConfigUpgrader::RunWithErrorText(const std::string& command) {
 
 int ConfigUpgrader::CopyWhole(const std::string& options, const std::string& source,
                               const std::string& target) {
-    const auto run = [this](const std::string& text) { return RunShell(text); };
-    const CopyOutcome outcome = CopyBeside(run, options, source, target);
-    if (!outcome.error.empty())
-        TraceUnsaved(target, outcome.error);
-    return outcome.result;
+    const std::string command = "cp " + options + " " + ShellPath(source) + " ";
+    const files::CommandCopy copy = files::CopyBeside(
+        [&](const std::string& path) { return RunShell(command + ShellPath(path)); }, source,
+        target);
+    if (!copy.error.empty() && !ShellFailed(copy.result))  // the step tells of that itself
+        TraceUnsaved(target, copy.error);
+    return copy.result;
 }
 
 bool ConfigUpgrader::CopyFromFactory(const std::string& name) {

@@ -8,9 +8,12 @@
 
 #include "app/config_root.h"
 #include "app/config_upgrader.h"
+#include "app/version.h"
 #include "files/look.h"
+#include "files/read.h"
 #include "files/refusals.h"
 #include "files/replace.h"
+#include "files/sync.h"
 #include "platform/file_utility.h"
 #include "util/numbers.h"
 #include "util/shell.h"
@@ -19,6 +22,8 @@ using Configuration::FileError;
 using Configuration::MultiSectionFile;
 
 namespace {
+
+constexpr std::size_t reserveSize = 65536;  // what a report's last lines and their way take
 
 // The order is part of what the steps rely on: a step finds what those before it left. A gate
 // compares with the label of the live tree alone, so a new step whose gate is not above every
@@ -52,6 +57,21 @@ void AppendValues(MultiSectionFile& file, const std::string& section, NameList& 
     for (const Configuration::Entry& entry : file.SectionEntries())
         if (files::IsDirectoryName(entry.value))
             list.push_back(entry.value);
+}
+
+void CreateLog(ConfigUpgrader& upgrader) {
+    constexpr int everyLevel = 2147483647;
+    try {
+        upgrader.log = std::make_unique<LogStream>(upgrader.appliance.log, true, false, everyLevel);
+    } catch (const std::exception& error) {
+        upgrader.report += std::string("\t") + error.what() + "\n";
+    }
+}
+
+/// For a run that ends before its log is due: the report says why.
+void EndWithLog(ConfigUpgrader& upgrader) {
+    CreateLog(upgrader);
+    upgrader.FlushReport();
 }
 
 /// Opens a main database. Read again after an I/O error: the alternative is the factory's database.
@@ -90,10 +110,11 @@ std::set<std::string> UpgradedDirectories(const ConfigUpgrader& upgrader) {
     return names;
 }
 
-void MakeRecoveryCopy(ConfigUpgrader& upgrader, const std::string& version) {
+/// False when there is no room for one, which ends the run.
+bool MakeRecoveryCopy(ConfigUpgrader& upgrader, const std::string& version) {
     const std::set<std::string> names = UpgradedDirectories(upgrader);
     const std::string& factory = upgrader.appliance.factoryTelephony;
-    upgrader.recovery.Make(version, [&](const std::string& name) {
+    return upgrader.recovery.Make(version, [&](const std::string& name) {
         if (!Contains(name, "/"))
             return names.contains(name);
         return CorrectPath(factory + name) || CorrectPath(factory + upgrader.linesDir + name);
@@ -105,14 +126,18 @@ bool OpenLineDb(ConfigUpgrader& upgrader) {
     try {
         upgrader.lineDb = OpenMainDatabase(path);
         return true;
+    } catch (const std::bad_alloc&) {
+        throw;  // the file is not to blame
     } catch (const std::exception& error) {
         upgrader.report += "\tfile linedb doesn't exist or corrupted, copying from default-conf\n";
         upgrader.report += Configuration::ReasonLine(error);
         upgrader.FlushReport();
     }
     // What the disk could not give this time may be there the next.
-    if (!upgrader.AreLabelsEqual())
-        MakeRecoveryCopy(upgrader, upgrader.VersionToStamp());
+    if (!upgrader.AreLabelsEqual() && !MakeRecoveryCopy(upgrader, upgrader.VersionToStamp())) {
+        EndWithLog(upgrader);
+        return false;
+    }
     if (!upgrader.CopyFromFactory("linedb"))
         return false;
     upgrader.lineDb = std::make_unique<MultiSectionFile>(path);
@@ -124,6 +149,8 @@ bool OpenExtensionDb(ConfigUpgrader& upgrader) {
     try {
         upgrader.extensionDb = OpenMainDatabase(path);
         return true;
+    } catch (const std::bad_alloc&) {
+        throw;
     } catch (const std::exception& error) {
         upgrader.report += std::string("\t") + error.what() + "\n";
         upgrader.report += "\tfile extensiondb copying from default-conf\n";
@@ -140,15 +167,6 @@ void OpenFactoryDatabases(ConfigUpgrader& upgrader) {
     upgrader.defaultLineDb = std::make_unique<MultiSectionFile>(directory + "linedb", false, true);
     upgrader.defaultExtensionDb =
         std::make_unique<MultiSectionFile>(directory + "extensiondb", false, true);
-}
-
-void CreateLog(ConfigUpgrader& upgrader) {
-    constexpr int everyLevel = 2147483647;
-    try {
-        upgrader.log = std::make_unique<LogStream>(upgrader.appliance.log, true, false, everyLevel);
-    } catch (const std::exception& error) {
-        upgrader.report += std::string("\t") + error.what() + "\n";
-    }
 }
 
 void ReadAttendants(ConfigUpgrader& upgrader) {
@@ -194,6 +212,23 @@ void RunVersionedSteps(ConfigUpgrader& upgrader) {
             upgrader.FlushReport();
         upgrader.appliance.afterStep(step.name);
     }
+    upgrader.isConverted = true;
+}
+
+/// Where the start scripts keep a label for each tree, this is the tree's: it says what the tree
+/// was converted to, and goes with it into a backup. The stamp does not tell, for a run that ended
+/// early is stamped as well. Nothing is made here that the scripts have not made.
+constexpr const char* treeLabel = "mend-label";
+
+/// Raises the tree's own label after an upgrade that came to its end; false when it can't be saved.
+bool RaiseTreeLabel(const ConfigUpgrader& upgrader) {
+    const std::string& version = upgrader.targetVersion;
+    const std::string path = upgrader.configRoot + treeLabel;
+    if (!upgrader.isConverted || version.empty() || Contains(version, "\n") || !FileExist(path))
+        return true;
+    const std::string old = files::ReadFile(path).bytes.value_or("");
+    // After a fall-back to older firmware the tree is still what the newer one made of it.
+    return !IsNewerLabel(version, old) || files::ReplaceFile(path, version + "\n").empty();
 }
 
 /// Writes the version that the tree now has; false when it can't be saved.
@@ -217,13 +252,17 @@ std::span<const VersionedStep> VersionedSteps() {
     return versionedSteps;
 }
 
+ConfigUpgrader::ConfigUpgrader(Appliance where)
+    : appliance(std::move(where)), reserve(new char[reserveSize]) {}
+
 void ConfigUpgrader::Run() {
     try {
         RunSteps();
     } catch (const std::exception& error) {
-        // A start with more memory left may end well.
-        if (dynamic_cast<const std::bad_alloc*>(&error) != nullptr)
-            files::NoteRefusal(ENOMEM);
+        if (dynamic_cast<const std::bad_alloc*>(&error) != nullptr) {
+            isOutOfMemory = true;
+            reserve.reset();
+        }
         report += std::string("\t") + error.what() + "\n";
         report += "\nexiting setupmend... may the Lord help us!\n";
         FlushReport();
@@ -238,9 +277,8 @@ void ConfigUpgrader::RunSteps() {
     };
     PrepareForCommands();
     configRoot = FindConfigRoot(appliance.liveConf);
-    if (!recovery.Resume(configRoot, VersionToStamp())) {
-        CreateLog(*this);
-        FlushReport();
+    if (!recovery.Resume(configRoot, VersionToStamp(), appliance.log)) {
+        EndWithLog(*this);
         return;
     }
     appliance.afterStep("recovery");
@@ -251,13 +289,22 @@ void ConfigUpgrader::RunSteps() {
         return;
     appliance.afterStep("linedb");
     upToDate = CheckVersion();
-    if (!upToDate)
-        MakeRecoveryCopy(*this, targetVersion);
+    if (!upToDate && !MakeRecoveryCopy(*this, targetVersion)) {
+        targetVersion.clear();  // nothing was begun
+        EndWithLog(*this);
+        return;
+    }
     FlushReport();
     CreateLog(*this);
     endStep("version check");
     if (!OpenExtensionDb(*this))
         return;
+    // The split is a conversion that is due whatever the labels say, and must not be left half
+    // done.
+    if (upToDate && !extensionDb->GotoSection("attendant") && !MakeRecoveryCopy(*this, "")) {
+        FlushReport();
+        return;
+    }
     appliance.afterStep("extensiondb");
     OpenFactoryDatabases(*this);
     ReadAttendants(*this);
@@ -288,11 +335,13 @@ void ConfigUpgrader::RunSteps() {
 /// recovery copy goes. A power cut may cost the stamp, never leave it on a half-upgraded tree.
 /// False when the next start has to begin again.
 bool ConfigUpgrader::FinishUpgrade() {
-    if (!upToDate && recovery.ShouldBeginAgain())
+    if (recovery.ShouldBeginAgain())
         return false;
     if (!upToDate)
         for (const std::string& path : {appliance.usbVoiceData, appliance.internalVoiceData})
             files::SyncFileSystem(path);
+    if (!upToDate && !RaiseTreeLabel(*this))
+        return false;
     if ((!upToDate || recovery.Stands()) && !recovery.SyncTree()) {
         Trace(1, "MINOR ERROR: Can't sync: %s\n", configRoot.c_str());
         return false;
@@ -307,7 +356,10 @@ ConfigUpgrader::~ConfigUpgrader() {
     try {
         for (const std::string& text : files::TakeRefusalTexts())
             Trace(1, "MINOR ERROR: %s\n", text.c_str());
-        recovery.End(FinishUpgrade());
+        if (isOutOfMemory && recovery.Stands())
+            recovery.TakeBack();
+        else
+            recovery.End(FinishUpgrade());
         FlushReport();
         appliance.afterStep("stamp");
     } catch (const std::exception&) {  // out of memory: nothing can be written any more

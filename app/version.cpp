@@ -105,3 +105,15 @@ bool IsOlderVersion(const std::string& live, const std::string& version) {
     }
     return false;
 }
+
+bool IsNewerLabel(const std::string& label, const std::string& than) {
+    const auto fields = StringUtils::ParseCommaLine(label, '.');
+    const auto others = StringUtils::ParseCommaLine(than, '.');
+    const auto number = [](const std::vector<std::string>& list, std::size_t i) {
+        return i < list.size() ? std::strtol(list[i].c_str(), nullptr, 10) : 0;
+    };
+    for (std::size_t i = 0; i < std::max(fields.size(), others.size()); ++i)
+        if (number(fields, i) != number(others, i))
+            return number(fields, i) > number(others, i);
+    return false;
+}

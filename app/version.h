@@ -7,3 +7,7 @@
 /// at most two fields (unknown, or very old) is older than anything, one of three or more older
 /// than nothing.
 bool IsOlderVersion(const std::string& live, const std::string& version);
+
+/// Whether a version is newer than another, field by field as numbers; a field that is not there is
+/// 0. For labels that must not go back; gates have the rule above.
+bool IsNewerLabel(const std::string& label, const std::string& than);

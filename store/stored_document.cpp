@@ -1,7 +1,6 @@
 #include "store/stored_document.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "files/read.h"
 #include "files/replace.h"
@@ -37,7 +36,7 @@ bool StoredDocument::Save(const char* path) {
     lastError_.clear();
     if (exists_ && text == (saved_ ? *saved_ : document_.OriginalText()))
         return true;
-    lastError_ = files::ReplaceFile(path_, text, standing_);
+    lastError_ = files::ReplaceFile(path_, text, standing_, models_);
     standing_.reset();
     if (!lastError_.empty())
         return false;
@@ -50,7 +49,7 @@ int CopyText(std::string_view text, char* buffer, int size) {
     if (buffer == nullptr || size <= 0)
         return 0;
     const std::size_t length = std::min(text.size(), static_cast<std::size_t>(size) - 1);
-    std::memcpy(buffer, text.data(), length);
+    std::copy_n(text.begin(), length, buffer);
     buffer[length] = '\0';
     return 1;
 }

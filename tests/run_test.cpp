@@ -171,3 +171,25 @@ TEST_F(Run, AnUpToDateTreeGetsTheLinesOfNewHardware) {
     EXPECT_TRUE(Holds(site.Upgrade(), "Number of fxo or fxs lines is less than lines data in "));
     EXPECT_TRUE(Holds(Get("linedb"), "[fxo_3|"));
 }
+
+TEST_F(Run, ATreesOwnLabelFollowsAConversionThatEnded) {
+    const std::string label = site.Live("mend-label");
+    site.Upgrade();
+    EXPECT_FALSE(site.Exists(label)) << "it is the scripts' to make";
+    struct {
+        const char* before;
+        bool endsEarly;
+        std::string after;
+    } const rows[] = {{"2.2.0\n", true, "2.2.0\n"},
+                      {"2.2.0\n", false, FactoryVersion() + "\n"},
+                      {"99.1\n", false, "99.1\n"},  // of a newer firmware that was fallen back from
+                      {"", false, FactoryVersion() + "\n"}};
+    for (const auto& row : rows) {
+        Site unit;
+        unit.Write(unit.Live("mend-label"), row.before);
+        if (row.endsEarly)
+            unit.Write(unit.Factory("04-lines/extensiondb"), Text(malformed));
+        EXPECT_TRUE(Holds(unit.Upgrade(), " is set in linedb\n"));
+        EXPECT_EQ(unit.Read(unit.Live("mend-label")), row.after) << row.before;
+    }
+}

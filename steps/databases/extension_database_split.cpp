@@ -118,7 +118,7 @@ public:
             attendant = lineDb_.GetSectionEntry("extension").value_or("");
         for (extensionDb_.Restart(); extensionDb_.GotoNextSection();) {
             const std::string extension = extensionDb_.SectionName();
-            if (!IsOldExtension(extension) || ListContains(upgrader_.liveExtensions, extension))
+            if (!IsOldExtension(extension))
                 continue;
             upgrader_.report += "\tFor extension - " + extension + "\n";
             const bool isMoved =
@@ -144,7 +144,9 @@ private:
     }
 
     bool MoveExtension(const std::string& extension) {
-        upgrader_.liveExtensions.push_back(extension);
+        // A second section of the name is the one that a hand has added: its values win.
+        if (!ListContains(upgrader_.liveExtensions, extension))
+            upgrader_.liveExtensions.push_back(extension);
         const bool isOnLine = GotoLineOf(lineDb_, extension);
         bool isMoved = true;
         for (const SplitFile& file : extensionFiles)
@@ -170,6 +172,7 @@ private:
             if (from == From::Line && !hasLine)
                 continue;
             MultiSectionFile& source = from == From::Line ? lineDb_ : extensionDb_;
+            target.InheritRights(source.Path());
             for (const char* key : keys)
                 if (const auto value = source.GetSectionEntry(key))
                     target.SetEntry(key, *value);

@@ -7,6 +7,7 @@
 #include "app/config_upgrader.h"
 #include "files/look.h"
 #include "files/read.h"
+#include "files/remove.h"
 #include "files/replace.h"
 #include "platform/file_utility.h"
 #include "util/shell.h"

@@ -7,9 +7,11 @@
 
 #include "app/config_upgrader.h"
 #include "files/look.h"
+#include "files/move.h"
 #include "files/refusals.h"
+#include "files/remove.h"
 #include "files/replace.h"
-#include "files/tree.h"
+#include "files/sync.h"
 #include "platform/file_utility.h"
 #include "util/numbers.h"
 #include "util/shell.h"
@@ -153,6 +155,7 @@ bool MoveMailbox(ConfigUpgrader& upgrader, MultiSectionFile& old, const std::str
     const std::string path = directory + "/voicemaildb";
     try {
         MultiSectionFile file(path, true);
+        file.InheritRights(old.Path());
         bool copied = true;
         for (const auto& [key, value] : old.SectionEntries()) {
             const bool moves =

@@ -131,8 +131,10 @@ void ConfigUpgrader::UpdateStunFile() {
     SectionFile writing = OpenSectionFile(path, false);
     if (!reading || !writing)
         return;
-    // Walked on one copy, so that deleting from the other does not disturb the walk.
-    for (reading->Restart(); reading->GotoNextSection();) {
+    // Read from one copy and deleted from the other. Both are walked, for a name may repeat: the
+    // section that goes must be the one that was copied.
+    for (reading->Restart(), writing->Restart();
+         reading->GotoNextSection() && writing->GotoNextSection();) {
         const std::string section = reading->SectionName();
         if (section.empty())
             continue;
@@ -147,7 +149,7 @@ void ConfigUpgrader::UpdateStunFile() {
             continue;
         }
         Trace(3, "\tDelete section: %s.\n", section.c_str());
-        writing->DeleteSection(section);
+        writing->DeleteSection();
     }
     Save(*writing);
     CloseSectionFile(reading);
