@@ -38,8 +38,13 @@ public:
 
     // The report and the log.
 
-    /// Writes the report to the log in pieces of at most 1000 bytes and empties it. Without a log
-    /// the report is kept for the first flush that has one.
+    // The steps up to the file merge write what they find into the report, which reaches the log
+    // when it is flushed. Those behind them, and every error of a file, trace straight to the log.
+    // So a line of the log may stand before report text of the same step that is older.
+
+    /// Writes the report to the log and empties it; in pieces of at most 1000 bytes, so that no
+    /// record of the log gets longer. Without a log the report is kept for the first flush that has
+    /// one.
     void FlushReport();
     /// Writes a printf-style line straight to the log: level 3 for progress, 1 for errors. Does
     /// nothing without a log.

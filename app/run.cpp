@@ -2,19 +2,14 @@
 
 #include "app/run.h"
 
-#include <cerrno>
 #include <new>
 #include <set>
 #include <utility>
 
 #include "app/config_root.h"
 #include "app/config_upgrader.h"
-#include "app/version.h"
 #include "files/look.h"
-#include "files/read.h"
 #include "files/refusals.h"
-#include "files/replace.h"
-#include "files/sync.h"
 #include "platform/file_utility.h"
 #include "util/numbers.h"
 #include "util/shell.h"
@@ -129,9 +124,9 @@ bool MakeRecoveryCopy(ConfigUpgrader& upgrader, const std::string& version) {
     return canBegin;
 }
 
-/// Compares the versions and, when an upgrade is due, makes what protects it. False when the upgrade
-/// must not begin. There is no version to stamp until it has begun: whatever ends the run before,
-/// the next start must find it due.
+/// Compares the versions and, when an upgrade is due, makes what protects it. False when the
+/// upgrade must not begin. There is no version to stamp until it has begun: whatever ends the run
+/// before, the next start must find it due.
 bool BeginUpgrade(ConfigUpgrader& upgrader) {
     upgrader.upToDate = upgrader.CheckVersion();
     const std::string version = std::exchange(upgrader.targetVersion, {});
@@ -245,38 +240,6 @@ void RunVersionedSteps(ConfigUpgrader& upgrader) {
     upgrader.isConverted = true;
 }
 
-/// Where the start scripts keep a label for each tree, this is the tree's: it says what the tree
-/// was converted to, and goes with it into a backup. The stamp does not tell, for a run that ended
-/// early is stamped as well. Nothing is made here that the scripts have not made.
-constexpr const char* treeLabel = "mend-label";
-
-/// Raises the tree's own label after an upgrade that came to its end; false when it can't be saved.
-bool RaiseTreeLabel(const ConfigUpgrader& upgrader) {
-    const std::string& version = upgrader.targetVersion;
-    const std::string path = upgrader.configRoot + treeLabel;
-    if (!upgrader.isConverted || version.empty() || Contains(version, "\n") || !FileExist(path))
-        return true;
-    const std::string old = files::ReadFile(path).bytes.value_or("");
-    // After a fall-back to older firmware the tree is still what the newer one made of it.
-    return !IsNewerLabel(version, old) || files::ReplaceFile(path, version + "\n").empty();
-}
-
-/// Writes the version that the tree now has; false when it can't be saved.
-bool Stamp(ConfigUpgrader& upgrader) {
-    const std::string& version = upgrader.targetVersion;
-    if (version.empty() || !upgrader.lineDb || !upgrader.lineDb->GotoSection("general"))
-        return true;
-    if (!upgrader.lineDb->SetSectionEntry("current_version", version)) {  // a label of two lines
-        upgrader.TraceInvalidFile(upgrader.appliance.factoryLabel);
-        return true;  // nor will it be on the next start
-    }
-    if (!upgrader.Save(*upgrader.lineDb))
-        return false;
-    upgrader.report += "\n=====Current configuration version: " + version + " is set in linedb\n";
-    upgrader.Tell(Fact::Kind::Stamped, "", version);
-    return true;
-}
-
 }  // namespace
 
 std::span<const VersionedStep> VersionedSteps() {
@@ -362,58 +325,4 @@ void ConfigUpgrader::RunSteps() {
         CheckLineSections(*lineDb, *defaultLineDb);
         endStep("line sections");
     }
-}
-
-/// Brings the upgrade to its end, in this order: all changes are durable, the stamp is durable, the
-/// recovery copy goes. A power cut may cost the stamp, never leave it on a half-upgraded tree.
-/// False when the next start has to begin again.
-bool ConfigUpgrader::FinishUpgrade() {
-    if (recovery.ShouldBeginAgain())
-        return false;
-    if (!upToDate)
-        for (const std::string& path : {appliance.usbVoiceData, appliance.internalVoiceData})
-            files::SyncFileSystem(path);
-    if (!upToDate && !RaiseTreeLabel(*this))
-        return false;
-    if ((!upToDate || recovery.Stands()) && !recovery.SyncTree()) {
-        Trace(1, "MINOR ERROR: Can't sync: %s\n", configRoot.c_str());
-        Tell(Fact::Kind::Refused, configRoot, "can't sync");
-        return false;
-    }
-    if (upToDate)
-        return true;
-    recovery.MarkDone();
-    return Stamp(*this);
-}
-
-ConfigUpgrader::~ConfigUpgrader() {
-    try {
-        for (const std::string& text : files::TakeRefusalTexts()) {
-            Trace(1, "MINOR ERROR: %s\n", text.c_str());
-            Tell(Fact::Kind::Refused, "", text);
-        }
-        const bool isTakenBack = isOutOfMemory && recovery.Stands();
-        const bool isFinished = !isTakenBack && FinishUpgrade();
-        if (!isFinished) {  // reading the tree, or putting it back, takes memory, too
-            reserve.reset();
-            CloseDatabases();
-        }
-        if (isTakenBack)
-            recovery.TakeBack();
-        else
-            recovery.End(isFinished);
-        FlushReport();
-        appliance.afterStep("stamp");
-    } catch (const std::exception&) {  // out of memory: nothing can be written any more
-    }
-    CloseDatabases();
-}
-
-void ConfigUpgrader::CloseDatabases() {
-    factoryFiles.clear();
-    mergeList.clear();
-    defaultLineDb.reset();
-    defaultExtensionDb.reset();
-    lineDb.reset();
-    extensionDb.reset();
 }

@@ -8,7 +8,7 @@ class ConfigUpgrader;
 struct VersionedStep {
     const char* name;  // that the observer is told
     void (*run)(ConfigUpgrader&);
-    bool flushAfterwards;
+    bool flushAfterwards;  // true for those that fill the report, which may get long
     const char* onlyBelow = nullptr;
 };
 

@@ -2,6 +2,7 @@
 
 #include <string>
 
+// The appliance's library keeps the command line with its threads, and under these names.
 namespace Thread {
 
 /// Keeps the program's arguments for GetCommandLine. Called once, by main.

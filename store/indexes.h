@@ -43,7 +43,7 @@ public:
         places_.clear();
         isMade_ = false;
     }
-    /// It will be another scope's: of the next section.
+    /// From here on it is for the lines of another section, of which nothing is known yet.
     void Reset() {
         Undo();
         limit_ = firstLimit;

@@ -19,7 +19,8 @@ namespace Configuration {
 ///
 /// The appliance's library has the operations in this form: they return non-zero for success or
 /// found, work on the current section or the cursor, and take a null `size` buffer as "not asked
-/// for". The overloads that return whole values are what the steps use.
+/// for". The overloads that return whole values are what the steps use. Some that no step needs
+/// stand here because the appliance's library has them, and its users look for them.
 class MultiSectionFile {
 public:
     /// Opens the file. With `createFlag` a missing file is no error: it is empty, and Save makes
