@@ -101,7 +101,7 @@ at "$work/unit"
     row before 5.1.0 2.2.0 2.2.0   5.1   5.1.0 to 2.2.0 5.1   'not one line' 'echo >>"$tree/mend-label"'
     # A linedb from elsewhere under the label of a finished upgrade.
     row before 5.1.0 5.1.0 2.2.0   5.1.0 -     to 5.1.0 5.1.0 'a backup put back' 'echo 5.1.0 >"$tree/mend-label.stamped"'
-    row before 3.0.1 5.1.0 2.2.0   5.1.0 3.0.1 to 5.1.0 5.1.0 'so says' 'echo 5.1.0 >"$tree/mend-label.stamped"'
+    row before 3.0.1 5.1.0 2.2.0   5.1.0 3.0.1 to 5.1.0 5.1.0 'is 5.1.0, and so says' 'echo 5.1.0 >"$tree/mend-label.stamped"'
 
     # Behind the upgrade.
     row after  5.1.0 2.2.0 2.2.0   5.1.0 5.1.0 to 5.1.0 5.1.0 'now says 5.1.0'
@@ -244,6 +244,12 @@ cp "$work/backup/etc/orix-conf/trunk0.cfg" "$unit/etc/orix-conf"
 start
 unchanged 'a backup that was put back'
 expect 'a backup that was put back' "$version" "$version" 'now says'
+
+# The same, but unpacked over the directory, where the label of the newer tree stays.
+make_appliance "$work/other" 2.2.0
+cp -a "$work/other/etc/orix-conf/telephony/linedb" "$tree"
+adopt before
+expect 'a backup that was put over the tree' "$version" "$version" 'a backup put back'
 
 # A run that ends before the conversions, and the remedy.
 again
