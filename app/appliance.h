@@ -5,6 +5,7 @@
 #include <functional>
 #include <string>
 
+#include "app/fact.h"
 #include "platform/file_utility.h"
 #include "util/shell.h"
 
@@ -37,4 +38,6 @@ struct Appliance {
     /// Told the name of each step that has ended. The rehearsal looks then at what the step left;
     /// nobody does on the appliance.
     std::function<void(const char* step)> afterStep = [](const char*) {};
+    /// Told what the run meets, beside its report. Null on the appliance.
+    const std::function<void(const Fact&)>* onFact = nullptr;
 };

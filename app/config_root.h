@@ -2,6 +2,9 @@
 
 #include <string>
 
+/// The directories in it that every unit has, beside those of extensions and attendants.
+inline constexpr const char* unitDirectories[] = {"default", "defatt", "system", "isdn", "e1t1"};
+
 /// The live telephony directory, ending in "/": the program's argument when there is exactly one,
 /// else what ORIX_PATH or, without it, `liveConf` leads to.
 std::string FindConfigRoot(const std::string& liveConf);

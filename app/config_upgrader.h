@@ -6,11 +6,12 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "app/appliance.h"
-#include "app/recovery.h"
 #include "platform/log_stream.h"
+#include "recovery/recovery_copy.h"
 #include "store/config_file.h"
 #include "store/multi_section_file.h"
 #include "util/lists.h"
@@ -27,7 +28,7 @@ using FlatFile = std::unique_ptr<Configuration::ConfigFile>;
 /// their own, with what only they need, and their tests look at the same fields.
 class ConfigUpgrader {
 public:
-    explicit ConfigUpgrader(Appliance where = {}) : appliance(std::move(where)) {}
+    explicit ConfigUpgrader(Appliance where = {});
     ~ConfigUpgrader();
     ConfigUpgrader(const ConfigUpgrader&) = delete;
     ConfigUpgrader& operator=(const ConfigUpgrader&) = delete;
@@ -46,6 +47,9 @@ public:
     /// Appends a step's header line and, at its end, its closing line.
     void ReportStep(const std::string& name) { report += "\n=== " + name + " ===\n"; }
     void ReportDone() { report += "\n Done...\n"; }
+    /// Tells the observer, if there is one, what the report tells in words.
+    void Tell(Fact::Kind kind, std::string_view path, std::string_view reason = {});
+    void Tell(Fact::Kind kind, const std::exception& error);
 
     // Versions.
 
@@ -212,6 +216,8 @@ public:
 
     RecoveryCopy recovery{report};        // used by the run, read by CheckCallerDatabases
     bool isConverted = false;             // every step has run; set by the run, read by its end
+    bool isOutOfMemory = false;           // set by opening a file and the run, read by its end
+    std::unique_ptr<char[]> reserve;      // given up for the last lines of a report
     std::set<std::string> tracedReasons;  // of this step; set by TraceReason, emptied by the run
     std::string lastErrorText;            // set by RunWithErrorText, read by ReadLastError
 

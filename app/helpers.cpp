@@ -7,6 +7,7 @@
 #include <new>
 
 #include "app/config_upgrader.h"
+#include "files/command_copy.h"
 #include "files/refusals.h"
 #include "store/merge_sections.h"
 #include "util/shell.h"
@@ -24,7 +25,7 @@ std::unique_ptr<File> OpenOrTrace(ConfigUpgrader& upgrader, const std::string& p
         upgrader.Trace(3, "Open File: %s.\n", path.c_str());
         return file;
     } catch (const std::bad_alloc& error) {
-        files::NoteRefusal(ENOMEM);
+        upgrader.isOutOfMemory = true;
         upgrader.Trace(1, "MINOR ERROR: Invalid file: %s.\n", path.c_str());
         upgrader.TraceReason(error);
     } catch (const std::exception& error) {
@@ -69,6 +70,7 @@ void ConfigUpgrader::TraceInvalidFile(const std::string& path, const std::except
 }
 
 void ConfigUpgrader::TraceReason(const std::exception& error) {
+    Tell(Fact::Kind::Unreadable, error);
     const std::string line = Configuration::ReasonLine(error);
     if (!line.empty() && tracedReasons.insert(line).second)
         Trace(1, "%s", line.c_str());
@@ -76,6 +78,7 @@ void ConfigUpgrader::TraceReason(const std::exception& error) {
 
 void ConfigUpgrader::TraceUnsaved(const std::string& path, const std::string& reason) {
     Trace(1, "MINOR ERROR: Can't save file: %s (%s)\n", path.c_str(), reason.c_str());
+    Tell(Fact::Kind::Unsaved, path, reason);
 }
 
 bool ConfigUpgrader::MergeKeyedSections(MultiSectionFile* destination, MultiSectionFile* source,
@@ -95,16 +98,21 @@ std::string ConfigUpgrader::RunWithErrorText(const std::string& command) {
     const auto run = [this](const std::string& text) { return RunShell(text); };
     CommandOutcome outcome = RunForErrors(run, command, appliance.lastError);
     lastErrorText = std::move(outcome.errors);
-    return outcome.result == 0 ? "Success" : "Failed: " + ReadLastError();
+    if (outcome.result == 0)
+        return "Success";
+    Tell(Fact::Kind::CommandFailed, command, lastErrorText);
+    return "Failed: " + ReadLastError();
 }
 
 int ConfigUpgrader::CopyWhole(const std::string& options, const std::string& source,
                               const std::string& target) {
-    const auto run = [this](const std::string& text) { return RunShell(text); };
-    const CopyOutcome outcome = CopyBeside(run, options, source, target);
-    if (!outcome.error.empty())
-        TraceUnsaved(target, outcome.error);
-    return outcome.result;
+    const std::string command = "cp " + options + " " + ShellPath(source) + " ";
+    const files::CommandCopy copy = files::CopyBeside(
+        [&](const std::string& path) { return RunShell(command + ShellPath(path)); }, source,
+        target);
+    if (!copy.error.empty() && !ShellFailed(copy.result))  // the step tells of that itself
+        TraceUnsaved(target, copy.error);
+    return copy.result;
 }
 
 bool ConfigUpgrader::CopyFromFactory(const std::string& name) {

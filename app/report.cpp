@@ -18,6 +18,22 @@ void ConfigUpgrader::FlushReport() {
     report.clear();
 }
 
+void ConfigUpgrader::Tell(Fact::Kind kind, std::string_view path, std::string_view reason) {
+    if (appliance.onFact != nullptr)
+        (*appliance.onFact)({kind, path, reason});
+}
+
+void ConfigUpgrader::Tell(Fact::Kind kind, const std::exception& error) {
+    const auto* fileError = dynamic_cast<const Configuration::FileError*>(&error);
+    if (appliance.onFact == nullptr)
+        return;
+    if (fileError == nullptr)
+        (*appliance.onFact)({kind, {}, error.what()});
+    else
+        (*appliance.onFact)({kind, fileError->Path(), fileError->Reason(), fileError->Line(),
+                             fileError->IsMissing()});
+}
+
 void ConfigUpgrader::Trace(int level, const char* format, ...) {
     if (!log)
         return;

@@ -13,6 +13,7 @@
 #include "files/read.h"
 #include "files/refusals.h"
 #include "files/replace.h"
+#include "files/sync.h"
 #include "platform/file_utility.h"
 #include "util/numbers.h"
 #include "util/shell.h"
@@ -21,6 +22,8 @@ using Configuration::FileError;
 using Configuration::MultiSectionFile;
 
 namespace {
+
+constexpr std::size_t reserveSize = 65536;  // what a report's last lines and their way take
 
 // The order is part of what the steps rely on: a step finds what those before it left. A gate
 // compares with the label of the live tree alone, so a new step whose gate is not above every
@@ -46,6 +49,8 @@ const VersionedStep versionedSteps[] = {
     {"extension length", [](ConfigUpgrader& u) { u.UpdateExtensionLength(); }, false},
 };
 
+constexpr const char* notCopied = "the factory's file could not be copied";
+
 /// Appends the values of a section's entries to a list. An empty value is no extension number, nor
 /// is one that would lead out of the telephony directory: the steps take them for directory names.
 void AppendValues(MultiSectionFile& file, const std::string& section, NameList& list) {
@@ -54,6 +59,21 @@ void AppendValues(MultiSectionFile& file, const std::string& section, NameList& 
     for (const Configuration::Entry& entry : file.SectionEntries())
         if (files::IsDirectoryName(entry.value))
             list.push_back(entry.value);
+}
+
+void CreateLog(ConfigUpgrader& upgrader) {
+    constexpr int everyLevel = 2147483647;
+    try {
+        upgrader.log = std::make_unique<LogStream>(upgrader.appliance.log, true, false, everyLevel);
+    } catch (const std::exception& error) {
+        upgrader.report += std::string("\t") + error.what() + "\n";
+    }
+}
+
+/// For a run that ends before its log is due: the report says why.
+void EndWithLog(ConfigUpgrader& upgrader) {
+    CreateLog(upgrader);
+    upgrader.FlushReport();
 }
 
 /// Opens a main database. Read again after an I/O error: the alternative is the factory's database.
@@ -92,14 +112,18 @@ std::set<std::string> UpgradedDirectories(const ConfigUpgrader& upgrader) {
     return names;
 }
 
-void MakeRecoveryCopy(ConfigUpgrader& upgrader, const std::string& version) {
+/// False when there is no room for one, which ends the run.
+bool MakeRecoveryCopy(ConfigUpgrader& upgrader, const std::string& version) {
     const std::set<std::string> names = UpgradedDirectories(upgrader);
     const std::string& factory = upgrader.appliance.factoryTelephony;
-    upgrader.recovery.Make(version, [&](const std::string& name) {
+    const bool canBegin = upgrader.recovery.Make(version, [&](const std::string& name) {
         if (!Contains(name, "/"))
             return names.contains(name);
         return CorrectPath(factory + name) || CorrectPath(factory + upgrader.linesDir + name);
     });
+    if (!canBegin)
+        upgrader.Tell(Fact::Kind::EndedEarly, upgrader.configRoot, "no room for a recovery copy");
+    return canBegin;
 }
 
 bool OpenLineDb(ConfigUpgrader& upgrader) {
@@ -107,16 +131,23 @@ bool OpenLineDb(ConfigUpgrader& upgrader) {
     try {
         upgrader.lineDb = OpenMainDatabase(path);
         return true;
+    } catch (const std::bad_alloc&) {
+        throw;  // the file is not to blame
     } catch (const std::exception& error) {
         upgrader.report += "\tfile linedb doesn't exist or corrupted, copying from default-conf\n";
         upgrader.report += Configuration::ReasonLine(error);
+        upgrader.Tell(Fact::Kind::Restored, error);
         upgrader.FlushReport();
     }
     // What the disk could not give this time may be there the next.
-    if (!upgrader.AreLabelsEqual())
-        MakeRecoveryCopy(upgrader, upgrader.VersionToStamp());
-    if (!upgrader.CopyFromFactory("linedb"))
+    if (!upgrader.AreLabelsEqual() && !MakeRecoveryCopy(upgrader, upgrader.VersionToStamp())) {
+        EndWithLog(upgrader);
         return false;
+    }
+    if (!upgrader.CopyFromFactory("linedb")) {
+        upgrader.Tell(Fact::Kind::EndedEarly, "linedb", notCopied);
+        return false;
+    }
     upgrader.lineDb = std::make_unique<MultiSectionFile>(path);
     return true;
 }
@@ -126,13 +157,18 @@ bool OpenExtensionDb(ConfigUpgrader& upgrader) {
     try {
         upgrader.extensionDb = OpenMainDatabase(path);
         return true;
+    } catch (const std::bad_alloc&) {
+        throw;
     } catch (const std::exception& error) {
         upgrader.report += std::string("\t") + error.what() + "\n";
         upgrader.report += "\tfile extensiondb copying from default-conf\n";
+        upgrader.Tell(Fact::Kind::Restored, error);
         upgrader.FlushReport();
     }
-    if (!upgrader.CopyFromFactory("extensiondb"))
+    if (!upgrader.CopyFromFactory("extensiondb")) {
+        upgrader.Tell(Fact::Kind::EndedEarly, "extensiondb", notCopied);
         return false;
+    }
     upgrader.extensionDb = std::make_unique<MultiSectionFile>(path);
     return true;
 }
@@ -142,15 +178,6 @@ void OpenFactoryDatabases(ConfigUpgrader& upgrader) {
     upgrader.defaultLineDb = std::make_unique<MultiSectionFile>(directory + "linedb", false, true);
     upgrader.defaultExtensionDb =
         std::make_unique<MultiSectionFile>(directory + "extensiondb", false, true);
-}
-
-void CreateLog(ConfigUpgrader& upgrader) {
-    constexpr int everyLevel = 2147483647;
-    try {
-        upgrader.log = std::make_unique<LogStream>(upgrader.appliance.log, true, false, everyLevel);
-    } catch (const std::exception& error) {
-        upgrader.report += std::string("\t") + error.what() + "\n";
-    }
 }
 
 void ReadAttendants(ConfigUpgrader& upgrader) {
@@ -227,6 +254,7 @@ bool Stamp(ConfigUpgrader& upgrader) {
     if (!upgrader.Save(*upgrader.lineDb))
         return false;
     upgrader.report += "\n=====Current configuration version: " + version + " is set in linedb\n";
+    upgrader.Tell(Fact::Kind::Stamped, "", version);
     return true;
 }
 
@@ -236,15 +264,20 @@ std::span<const VersionedStep> VersionedSteps() {
     return versionedSteps;
 }
 
+ConfigUpgrader::ConfigUpgrader(Appliance where)
+    : appliance(std::move(where)), reserve(new char[reserveSize]) {}
+
 void ConfigUpgrader::Run() {
     try {
         RunSteps();
     } catch (const std::exception& error) {
-        // A start with more memory left may end well.
-        if (dynamic_cast<const std::bad_alloc*>(&error) != nullptr)
-            files::NoteRefusal(ENOMEM);
+        if (dynamic_cast<const std::bad_alloc*>(&error) != nullptr) {
+            isOutOfMemory = true;
+            reserve.reset();
+        }
         report += std::string("\t") + error.what() + "\n";
         report += "\nexiting setupmend... may the Lord help us!\n";
+        Tell(Fact::Kind::EndedEarly, error);
         FlushReport();
     }
 }
@@ -257,9 +290,9 @@ void ConfigUpgrader::RunSteps() {
     };
     PrepareForCommands();
     configRoot = FindConfigRoot(appliance.liveConf);
-    if (!recovery.Resume(configRoot, VersionToStamp())) {
-        CreateLog(*this);
-        FlushReport();
+    if (!recovery.Resume(configRoot, VersionToStamp(), appliance.log)) {
+        Tell(Fact::Kind::EndedEarly, {}, "an interrupted upgrade can't be put back");
+        EndWithLog(*this);
         return;
     }
     appliance.afterStep("recovery");
@@ -270,13 +303,26 @@ void ConfigUpgrader::RunSteps() {
         return;
     appliance.afterStep("linedb");
     upToDate = CheckVersion();
-    if (!upToDate)
-        MakeRecoveryCopy(*this, targetVersion);
+    Tell(upToDate                ? Fact::Kind::UpToDate
+         : targetVersion.empty() ? Fact::Kind::NoLabel
+                                 : Fact::Kind::Due,
+         liveVersion, targetVersion);
+    if (!upToDate && !MakeRecoveryCopy(*this, targetVersion)) {
+        targetVersion.clear();  // nothing was begun
+        EndWithLog(*this);
+        return;
+    }
     FlushReport();
     CreateLog(*this);
     endStep("version check");
     if (!OpenExtensionDb(*this))
         return;
+    // The split is a conversion that is due whatever the labels say, and must not be left half
+    // done.
+    if (upToDate && !extensionDb->GotoSection("attendant") && !MakeRecoveryCopy(*this, "")) {
+        FlushReport();
+        return;
+    }
     appliance.afterStep("extensiondb");
     OpenFactoryDatabases(*this);
     ReadAttendants(*this);
@@ -307,7 +353,7 @@ void ConfigUpgrader::RunSteps() {
 /// recovery copy goes. A power cut may cost the stamp, never leave it on a half-upgraded tree.
 /// False when the next start has to begin again.
 bool ConfigUpgrader::FinishUpgrade() {
-    if (!upToDate && recovery.ShouldBeginAgain())
+    if (recovery.ShouldBeginAgain())
         return false;
     if (!upToDate)
         for (const std::string& path : {appliance.usbVoiceData, appliance.internalVoiceData})
@@ -316,6 +362,7 @@ bool ConfigUpgrader::FinishUpgrade() {
         return false;
     if ((!upToDate || recovery.Stands()) && !recovery.SyncTree()) {
         Trace(1, "MINOR ERROR: Can't sync: %s\n", configRoot.c_str());
+        Tell(Fact::Kind::Refused, configRoot, "can't sync");
         return false;
     }
     if (upToDate)
@@ -326,9 +373,14 @@ bool ConfigUpgrader::FinishUpgrade() {
 
 ConfigUpgrader::~ConfigUpgrader() {
     try {
-        for (const std::string& text : files::TakeRefusalTexts())
+        for (const std::string& text : files::TakeRefusalTexts()) {
             Trace(1, "MINOR ERROR: %s\n", text.c_str());
-        recovery.End(FinishUpgrade());
+            Tell(Fact::Kind::Refused, "", text);
+        }
+        if (isOutOfMemory && recovery.Stands())
+            recovery.TakeBack();
+        else
+            recovery.End(FinishUpgrade());
         FlushReport();
         appliance.afterStep("stamp");
     } catch (const std::exception&) {  // out of memory: nothing can be written any more

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <optional>
 
 #include "app/config_upgrader.h"
 #include "files/read.h"
@@ -12,25 +11,6 @@ namespace {
 
 constexpr std::size_t labelBuffer = 50;  // a label that fills it is none
 
-/// A label file's text: what one read gives without its last byte, normally the line end, and up to
-/// the first NUL. Nothing when the file cannot be opened.
-struct Label {
-    std::optional<std::string> text;
-    bool tooLong = false;
-};
-
-Label ReadLabel(const std::string& path) {
-    Label label;
-    label.text = files::ReadStart(path, labelBuffer);
-    if (!label.text)
-        return label;
-    label.tooLong = label.text->size() == labelBuffer;
-    if (!label.text->empty())
-        label.text->pop_back();
-    label.text->resize(std::min(label.text->size(), label.text->find('\0')));
-    return label;
-}
-
 std::string CantOpenLabel(const std::string& path) {
     return "\tcan't open " + path + " version of current configuration can't be checked\n" +
            "\tnow we gonna to play a little with it... he-he\n";
@@ -38,35 +18,46 @@ std::string CantOpenLabel(const std::string& path) {
 
 }  // namespace
 
+Label ReadLabel(const std::string& path) {
+    Label label;
+    label.text = files::ReadStart(path, labelBuffer);
+    if (!label.text)
+        return label;
+    label.tooLong = label.text->size() == labelBuffer;
+    if (!label.text->empty()) {
+        label.last = label.text->back();
+        label.text->pop_back();
+    }
+    label.text->resize(std::min(label.text->size(), label.text->find('\0')));
+    return label;
+}
+
 bool ConfigUpgrader::AreLabelsEqual() const {
     const Label factory = ReadLabel(appliance.factoryLabel);
     const Label live = ReadLabel(appliance.liveLabel);
-    return factory.text && !factory.tooLong && factory.text == live.text;
+    return factory.IsUsable() && factory.text == live.text;
 }
 
 std::string ConfigUpgrader::VersionToStamp() const {
     const Label factory = ReadLabel(appliance.factoryLabel);
     const Label live = ReadLabel(appliance.liveLabel);
-    const bool areThere = factory.text && !factory.tooLong && live.text && !live.tooLong;
-    return areThere ? *factory.text : "";
+    return factory.IsUsable() && live.IsUsable() ? *factory.text : "";
 }
 
 bool ConfigUpgrader::CheckVersion() {
     ReportStep("version check");
     const Label factory = ReadLabel(appliance.factoryLabel);
-    if (!factory.text) {
+    if (!factory.text)
         report += CantOpenLabel(appliance.factoryLabel);
+    if (!factory.IsUsable()) {
         return false;
     }
-    if (factory.tooLong)
-        return false;
     const Label live = ReadLabel(appliance.liveLabel);
-    if (!live.text) {
+    if (!live.text)
         report += CantOpenLabel(appliance.liveLabel);
+    if (!live.IsUsable()) {
         return false;
     }
-    if (live.tooLong)
-        return false;
     liveVersion = *live.text;
 
     if (*factory.text == liveVersion) {

@@ -1,6 +1,20 @@
 #pragma once
 
+#include <optional>
 #include <string>
+
+/// A label file as the version check takes it.
+struct Label {
+    /// What one read gives without its last byte, normally the line end, and up to the first NUL.
+    /// Nothing when the file cannot be opened.
+    std::optional<std::string> text;
+    bool tooLong = false;  // it fills what is read, and is none
+    char last = '\n';      // the byte that was taken for the line end
+
+    bool IsUsable() const { return text && !tooLong; }
+};
+
+Label ReadLabel(const std::string& path);
 
 /// Compares dotted versions of the same number of fields field by field, as numbers: true when
 /// `live` is the older one. With different numbers of fields nothing is compared: a live version of

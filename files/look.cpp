@@ -7,6 +7,7 @@
 #include <climits>
 #include <cstdlib>
 
+#include "files/own_names.h"
 #include "files/refusals.h"
 
 namespace files {
@@ -77,7 +78,7 @@ bool IsWithin(const std::string& path, const std::string& directory) {
 }
 
 bool IsDirectoryName(const std::string& text) {
-    return !text.empty() && text != "." && text != ".." &&
+    return !text.empty() && text != "." && text != ".." && !IsOwnName(text) &&
            text.find_first_of(std::string("/\0", 2)) == std::string::npos;
 }
 

@@ -37,7 +37,7 @@ std::string RealPath(const std::string& path);
 bool IsWithin(const std::string& path, const std::string& directory);
 
 /// Whether a text read from a file can name a directory of its own below another: not empty, not
-/// "." or "..", without "/" or NUL.
+/// "." or "..", without "/" or NUL, and no name that is the program's own.
 bool IsDirectoryName(const std::string& text);
 
 /// What tells a directory from all others: device and inode. A link to it has the same.

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <new>
 
 #include "files/refusals.h"
 
@@ -29,6 +30,8 @@ FileDescriptor OpenForReading(const std::string& path, int flags) {
 ReadResult ReadFile(const std::string& path) {
     ReadResult result;
     const auto failed = [&](int error) {
+        if (error == ENOMEM)
+            throw std::bad_alloc();
         NoteRefusal(error, "Can't read: " + path);
         result.error = std::strerror(error);
         return result;

@@ -24,7 +24,8 @@ struct ReadResult {
 };
 
 /// Reads a whole regular file, or a file of the kernel's. A directory, FIFO or device is an error
-/// and never blocks.
+/// and never blocks. Throws std::bad_alloc when there is no memory for it, the system's included:
+/// the file is not to blame.
 ReadResult ReadFile(const std::string& path);
 
 /// What one read of at most `limit` bytes from the start of a regular file gives: the bytes, or an

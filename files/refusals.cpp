@@ -11,6 +11,7 @@ constexpr std::size_t mostTexts = 20;
 
 // One count for the process: what refuses is the disk under all of it.
 unsigned refusals = 0;
+unsigned fullDisks = 0;  // those of them for want of room
 std::vector<std::string> texts;
 
 bool IsOfTheName(int error) {
@@ -32,8 +33,11 @@ bool IsOfTheName(int error) {
 }  // namespace
 
 void NoteRefusal(int error) {
-    if (!IsOfTheName(error))
-        ++refusals;
+    if (IsOfTheName(error))
+        return;
+    ++refusals;
+    if (error == ENOSPC || error == EDQUOT)
+        ++fullDisks;
 }
 
 void NoteRefusal(int error, const std::string& what) {
@@ -42,14 +46,24 @@ void NoteRefusal(int error, const std::string& what) {
         texts.push_back(what + ": " + std::strerror(error));
 }
 
+std::string NotedReason(const std::string& what) {
+    const int error = errno;
+    NoteRefusal(error);
+    return what + ": " + std::strerror(error);
+}
+
 std::vector<std::string> TakeRefusalTexts() {
     return std::exchange(texts, {});
 }
 
-RefusalWatch::RefusalWatch() : before_(refusals) {}
+RefusalWatch::RefusalWatch() : before_(refusals), fullBefore_(fullDisks) {}
 
 bool RefusalWatch::HasSeenOne() const {
     return refusals != before_;
+}
+
+bool RefusalWatch::HasSeenFullDisk() const {
+    return fullDisks != fullBefore_;
 }
 
 RefusalsForgiven::RefusalsForgiven() : before_(refusals) {}

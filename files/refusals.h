@@ -13,6 +13,9 @@ void NoteRefusal(int error);
 /// The same, kept for the log, for what no step's own message tells: `what` is "Can't read: PATH".
 void NoteRefusal(int error, const std::string& what);
 
+/// Notes the call that has just failed, by errno, and returns "what: reason in words".
+std::string NotedReason(const std::string& what);
+
 /// The kept ones, "what: reason in words", and forgets them. Of many, the first.
 std::vector<std::string> TakeRefusalTexts();
 
@@ -22,10 +25,13 @@ class RefusalWatch {
 public:
     RefusalWatch();
     bool HasSeenOne() const;
+    /// Whether one of them was for want of room: of blocks, inodes or a quota.
+    bool HasSeenFullDisk() const;
     void StartAnew() { *this = RefusalWatch(); }
 
 private:
     unsigned before_;
+    unsigned fullBefore_;
 };
 
 /// What the disk refuses while one of these lives is seen by no watch.

@@ -12,8 +12,8 @@
 #include <fstream>
 
 #include "app/config_upgrader.h"
+#include "files/mirror.h"
 #include "files/read.h"
-#include "files/tree.h"
 #include "tests/support/appliance_at.h"
 
 namespace fs = std::filesystem;

@@ -111,7 +111,8 @@ set(CPACK_DEBIAN_UNSPECIFIED_PACKAGE_NAME setupmend)
 set(CPACK_DEBIAN_REHEARSE_PACKAGE_NAME setupmend-rehearse)
 set(CPACK_PACKAGE_CONTACT "The setupmend authors <setupmend@example.com>" CACHE STRING
     "Who looks after the package")
-# The first line is the summary.
+# The first line is the summary. CPack would put the project's before both.
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
 set(CPACK_COMPONENT_UNSPECIFIED_DESCRIPTION
 "upgrades a telephony appliance's configuration to its firmware
 setupmend runs once when an IP PBX or VoIP gateway starts, before the

@@ -2,8 +2,11 @@
 
 #include <sys/statvfs.h>
 
+#include <cerrno>
+
 #include "files/look.h"
-#include "files/tree.h"
+#include "files/refusals.h"
+#include "files/remove.h"
 
 int FileExist(const std::string& path) {
     return files::KindOf(path) != files::Kind::Missing;
@@ -21,7 +24,10 @@ void AdjustPath(std::string& path, char separator) {
 }
 
 bool RemoveDirOrFile(const std::string& path) {
-    return files::RemoveTree(path);
+    if (files::RemoveTree(path))
+        return true;
+    files::NoteRefusal(errno, "Can't remove: " + path);
+    return false;
 }
 
 std::uint64_t GetVmStorageSize(const std::string& path, bool) {

@@ -17,7 +17,7 @@ namespace FileUtility {
 void AdjustPath(std::string& path, char separator);
 
 /// Removes a file, a link (not what it leads to) or a directory with all it holds. False when
-/// something of it is left.
+/// something of it is left, which is noted and kept for the log.
 bool RemoveDirOrFile(const std::string& path);
 
 /// Total bytes of the file system behind the path, 0 when it cannot be read.

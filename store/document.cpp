@@ -7,7 +7,7 @@ namespace Configuration {
 Document::Document(std::string bytes, Layout layout, const std::string& path)
     : layout_(layout), original_(std::move(bytes)) {
     if (original_.size() > std::numeric_limits<std::uint32_t>::max())
-        throw FileError(path + ": file is too large");
+        throw FileError(path + ": file is too large", path.size());
     const std::size_t firstEnd = original_.find('\n');
     if (firstEnd != std::string::npos && firstEnd > 0 && original_[firstEnd - 1] == '\r')
         lineEnd_ = "\r\n";

@@ -79,6 +79,10 @@ public:
     /// same. `path` null is the file's own. Returns 0 on failure; LastError tells why.
     int Save(bool flag = true, const char* path = nullptr);
     const std::string& LastError() const { return document_.LastError(); }
+    /// For a file that is made from others: should Save make it, it gets mode, owner and access
+    /// list of the first file named here, and nobody may do with it what another one named here
+    /// denies. Passwords must not get readable by moving.
+    void InheritRights(const std::string& path) { document_.InheritRights(path); }
 
 private:
     StoredDocument document_;

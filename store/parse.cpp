@@ -139,7 +139,8 @@ private:
     }
 
     [[noreturn]] void Fail(const char* what) const {
-        throw FileError(path_ + ", line " + std::to_string(number_) + ": " + what);
+        throw FileError(path_ + ", line " + std::to_string(number_) + ": " + what, path_.size(),
+                        number_);
     }
 
     std::string_view rest_;

@@ -1,7 +1,6 @@
 #include "store/stored_document.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "files/read.h"
 #include "files/replace.h"
@@ -12,7 +11,7 @@ namespace {
 files::ReadResult Read(const std::string& path, bool createFlag) {
     files::ReadResult file = files::ReadFile(path);
     if (!file.bytes && !(file.missing && createFlag))
-        throw FileError(path + ": " + file.error, file.missing);
+        throw FileError(path + ": " + file.error, path.size(), 0, file.missing);
     return file;
 }
 
@@ -37,7 +36,7 @@ bool StoredDocument::Save(const char* path) {
     lastError_.clear();
     if (exists_ && text == (saved_ ? *saved_ : document_.OriginalText()))
         return true;
-    lastError_ = files::ReplaceFile(path_, text, standing_);
+    lastError_ = files::ReplaceFile(path_, text, standing_, models_);
     standing_.reset();
     if (!lastError_.empty())
         return false;
@@ -50,7 +49,7 @@ int CopyText(std::string_view text, char* buffer, int size) {
     if (buffer == nullptr || size <= 0)
         return 0;
     const std::size_t length = std::min(text.size(), static_cast<std::size_t>(size) - 1);
-    std::memcpy(buffer, text.data(), length);
+    std::copy_n(text.begin(), length, buffer);
     buffer[length] = '\0';
     return 1;
 }

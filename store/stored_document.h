@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "files/read.h"
 #include "store/document.h"
@@ -28,6 +29,11 @@ public:
     /// file has these bytes already. False on failure; LastError has the reason in words.
     bool Save(const char* path);
     const std::string& LastError() const { return lastError_; }
+    /// As MultiSectionFile::InheritRights.
+    void InheritRights(const std::string& path) {
+        if (!exists_ && (models_.empty() || models_.back() != path))
+            models_.push_back(path);
+    }
 
 private:
     StoredDocument(const std::string& path, files::ReadResult file, Document::Layout layout);
@@ -38,9 +44,11 @@ private:
     Document document_;
     std::optional<std::string> saved_;  // what the last save wrote
     std::string lastError_;
+    std::vector<std::string> models_;  // for a file that is not there yet
 };
 
-/// Copies a text into a caller's buffer, cut to fit with its NUL. 0 when there is no room at all.
+/// Copies a text, which may be empty, into a caller's buffer, cut to fit with its NUL. 0 when there
+/// is no room at all.
 int CopyText(std::string_view text, char* buffer, int size);
 
 }  // namespace Configuration

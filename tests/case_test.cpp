@@ -1,4 +1,5 @@
-// The ordinary cases of the steps: tests/cases/*.txt, a file for each subject.
+// The ordinary cases of the steps: tests/cases/*.txt, a file for each subject. Each case is a test
+// of its own, Cases/SUBJECT.TITLE, and fails at its own lines.
 //
 // A case is a unit that has only the files it names, the steps that are run, and what comes of it:
 //
@@ -25,12 +26,17 @@
 // sizes of the voice-mail storage; and "shell RESULT", which has no command run but gives that
 // result, with "commands" for what would have run.
 
+#include <algorithm>
+#include <cctype>
+#include <fstream>
 #include <functional>
 #include <iterator>
+#include <list>
 #include <map>
 #include <regex>
 #include <sstream>
 #include <stdexcept>
+#include <tuple>
 
 #include "app/run.h"
 #include "tests/support/steps.h"
@@ -113,9 +119,12 @@ struct Item {
     std::string key;
     std::string argument;
     std::string body;
+    int line;
 };
 
 struct Case {
+    std::string file;
+    int line;
     std::string title;
     std::vector<Item> items;
 };
@@ -127,21 +136,30 @@ std::pair<std::string, std::string> Split(const std::string& text, const std::st
     return {text.substr(0, at), text.substr(at + separator.size())};
 }
 
-std::vector<Case> ReadCases(const std::string& text) {
-    std::vector<Case> cases;
-    for (const std::string& line : Lines(text)) {
+/// What belongs to nothing is an item without a key, which only its own case stumbles over.
+std::list<Case> ReadCases(const std::string& file) {
+    std::list<Case> cases;
+    std::ifstream stream(file);
+    int number = 0;
+    for (std::string line; std::getline(stream, line);) {
+        ++number;
         if (line.empty() || line.starts_with("#"))
             continue;
-        if (line.starts_with("== ")) {
-            cases.push_back({line.substr(3), {}});
-        } else if (cases.empty() || (line.starts_with("    ") && cases.back().items.empty())) {
-            throw std::runtime_error("a line that belongs to nothing: " + line);
-        } else if (!line.starts_with("    ")) {
+        const bool isTitle = line.starts_with("== ");
+        if (isTitle || cases.empty())
+            cases.push_back(
+                {file, number, isTitle ? line.substr(3) : "Before the first title", {}});
+        std::vector<Item>& items = cases.back().items;
+        if (isTitle)
+            continue;
+        if (line.starts_with("    ") && !items.empty()) {
+            items.back().body += line.substr(4) + "\n";
+        } else if (line.starts_with(" ") || cases.back().line == number) {
+            items.push_back({"", line, "", number});
+        } else {
             const auto [head, body] = Split(line, ": ");
             const auto [key, argument] = Split(head, " ");
-            cases.back().items.push_back({key, argument, body.empty() ? "" : body + "\n"});
-        } else {
-            cases.back().items.back().body += line.substr(4) + "\n";
+            items.push_back({key, argument, body.empty() ? "" : body + "\n", number});
         }
     }
     return cases;
@@ -154,18 +172,32 @@ std::string Stripped(const std::string& text) {
 
 class CaseRun : public Steps {
 public:
-    explicit CaseRun(const Case& test) : Steps(Site::Content::Databases) {
-        for (const Item& item : test.items)
-            if (!Give(item) && !Expect(item))
-                throw std::runtime_error("not understood: " + item.key + " " + item.argument);
-        if (upgrader == nullptr)
-            throw std::runtime_error("nothing is run");
-        for (const auto& [path, text] : unchanged)
-            EXPECT_EQ(site.Read(path), text) << path;
-    }
+    explicit CaseRun(const Case& test)
+        : Steps(Site::Content::Databases), test_(test), line_(test.line) {}
 
 private:
-    void TestBody() override {}
+    void TestBody() override {
+        try {
+            for (const Item& item : test_.items) {
+                line_ = item.line;
+                if (!Give(item) && !Expect(item))
+                    throw std::runtime_error("not understood: " + item.key + " " + item.argument);
+            }
+            line_ = test_.line;
+            if (upgrader == nullptr)
+                throw std::runtime_error("nothing is run");
+            for (const auto& [path, text] : unchanged)
+                ExpectSame(path, site.Read(path), text);
+        } catch (const std::exception& error) {
+            Fail(std::string(error.what()) + " (map::at: an unknown step or field)");
+        }
+    }
+    void Fail(const std::string& what) const { ADD_FAILURE_AT(test_.file.c_str(), line_) << what; }
+    void ExpectSame(const std::string& name, const std::string& found,
+                    const std::string& expected) const {
+        if (found != expected)
+            Fail(name + " is\n" + found + "instead of\n" + expected);
+    }
 
     std::string Placed(std::string text) const {
         text = Replaced(text, "LIVE/", site.Live(""));
@@ -184,7 +216,7 @@ private:
         unchanged[path] = site.Read(path);
     }
     bool Give(const Item& item) {
-        const auto& [key, argument, body] = item;
+        const auto& [key, argument, body, line] = item;
         const auto [name, target] = Split(argument, " -> ");
         if (key == "before")
             Put(PathOf(name), target, body);
@@ -236,51 +268,62 @@ private:
         TakeLog();
     }
     bool Expect(const Item& item) {
-        const auto& [key, argument, body] = item;
+        const auto& [key, argument, body, line] = item;
         const auto [name, target] = Split(argument, " -> ");
         if (upgrader == nullptr)
             return false;
-        if (key == "log" && !body.empty())
-            EXPECT_TRUE(Holds(Stripped(log), Stripped(Placed(body)))) << body << "in" << log;
-        else if (key == "whole-log")
-            EXPECT_EQ(Stripped(log), Stripped(Placed(body)));
-        else if (key == "commands")
-            EXPECT_EQ(commands, Placed(body));
+        if (key == "log" && name.empty() && !body.empty()) {
+            if (!Holds(Stripped(log), Stripped(Placed(body))))
+                Fail("no such lines in\n" + log);
+        } else if (key == "whole-log" && name.empty())
+            ExpectSame(key, Stripped(log), Stripped(Placed(body)));
+        else if (key == "commands" && name.empty())
+            ExpectSame(key, commands, Placed(body));
         else if (key == "after" && !target.empty())
-            EXPECT_EQ(fs::read_symlink(PathOf(name)), Placed(target));
+            ExpectSame(name, fs::read_symlink(PathOf(name)), Placed(target));
         else if (key == "after")
-            EXPECT_EQ(site.Read(PathOf(name)), Placed(Unfolded(body))) << name;
-        else if (key == "gone" && body.empty())
-            EXPECT_FALSE(site.Exists(PathOf(name))) << name;
-        else if (key == "learns" && body.empty())
-            EXPECT_EQ(Words(fields.at(Split(name, "=").first).get(*upgrader)),
-                      Words(Split(name, "=").second));
-        else
+            ExpectSame(name, site.Read(PathOf(name)), Placed(Unfolded(body)));
+        else if (key == "gone" && body.empty()) {
+            if (site.Exists(PathOf(name)))
+                Fail(name + " is still there");
+        } else if (key == "learns" && body.empty()) {
+            const auto [field, value] = Split(name, "=");
+            ExpectSame(field, Joined(Words(fields.at(field).get(*upgrader))), Joined(Words(value)));
+        } else
             return false;
         unchanged.erase(PathOf(name));
         return true;
     }
 
+    const Case& test_;
+    int line_;
     std::vector<std::pair<std::string, std::string>> given;
     std::map<std::string, std::string> unchanged;
     std::string commands;
 };
 
-}  // namespace
-
-TEST(Cases, AreAsTheySay) {
-    const Site site(Site::Content::Databases);
-    for (const auto& entry : fs::directory_iterator(TEST_DATA "/cases")) {
-        std::string title = "no case";
-        try {
-            for (const Case& test : ReadCases(site.Read(entry.path()))) {
-                SCOPED_TRACE(entry.path().filename().string() + ": " + test.title);
-                title = test.title;
-                const CaseRun run(test);
-            }
-        } catch (const std::exception& error) {
-            ADD_FAILURE() << entry.path() << ": " << title << ": " << error.what()
-                          << " (map::at: an unknown step or field)";
-        }
+/// Registers each case under its title, with what is no letter or digit as "_".
+bool RegisterCases() {
+    static std::list<Case> cases;  // for the tests to refer to
+    for (const auto& entry : fs::directory_iterator(TEST_DATA "/cases"))
+        if (entry.path().extension() == ".txt")
+            cases.splice(cases.end(), ReadCases(entry.path()));
+    cases.sort([](const Case& a, const Case& b) {
+        return std::tie(a.file, a.line) < std::tie(b.file, b.line);
+    });
+    for (const Case& test : cases) {
+        const std::string suite = "Cases/" + fs::path(test.file).stem().string();
+        std::string name = test.title;
+        std::replace_if(
+            name.begin(), name.end(), [](unsigned char c) { return std::isalnum(c) == 0; }, '_');
+        testing::RegisterTest(suite.c_str(), name.c_str(), nullptr, nullptr, test.file.c_str(),
+                              test.line, [&test]() -> Steps* { return new CaseRun(test); });
     }
+    if (cases.empty())
+        throw std::runtime_error("no cases");
+    return true;
 }
+
+[[maybe_unused]] const bool areRegistered = RegisterCases();
+
+}  // namespace

@@ -68,7 +68,7 @@ try() {
     check_next_run "$what"
 }
 
-calls=openat,write,fsync,rename,newfstatat,getdents64,mkdir,unlink
+calls=openat,write,fsync,rename,renameat2,newfstatat,getdents64,mkdir,unlink
 make_appliance "$work/before" 2.2.0
 renew
 strace -y -o "$work/calls" -e trace="$calls" -e signal=none "$upgrade" "$tree" \

@@ -17,7 +17,7 @@ labels=("${rest[@]}")
 
 # Every call that changes a file, a name or an attribute, and those that make it last. A file that
 # was created and not written yet differs from none only by its name: that is the call openat.
-calls=rename,unlink,unlinkat,rmdir,mkdir,symlink,write,fsync,syncfs,chmod,fchmod,fchown,lchown,utimensat
+calls=rename,renameat2,unlink,unlinkat,rmdir,mkdir,symlink,write,fsync,syncfs,chmod,fchmod,fchown,lchown,utimensat
 
 # points: "CALL K" for every call of a run that changes something. strace counts per process, so
 # without -f these are setupmend's own.
@@ -43,8 +43,8 @@ try() {
         -e inject="$call:signal=KILL:when=$number" "$upgrade" "$tree" >/dev/null || killed=$?
     # What the second run puts back may be cut short as well; the third has to mend that.
     tried=$((tried + 1))
-    strace -o /dev/null -e trace=rename -e signal=none \
-        -e inject="rename:signal=KILL:when=$((tried % 60 + 1))" "$upgrade" "$tree" >/dev/null || true
+    strace -o /dev/null -e trace=rename,renameat2 -e signal=none \
+        -e inject="rename,renameat2:signal=KILL:when=$((tried % 60 + 1))" "$upgrade" "$tree" >/dev/null || true
     "$upgrade" "$tree" >/dev/null 2>&1 || status=$?
     [ "$killed" -eq 137 ] || fail "from $label, not killed at $call $number $*: exit status $killed"
     expect_manifest "from $label, killed at $call $number $*" "$status"

@@ -33,7 +33,7 @@ attach() {
 }
 
 # What the disk gets to see is what counts: renames, and the calls that wait for it.
-calls=rename,unlink,unlinkat,mkdir,symlink,write,fsync,syncfs
+calls=rename,renameat2,unlink,unlinkat,mkdir,symlink,write,fsync,syncfs
 cp --sparse=always "$work/empty" "$image"
 attach "$image" commit=600
 strace -o "$work/trace" -e trace="$calls" -e signal=none "$upgrade" "$tree" >/dev/null 2>&1
@@ -41,7 +41,7 @@ manifest "$tree" >"$work/expected"
 umount "$disk"
 awk -v every="$every" '{
     call = $0; sub(/\(.*/, "", call)
-    if (call ~ /^[a-z]+$/) { ++count[call]; if (NR % every == 0) print call, count[call] }
+    if (call ~ /^[a-z0-9]+$/) { ++count[call]; if (NR % every == 0) print call, count[call] }
 }' "$work/trace" >"$work/points"
 
 # cut_power CALL K OPTION: the image as the disk has it when the K-th such call was made.

@@ -7,8 +7,10 @@
 
 #include <cerrno>
 
+#include "files/mirror.h"
 #include "files/refusals.h"
-#include "files/tree.h"
+#include "files/replace.h"
+#include "files/sync.h"
 #include "tests/support/steps.h"
 
 namespace fs = std::filesystem;
@@ -113,22 +115,28 @@ TEST_F(Recovery, AFinishedUpgradeIsNotUndone) {
     EXPECT_FALSE(site.Exists(copy));
 }
 
-TEST_F(Recovery, WithoutACopyTheUpgradeGoesOn) {
+TEST_F(Recovery, WhatStandsInItsPlaceHasTheCopyMadeInTheTreeOrNotAtAll) {
     const std::pair<std::string, const char*> obstacles[] = {
-        {copy, "Not a directory"},
+        {"", "Not a directory"},
         // Somebody's backup: neither put back nor removed.
-        {copy + "/linedb", "a directory of that name is not ours"},
+        {"/linedb", "a directory of that name is not ours"},
     };
-    for (const auto& [obstacle, reason] : obstacles) {
-        Site unit;
-        const std::string path = unit.Path(obstacle.substr(site.Path("").size()));
-        unit.Write(path, "kept");
-        log = unit.Upgrade();
-        EXPECT_TRUE(Holds(log, "\tcan't make recovery copy " +
-                                   unit.Path("etc/orix-conf/telephony.mend-undo") + " (" + reason +
-                                   "), upgrade goes on without it\n"));
-        EXPECT_TRUE(Holds(log, " is set in linedb\n"));
-        EXPECT_EQ(unit.Read(path), "kept");
+    for (const auto& [name, reason] : obstacles) {
+        for (const bool isInnerTaken : {false, true}) {
+            Site unit;
+            const std::string beside = unit.Path("etc/orix-conf/telephony.mend-undo");
+            const std::string inner = unit.Live(".mend-undo");
+            unit.Write(beside + name, "kept");
+            if (isInnerTaken)
+                unit.Write(inner + name, "kept");
+            log = unit.Upgrade();
+            EXPECT_TRUE(Holds(log, "\tcan't make recovery copy " + beside + " (" + reason + "), " +
+                                       (isInnerTaken ? "upgrade goes on without it\n"
+                                                     : "it is made as " + inner + "\n")));
+            EXPECT_TRUE(Holds(log, " is set in linedb\n"));
+            EXPECT_EQ(unit.Read(beside + name), "kept");
+            EXPECT_EQ(unit.Read(inner + name), isInnerTaken ? "kept" : "(missing)");
+        }
     }
 }
 
@@ -250,4 +258,29 @@ TEST_F(Recovery, AMirrorHasModesOwnersTimesAndLinks) {
         site.Write(to + "/plain", std::string(199'999, 'x') + "y");  // breaks no link below
         utimensat(AT_FDCWD, (to + "/plain").c_str(), times, 0);
     }
+}
+
+TEST_F(Recovery, ATemporaryTakesThePlaceOfAFileAndOfNothingElse) {
+    const std::string target = site.Path("target");
+    const std::string temporary = target + files::temporarySuffix;
+    const auto take = [&] {
+        site.Write(temporary, "new");
+        return files::PutInPlace(temporary, target);
+    };
+    const auto takeTwice = [&] {
+        EXPECT_TRUE(take()) << "a free name";
+        site.Write(target, "old");
+        EXPECT_TRUE(take());
+        EXPECT_EQ(site.Read(target), "new");
+        EXPECT_FALSE(site.Exists(temporary));
+        fs::remove(target);
+        site.Write(target + "/below", "kept");
+        EXPECT_FALSE(take());
+        EXPECT_EQ(site.Read(target + "/below"), "kept");
+        EXPECT_EQ(site.Read(temporary), "new");
+        fs::remove_all(target);
+    };
+    takeTwice();
+    const files::SyncLater later;
+    takeTwice();
 }

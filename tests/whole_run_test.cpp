@@ -192,12 +192,6 @@ TEST_F(WholeRun, From410) {
     ExpectChanges("from-4.1.0.txt");
 }
 
-/// The commonest upgrade: what the newest version changes on a unit of the one before.
-TEST_F(WholeRun, FromTheVersionBefore) {
-    PutUnit(Below(FactoryVersion()), {"3.0.1.txt", "4.1.0.txt"});
-    ExpectChanges("from-previous.txt");
-}
-
 TEST_F(WholeRun, AnUpToDateUnitGetsMissingFilesAndItsHardwareAlone) {
     PutUnit(FactoryVersion(), {"3.0.1.txt", "4.1.0.txt"});
     const Tree before = site.Snapshot();

@@ -5,15 +5,10 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 #include "files/file_descriptor.h"
-#include "files/look.h"
-#include "files/refusals.h"
-#include "files/replace.h"
-#include "files/tree.h"
+#include "files/remove.h"
 #include "platform/string_utils.h"
 
 using files::FileDescriptor;
@@ -99,34 +94,5 @@ CommandOutcome RunForErrors(const ShellRunner& run, const std::string& command,
     errors.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
     outcome.errors = errors.substr(0, errors.find('\0'));
     unlink(errorFile.c_str());
-    return outcome;
-}
-
-CopyOutcome CopyBeside(const ShellRunner& run, const std::string& options,
-                       const std::string& source, const std::string& target) {
-    const std::string command = "cp " + options + " " + ShellPath(source) + " ";
-    const std::string place = files::BehindLinks(target);
-    if (place.empty() || (files::IsThere(target) && files::KindOf(target) == files::Kind::Missing))
-        return {run(command + ShellPath(target)), ""};
-    const std::string temporary = place + files::temporarySuffix;
-    files::RemoveTree(temporary);
-    CopyOutcome outcome{run(command + ShellPath(temporary)), ""};
-    if (!files::IsThere(temporary)) {
-        const bool isOdd =
-            !ShellFailed(outcome.result) && files::KindOf(source) != files::Kind::Missing;
-        if (isOdd)
-            files::NoteRefusal(EIO);
-        outcome.error = isOdd ? "cp failed" : "";
-        return outcome;
-    }
-    outcome.error = files::CompleteCopy(source, temporary);
-    if (outcome.error.empty() && !files::SyncChangesBelow(files::DirectoryOf(place)))
-        outcome.error = std::string("can't sync: ") + std::strerror(errno);
-    else if (outcome.error.empty() && std::rename(temporary.c_str(), place.c_str()) != 0)
-        outcome.error = std::string("can't rename the new file: ") + std::strerror(errno);
-    if (!outcome.error.empty()) {
-        files::NoteRefusal(errno);
-        files::RemoveTree(temporary);
-    }
     return outcome;
 }

@@ -30,15 +30,3 @@ struct CommandOutcome {
 /// Everybody may put something under that name in /tmp: what stands there is removed, never opened.
 CommandOutcome RunForErrors(const ShellRunner& run, const std::string& command,
                             const std::string& errorFile);
-
-/// What became of a copy.
-struct CopyOutcome {
-    int result = 0;     // of `system`
-    std::string error;  // why the target is as it was, in words, although the command was run
-};
-
-/// Copies a file or directory with `cp` and `options`, beside the target and renamed over it, so
-/// that no cut file ever stands there. A target that is a link which leads nowhere is cp's to
-/// refuse.
-CopyOutcome CopyBeside(const ShellRunner& run, const std::string& options,
-                       const std::string& source, const std::string& target);

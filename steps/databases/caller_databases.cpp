@@ -49,7 +49,9 @@ public:
                 Number(path, entry.name);
             return;
         }
-        if (entry.type == files::DirectoryEntry::Type::Directory || IsOurs(path, entry.name))
+        const std::string real = files::RealPath(path);
+        const bool isListed = entry.type == files::DirectoryEntry::Type::Directory;
+        if (!upgrader_.recovery.Holds(real) && (isListed || IsOurs(path, entry.name, real)))
             VisitAll(path);
     }
 
@@ -64,14 +66,10 @@ public:
 
 private:
     /// Whether a directory that may be behind a link is one of the tree's.
-    bool IsOurs(const std::string& path, const std::string& name) const {
-        const std::string real = files::RealPath(path);
-        if (files::IsWithin(real, root_))
-            return true;
-        const bool isOwn =
-            path == upgrader_.configRoot + name && (ListContains(upgrader_.liveExtensions, name) ||
-                                                    ListContains(upgrader_.liveAttendants, name));
-        return isOwn && !upgrader_.recovery.Holds(real);
+    bool IsOurs(const std::string& path, const std::string& name, const std::string& real) const {
+        return files::IsWithin(real, root_) || (path == upgrader_.configRoot + name &&
+                                                (ListContains(upgrader_.liveExtensions, name) ||
+                                                 ListContains(upgrader_.liveAttendants, name)));
     }
 
     void Number(const std::string& path, const std::string& name) {

@@ -118,7 +118,7 @@ public:
             attendant = lineDb_.GetSectionEntry("extension").value_or("");
         for (extensionDb_.Restart(); extensionDb_.GotoNextSection();) {
             const std::string extension = extensionDb_.SectionName();
-            if (!IsOldExtension(extension) || ListContains(upgrader_.liveExtensions, extension))
+            if (!IsOldExtension(extension))
                 continue;
             upgrader_.report += "\tFor extension - " + extension + "\n";
             const bool isMoved =
@@ -144,7 +144,9 @@ private:
     }
 
     bool MoveExtension(const std::string& extension) {
-        upgrader_.liveExtensions.push_back(extension);
+        // A second section of the name is the one that a hand has added: its values win.
+        if (!ListContains(upgrader_.liveExtensions, extension))
+            upgrader_.liveExtensions.push_back(extension);
         const bool isOnLine = GotoLineOf(lineDb_, extension);
         bool isMoved = true;
         for (const SplitFile& file : extensionFiles)
@@ -155,10 +157,12 @@ private:
     void MakeDirectory(const std::string& path) {
         if (CorrectPath(path))
             return;
-        if (files::MakeDirectory(path))
+        if (files::MakeDirectory(path)) {
             upgrader_.report += " directory created\n";
-        else
-            upgrader_.report += "Can't create directory " + path + "\n";
+            return;
+        }
+        upgrader_.report += "Can't create directory " + path + "\n";
+        upgrader_.Tell(Fact::Kind::Unsaved, path);
     }
 
     /// Fills one file from extensiondb's current section and, if `hasLine`, linedb's. An entry that
@@ -170,6 +174,7 @@ private:
             if (from == From::Line && !hasLine)
                 continue;
             MultiSectionFile& source = from == From::Line ? lineDb_ : extensionDb_;
+            target.InheritRights(source.Path());
             for (const char* key : keys)
                 if (const auto value = source.GetSectionEntry(key))
                     target.SetEntry(key, *value);
@@ -193,6 +198,7 @@ private:
         if (file.Save())
             return true;
         upgrader_.report += "\tCan't save file: " + file.Path() + " (" + file.LastError() + ")\n";
+        upgrader_.Tell(Fact::Kind::Unsaved, file.Path(), file.LastError());
         return false;
     }
 
@@ -250,6 +256,7 @@ void ConfigUpgrader::SplitExtensionDatabase() {
             ExtensionSplit(*this).Run();
         } catch (const FileError& error) {
             report += std::string("\t") + error.what() + "\n";
+            Tell(Fact::Kind::Unreadable, error);
             TakeOldExtensions(*this);
         }
     }

@@ -7,6 +7,7 @@
 #include "app/config_upgrader.h"
 #include "files/look.h"
 #include "files/read.h"
+#include "files/remove.h"
 #include "files/replace.h"
 #include "platform/file_utility.h"
 #include "util/shell.h"
@@ -231,6 +232,7 @@ private:
         const files::ReadResult file = files::ReadFile(path);
         if (!file.bytes) {
             report_ += "\n\n\t\tsip.cfg open error!!!\n\n ";
+            upgrader_.Tell(Fact::Kind::Absent, path, file.error);
             return;
         }
         const std::string error = files::ReplaceFile(path, *file.bytes + "\n");

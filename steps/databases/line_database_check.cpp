@@ -1,6 +1,8 @@
 // Brings the line database in line with the factory's: new sections and entries, and the fixes of
 // its general section.
 
+#include <new>
+
 #include "app/config_upgrader.h"
 
 using Configuration::Entry;
@@ -28,6 +30,8 @@ bool ReopenLineDb(ConfigUpgrader& upgrader) {
     try {
         upgrader.lineDb = std::make_unique<MultiSectionFile>(path);
         return true;
+    } catch (const std::bad_alloc&) {
+        throw;
     } catch (const std::exception& error) {
         upgrader.report += "\tfile linedb doesn't exist or corrupted, copying from default-conf\n";
         upgrader.report += Configuration::ReasonLine(error);

@@ -102,6 +102,7 @@ void ConfigUpgrader::ProbeHardware(bool secondPass) {
     const files::ReadResult hwInfo = files::ReadFile(appliance.hwInfo);
     if (!hwInfo.bytes) {
         report += "\tcan't open " + appliance.hwInfo + "\n";
+        Tell(Fact::Kind::Absent, appliance.hwInfo);
         return;
     }
     const HwFacts facts = ParseHwInfo(*hwInfo.bytes);
@@ -139,8 +140,8 @@ void ConfigUpgrader::ProbeHardware(bool secondPass) {
 
 namespace {
 
-/// Reads a kernel line count into `number`, or says why it keeps its default.
-void ProbeLineCount(const std::string& path, const std::string& kind, std::int32_t& number,
+/// Reads a kernel line count into `number`; false, having said why, when it keeps its default.
+bool ProbeLineCount(const std::string& path, const std::string& kind, std::int32_t& number,
                     std::string& report) {
     constexpr std::size_t mostBytes = 4;
     const std::string keptDefault =
@@ -148,15 +149,16 @@ void ProbeLineCount(const std::string& path, const std::string& kind, std::int32
     auto text = files::ReadStart(path, mostBytes + 1);
     if (!text) {
         report += "\tcan't open " + keptDefault;
-        return;
+        return false;
     }
     if (text->empty() || text->size() > mostBytes) {
         report += "\tcan't read " + keptDefault;
-        return;
+        return false;
     }
     text->pop_back();  // the line end
     number = static_cast<std::int32_t>(std::strtol(text->c_str(), nullptr, 10));
     report += "\tnumber of " + kind + " is set " + *text + "\n";
+    return true;
 }
 
 /// Whether the text of an old line count is below what the hardware has.
@@ -167,8 +169,10 @@ bool IsBelowCount(const std::string& oldCount, std::int32_t count) {
 }  // namespace
 
 void ConfigUpgrader::ProbeLineCounts() {
-    ProbeLineCount(appliance.fxsNumber, "fxs", numFxs, report);
-    ProbeLineCount(appliance.fxoNumber, "fxo", numFxo, report);
+    if (!ProbeLineCount(appliance.fxsNumber, "fxs", numFxs, report))
+        Tell(Fact::Kind::Absent, appliance.fxsNumber);
+    if (!ProbeLineCount(appliance.fxoNumber, "fxo", numFxo, report))
+        Tell(Fact::Kind::Absent, appliance.fxoNumber);
     linesDir = numFxs == 2 ? "02-lines/" : numFxs == 16 ? "16-lines/" : "04-lines/";
     report += "\tNum of FXS lines depending cfg path is " + linesDir + "\n";
 }

@@ -58,12 +58,15 @@ void MakeRegionalLink(ConfigUpgrader& upgrader, std::optional<std::string> count
     }
 
     const std::string link = upgrader.configRoot + "regional";
-    if (!FileExist(target))
+    if (!FileExist(target)) {
         report += "No directory for selected country, can't create link\n";
-    else if (symlink(target.c_str(), link.c_str()) == 0)
+        upgrader.Tell(Fact::Kind::Absent, target);
+    } else if (symlink(target.c_str(), link.c_str()) == 0) {
         report += "Created link " + link + " to " + target + "\n";
-    else
+    } else {
         report += std::string(std::strerror(errno)) + "\n";
+        upgrader.Tell(Fact::Kind::Unsaved, link, std::strerror(errno));
+    }
 }
 
 }  // namespace

@@ -7,9 +7,11 @@
 
 #include "app/config_upgrader.h"
 #include "files/look.h"
+#include "files/move.h"
 #include "files/refusals.h"
+#include "files/remove.h"
 #include "files/replace.h"
-#include "files/tree.h"
+#include "files/sync.h"
 #include "platform/file_utility.h"
 #include "util/numbers.h"
 #include "util/shell.h"
@@ -34,12 +36,14 @@ bool GotoMailboxWithSize(MultiSectionFile& file, const std::string& extension) {
 }
 
 /// Makes a directory that everyone may use, unless it is there, and reports it.
-bool EnsureDirectory(const std::string& path, std::string& report) {
+bool EnsureDirectory(const std::string& path, ConfigUpgrader& upgrader) {
     if (FileExist(path))
         return true;
-    if (!files::MakeOpenDirectory(path))
+    if (!files::MakeOpenDirectory(path)) {
+        upgrader.Tell(Fact::Kind::Unsaved, path);
         return false;
-    report += path + " directory created\n";
+    }
+    upgrader.report += path + " directory created\n";
     return true;
 }
 
@@ -107,6 +111,7 @@ void MoveWhatIsLeft(ConfigUpgrader& upgrader, const std::string& parent,
             continue;
         files::NoteRefusal(EIO);  // also where a name is in the way: the next start may see it gone
         upgrader.Trace(1, "MINOR ERROR: Can't move file: %s\n", error.c_str());
+        upgrader.Tell(Fact::Kind::Unsaved, path, error);
     }
 }
 
@@ -118,7 +123,7 @@ std::string MoveAttendantRecordings(ConfigUpgrader& upgrader, const std::string&
     std::string parent = oldFolder;
     FileUtility::AdjustPath(parent, '/');
     const std::string folder = parent + upgrader.attendantExtension;
-    if (!EnsureDirectory(folder, upgrader.report)) {
+    if (!EnsureDirectory(folder, upgrader)) {
         upgrader.report += "Can't create directory " + folder + "\n";
         return folder;
     }
@@ -139,7 +144,7 @@ bool MoveMailbox(ConfigUpgrader& upgrader, MultiSectionFile& old, const std::str
     if (!files::IsDirectoryName(extension))
         return !inOld;
     const std::string directory = upgrader.configRoot + extension;
-    if (!EnsureDirectory(directory, upgrader.report)) {
+    if (!EnsureDirectory(directory, upgrader)) {
         upgrader.report += "Can't create dir for extension " + extension + "\n";
         return !inOld;
     }
@@ -153,6 +158,7 @@ bool MoveMailbox(ConfigUpgrader& upgrader, MultiSectionFile& old, const std::str
     const std::string path = directory + "/voicemaildb";
     try {
         MultiSectionFile file(path, true);
+        file.InheritRights(old.Path());
         bool copied = true;
         for (const auto& [key, value] : old.SectionEntries()) {
             const bool moves =

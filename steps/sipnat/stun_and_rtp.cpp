@@ -71,6 +71,7 @@ void ReconcilePortRanges(ConfigUpgrader& upgrader, MultiSectionFile& nat, bool i
         if (nat.GotoSection(section))
             return true;
         upgrader.Trace(1, "ERROR: \"%s\" section does not exists.\n", section);
+        upgrader.Tell(Fact::Kind::Absent, nat.Path(), section);
         return false;
     };
     if (!enter("dynamic"))
@@ -131,8 +132,10 @@ void ConfigUpgrader::UpdateStunFile() {
     SectionFile writing = OpenSectionFile(path, false);
     if (!reading || !writing)
         return;
-    // Walked on one copy, so that deleting from the other does not disturb the walk.
-    for (reading->Restart(); reading->GotoNextSection();) {
+    // Read from one copy and deleted from the other. Both are walked, for a name may repeat: the
+    // section that goes must be the one that was copied.
+    for (reading->Restart(), writing->Restart();
+         reading->GotoNextSection() && writing->GotoNextSection();) {
         const std::string section = reading->SectionName();
         if (section.empty())
             continue;
@@ -144,10 +147,11 @@ void ConfigUpgrader::UpdateStunFile() {
         }
         if (!copied) {  // a key that cannot stand at the top level keeps its section
             TraceInvalidFile(path);
+            Tell(Fact::Kind::Incomplete, path, section);
             continue;
         }
         Trace(3, "\tDelete section: %s.\n", section.c_str());
-        writing->DeleteSection(section);
+        writing->DeleteSection();
     }
     Save(*writing);
     CloseSectionFile(reading);

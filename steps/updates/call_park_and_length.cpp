@@ -42,6 +42,7 @@ void ConfigUpgrader::UpdateExtensionLength() {
     }
     if (!lineDb->GotoSection("general")) {
         Trace(3, "section 'general' doesn't exist.\n");
+        Tell(Fact::Kind::Absent, "linedb", "general");
         return;
     }
     lineDb->SetSectionEntry("is_ext_length_defined", "1");

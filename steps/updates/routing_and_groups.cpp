@@ -58,6 +58,7 @@ void ConfigUpgrader::UpdateLocalRouteDB() {
                 Save(services);
             } else if (permitted && ListContains(routingExtensions, extension)) {
                 Trace(3, "Extension %s is in routing mode, Update canceled.\n", extension.c_str());
+                Tell(Fact::Kind::Canceled, "localrouttabledb", extension);
                 permitted = false;
             }
         } catch (const FileError& error) {

@@ -6,7 +6,7 @@
 #include <map>
 
 #include "app/config_upgrader.h"
-#include "files/replace.h"
+#include "files/remove.h"
 #include "platform/sip_address.h"
 #include "util/numbers.h"
 
@@ -256,17 +256,18 @@ private:
 
     void Save(MultiSectionFile& file) { allSaved_ = upgrader_.Save(file) && allSaved_; }
 
-    /// The services file of a caller. It stays open, for the records of seven databases may go into
-    /// it, and is saved when all are in.
-    MultiSectionFile& Services(const std::string& id, bool createFlag) {
+    /// The services file of a caller that has records. It stays open, for the records of seven
+    /// databases may go into it, and is saved when all are in.
+    MultiSectionFile& Services(const std::string& id) {
         const auto open = services_.find(id);
         if (open != services_.end())
             return *open->second;
-        auto file = std::make_unique<MultiSectionFile>(At("supservices_" + id), createFlag);
+        auto file = std::make_unique<MultiSectionFile>(At("supservices_" + id), true);
         return *services_.emplace(id, std::move(file)).first->second;
     }
 
-    /// The services first: a caller that is known and has no services file gets none any more.
+    /// The services first: a caller whom addresspatterndb knows already is taken to have his file,
+    /// and a run that goes on from here would not make it.
     void SaveAll() {
         for (const auto& [id, file] : services_)
             Save(*file);
@@ -302,11 +303,14 @@ private:
                                     "MINOR ERROR: section not found in addresspattern file for "
                                     "caller: %s, type:%s.\n",
                                     record.caller.c_str(), record.type.c_str());
+                    upgrader_.Tell(Fact::Kind::Incomplete, directory_, record.caller);
                     continue;
                 }
                 id = found->second;
             }
-            MultiSectionFile& services = Services(id, true);
+            MultiSectionFile& services = Services(id);
+            services.InheritRights(old.Path());
+            patterns.InheritRights(old.Path());
             if (!known) {
                 AddCaller(patterns, record, id);
                 callerKeys_.push_back(record.key);
@@ -318,14 +322,28 @@ private:
         }
     }
 
+    /// A file without a record of its own is saved and closed at once: there may be thousands.
+    void InheritFor(const std::string& id, MultiSectionFile& any) {
+        if (const auto open = services_.find(id); open != services_.end()) {
+            InheritServices(any, *open->second);
+            return;
+        }
+        MultiSectionFile services(At("supservices_" + id));
+        InheritServices(any, services);
+        Save(services);
+    }
+
     void InheritFromAny(MultiSectionFile& patterns, const std::string& anyId) {
-        MultiSectionFile& any = Services(anyId, false);
+        const bool isOpen = services_.contains(anyId);
+        const SectionFile read =
+            isOpen ? nullptr : std::make_unique<MultiSectionFile>(At("supservices_" + anyId));
+        MultiSectionFile& any = isOpen ? *services_[anyId] : *read;
         for (patterns.Restart(); patterns.GotoNextSection();) {
             const std::string id = Value(patterns, "section_id");
             if (id == anyId)
                 continue;
             try {
-                InheritServices(any, Services(id, false));
+                InheritFor(id, any);
             } catch (const FileError& error) {
                 upgrader_.Trace(1, "MINOR ERROR: Invalid file: %s.\n", path_.c_str());
                 upgrader_.TraceReason(error);

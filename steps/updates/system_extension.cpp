@@ -7,14 +7,17 @@
 #include <cstdint>
 #include <vector>
 
+#include "app/config_root.h"
 #include "app/config_upgrader.h"
 #include "files/look.h"
+#include "files/mirror.h"
+#include "files/move.h"
 #include "files/refusals.h"
+#include "files/remove.h"
 #include "files/replace.h"
-#include "files/tree.h"
 #include "platform/file_utility.h"
 #include "platform/string_utils.h"
-#include "store/eeprom.h"
+#include "steps/hardware/eeprom.h"
 #include "util/numbers.h"
 #include "util/shell.h"
 
@@ -30,6 +33,22 @@ bool HasVisibleEntries(const std::string& directory) {
                                   [](const auto& entry) { return !entry.name.starts_with('.'); });
 }
 
+/// Whether a name stands for a directory below one of two directories, and for something else below
+/// the other, anywhere in them: no copy can lay one over the other, today or tomorrow.
+bool DoKindsDiffer(const std::string& from, const std::string& to) {
+    const auto listing = files::ListDirectory(from);
+    return listing && std::any_of(listing->entries.begin(), listing->entries.end(),
+                                  [&](const files::DirectoryEntry& entry) {
+                                      const std::string source = from + "/" + entry.name;
+                                      const std::string target = to + "/" + entry.name;
+                                      if (!files::IsThere(target))
+                                          return false;
+                                      const bool isDirectory = files::IsOwnDirectory(source);
+                                      return isDirectory != files::IsOwnDirectory(target) ||
+                                             (isDirectory && DoKindsDiffer(source, target));
+                                  });
+}
+
 /// Lays the files of attendant 00 over those of the system extension: over a copy of its directory,
 /// which then takes the directory's place. A copy that fails half way changes nothing.
 std::string CopyAttendantToSystem(ConfigUpgrader& upgrader) {
@@ -39,7 +58,7 @@ std::string CopyAttendantToSystem(ConfigUpgrader& upgrader) {
     if (!CorrectPath(system))
         return upgrader.RunWithErrorText(command + ShellPath(system));
     const std::string place = files::RealPath(system);
-    const std::string copy = place + files::temporarySuffix;
+    const std::string copy = files::TemporaryFor(place);
     files::RemoveTree(copy);
     std::string error = files::MirrorTree(place, copy, files::By::Copying);
     std::string outcome;
@@ -47,7 +66,7 @@ std::string CopyAttendantToSystem(ConfigUpgrader& upgrader) {
         outcome = upgrader.RunWithErrorText(command + ShellPath(copy));
         if (outcome == "Success")
             error = files::SwapDirectories(copy, place);
-        else if (HasVisibleEntries(attendant))
+        else if (HasVisibleEntries(attendant) && !DoKindsDiffer(attendant, copy))
             files::NoteRefusal(EIO);  // nothing but the disk keeps it from being made
     }
     if (!files::RemoveTree(copy))
@@ -105,7 +124,6 @@ void UpdateSystemMailbox(ConfigUpgrader& upgrader, int usedPortions) {
 /// Nothing but an attendant's own directory, or the link that stands for it, is ever removed: no
 /// file, no extension's directory, and none of those that every unit has.
 bool IsAttendantDirectory(const ConfigUpgrader& upgrader, const std::string& name) {
-    constexpr const char* unitDirectories[] = {"default", "defatt", "system", "isdn", "e1t1"};
     if (!files::IsDirectoryName(name) || ListContains(upgrader.liveExtensions, name) ||
         IsOneOf(unitDirectories, name))
         return false;
@@ -146,6 +164,7 @@ void ConfigUpgrader::RestrictAttendants() {
         return;
     if (!extensions->GotoSection("attendant")) {
         Trace(3, "There is no \"attendant\" section!\n");
+        Tell(Fact::Kind::Absent, "extensiondb", "attendant");
         return;
     }
     std::vector<std::string> removed;

@@ -3,6 +3,7 @@
 #include "steps/updates/trunk_files.h"
 
 #include <cstdint>
+#include <new>
 #include <stdexcept>
 #include <utility>
 
@@ -29,8 +30,9 @@ std::string RenamedRoute(const std::string& route) {
     return route == "DestNumber" ? "RouteInbNmb" : route;
 }
 
-/// A comma list with its items trimmed and renamed. A list without items has no last comma to take
-/// off: like the file's other readers do, this ends the conversion.
+/// A comma list with its items trimmed and renamed. An empty list has no last comma to take off,
+/// and ends the conversion of all trunks with the text of a string's range error. People know that
+/// line of the log, and it keeps the trunk's old file: do not mend it into an empty list.
 std::string RenamedRoutes(const std::string& list) {
     std::string joined;
     for (const std::string& item : StringUtils::ParseCommaLine(list, ','))
@@ -112,6 +114,7 @@ bool MapIsdnTrunk(ConfigUpgrader& upgrader, const std::string& trunkPath) {
     const bool isFitted = CorrectPath(directory);
     bool saved = false;
     if (SectionFile trunk = upgrader.OpenSectionFile(directory + "trunk.cfg", true)) {
+        trunk->InheritRights(old->Path());
         MapTrunk(*old, *trunk);
         saved = isFitted && upgrader.Save(*trunk);
     }
@@ -123,6 +126,7 @@ bool MapIsdnTrunk(ConfigUpgrader& upgrader, const std::string& trunkPath) {
             saved = false;
             continue;
         }
+        side->InheritRights(old->Path());
         if (old->GotoSection(section))
             MapSide(*old, *side);
         saved = isFitted && upgrader.Save(*side) && saved;
@@ -173,8 +177,11 @@ void ConfigUpgrader::MapIsdnFiles() {
         for (int i = 0; i < isdnTrunks; ++i)
             if (!MapIsdnTrunk(*this, TrunkPath(configRoot, i)))
                 break;
+    } catch (const std::bad_alloc&) {
+        throw;
     } catch (const std::exception& error) {
         Trace(1, "%s", error.what());
+        Tell(Fact::Kind::Incomplete, "isdn", error.what());
         return;
     }
     Trace(3, "Updated.\n");

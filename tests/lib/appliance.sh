@@ -2,10 +2,12 @@
 # shellcheck disable=SC2034  # what the scripts use
 # Sourced by the scripts that upgrade appliances under adverse conditions. It reads UPGRADE_AT and
 # --every N off their arguments: the program that upgrades a tree is then $upgrade, and each $every-th
-# point is to be tried; what is left stands in "${rest[@]}". $work is a directory that goes in the end.
+# point is to be tried; what is left stands in "${rest[@]}". $unpack stands beside $upgrade. $work is a
+# directory that goes in the end.
 
 repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd -P)
 upgrade=$(realpath -- "${1:?usage: $0 UPGRADE_AT [--every N]}")
+unpack=${upgrade%/*}/unpack_input
 shift
 every=1
 if [ "${1-}" = --every ]; then
@@ -43,33 +45,13 @@ make_appliance() {
     if [ "$label" != 2.2.0 ]; then
         rm -r "$live"
         echo "$label" >"$directory/etc/orix-conf/config_label.txt"
-        unpack "$directory" "$repo/tests/inputs/3.0.1.txt"
-        [ "$label" = 3.0.1 ] || unpack "$directory" "$repo/tests/inputs/$label.txt"
+        "$unpack" "$repo/tests/inputs/3.0.1.txt" "$directory"
+        [ "$label" = 3.0.1 ] || "$unpack" "$repo/tests/inputs/$label.txt" "$directory"
     fi
     # A file behind a link that leads out of the telephony directory, with a value that must not be
     # converted twice.
     mv "$live/e1t1/trunk0.cfg" "$directory/etc/orix-conf/trunk0.cfg"
     ln -s ../../trunk0.cfg "$live/e1t1/trunk0.cfg"
-}
-
-# unpack DIRECTORY INPUT: the files of a text in which "==== PATH" heads each.
-unpack() {
-    local line file=
-    while IFS= read -r line; do
-        if [[ $line =~ ^====\ ([^ :]+)(\ =\ factory\ (.+)|:\ (.+)|:)?$ ]]; then
-            file=$1${BASH_REMATCH[1]}
-            line=${BASH_REMATCH[4]-}
-            mkdir -p "${file%/*}"
-            : >"$file"
-            [ -z "${BASH_REMATCH[3]-}" ] ||
-                cat "$1/etc/default-conf/telephony/${BASH_REMATCH[3]}" >"$file"
-            [ -n "$line" ] || continue
-        fi
-        if [[ $line =~ ^(section.*)\ \{\ (.*)\ \}$ ]]; then
-            line="${BASH_REMATCH[1]}"$'\n{\n'"${BASH_REMATCH[2]}"$'\n}'
-        fi
-        printf '%s\n' "${line// | /$'\n'}" >>"$file"
-    done <"$2"
 }
 
 # renew: the appliance as it was before, in $tree.

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "app/config_upgrader.h"
+#include "tests/support/input.h"
 
 /// A copy of the sample appliance, or one of nothing but empty databases, in a directory of its
 /// own, for one test to change and upgrade.
@@ -25,8 +26,9 @@ public:
     /// The file's bytes; "(missing)" when there is none.
     std::string Read(const std::string& path) const;
     void Remove(const std::string& path) const { std::filesystem::remove_all(path); }
-    /// Writes the files of a text of tests/inputs, in which "==== PATH" heads each.
-    void Unpack(const std::string& input) const;
+    void Unpack(const std::string& input) const {
+        UnpackInput(TEST_DATA "/inputs/" + input, root_);
+    }
     bool Exists(const std::string& path) const { return std::filesystem::exists(path); }
     /// The version label of the live tree.
     void SetLiveVersion(const std::string& version) const {

@@ -1,4 +1,4 @@
-#include "store/eeprom.h"
+#include "steps/hardware/eeprom.h"
 
 #include "store/config_file.h"
 

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <sys/stat.h>
+
+#include <string>
+
+namespace files {
+
+// What belongs to a file besides its bytes: mode, owner, access list and other extended attributes.
+// Of the latter what the file system has; those that sign a file's bytes or its place on the disk
+// are the system's to make.
+
+/// Gives a new open file what belongs to the file `from`, which stands under `path`. Returns the
+/// reason in words, noted, when owner, mode or access list cannot be kept: a file that holds
+/// passwords is rather not saved than open to more people.
+std::string KeepAttributes(int file, const struct stat& from, const std::string& path);
+
+/// The same, with the times, for a copy of `from`. All is tried, whatever fails first; false, with
+/// errno set, when something failed.
+bool GiveAttributes(int file, const struct stat& from, const std::string& path);
+
+/// Whether two files or directories agree in all that GiveAttributes gives but the time of access.
+bool HaveSameAttributes(const struct stat& a, const std::string& pathA, const struct stat& b,
+                        const std::string& pathB);
+
+}  // namespace files

@@ -1,0 +1,328 @@
+#include "recovery/recovery_copy.h"
+
+#include <sys/statvfs.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "files/look.h"
+#include "files/remove.h"
+#include "files/replace.h"
+#include "recovery/decision.h"
+#include "store/multi_section_file.h"
+
+using Configuration::FileError;
+using Configuration::MultiSectionFile;
+using files::By;
+
+namespace {
+
+/// Where a copy of a tree may stand: beside it or, where nothing can be made there, in it.
+std::vector<std::string> PlacesFor(const std::string& tree) {
+    return {tree + files::recoverySuffix, tree + "/" + innerCopyName};
+}
+
+/// Stamps a telephony directory; the reason in words when it can't.
+std::string WriteStamp(const std::string& tree, const std::string& version) {
+    try {
+        MultiSectionFile lineDb(tree + "/linedb");
+        if (!version.empty() && lineDb.GotoSection("general") &&
+            lineDb.SetSectionEntry("current_version", version) && !lineDb.Save())
+            return lineDb.LastError();
+    } catch (const FileError& error) {
+        return error.what();
+    }
+    return {};
+}
+
+/// What the file system behind a path has left. One that does not know its own size has enough.
+Room FreeRoom(const std::string& path) {
+    constexpr auto enough = static_cast<std::uint64_t>(-1);
+    struct statvfs info {};
+    if (statvfs(path.c_str(), &info) != 0 || info.f_blocks == 0)
+        return {enough, enough};
+    return {static_cast<std::uint64_t>(info.f_bavail) * info.f_frsize,
+            info.f_files == 0 ? enough : info.f_favail};
+}
+
+std::string ShortOfRoom() {
+    errno = ENOSPC;
+    files::NoteRefusal(errno);
+    return std::strerror(errno);
+}
+
+}  // namespace
+
+std::string ReadStamp(const std::string& tree) {
+    try {
+        MultiSectionFile lineDb(tree + "/linedb");
+        return lineDb.GotoSection("general")
+                   ? lineDb.GetSectionEntry("current_version").value_or("")
+                   : "";
+    } catch (const FileError&) {
+        return "";
+    }
+}
+
+// The start.
+
+bool RecoveryCopy::Resume(const std::string& configRoot, const std::string& version,
+                          const std::string& log) {
+    watch_.StartAnew();
+    log_ = log;
+    tree_ = files::RealPath(configRoot);
+    if (tree_.empty())  // a copy may be all that is left
+        tree_ = configRoot;
+    while (tree_.ends_with('/'))
+        tree_.pop_back();
+    if (tree_.empty())
+        return true;
+    lock_.emplace(tree_);
+    for (const std::string& place : PlacesFor(tree_)) {
+        copy_ = place;
+        if (watch_.HasSeenOne())
+            return GiveUp("configuration can't be found");
+        if (!ResumeFrom(place, version))
+            return false;
+        if (stands_)
+            return true;
+    }
+    return true;
+}
+
+bool RecoveryCopy::ResumeFrom(const std::string& copy, const std::string& version) {
+    if (files::IsThere(files::TemporaryFor(copy)))
+        files::RemoveTree(files::TemporaryFor(copy));
+    if (!files::IsOwnDirectory(copy))
+        return !watch_.HasSeenOne() || GiveUp("it can't be read");
+    const std::optional<Mark> mark = ReadMark(copy);
+    const std::string stamp = ReadStamp(tree_);
+    if (watch_.HasSeenOne())
+        return GiveUp("it can't be read");
+    switch (Decide(mark, stamp, [&] { return FingerprintOf(tree_, copy, NotOfTheTree(log_)); })) {
+        case Action::LeaveAlone:
+            return true;
+        case Action::Remove:
+            report_ += "\tlast upgrade was finished, its recovery copy " + copy + " is removed\n";
+            Remove();
+            return true;
+        case Action::StampAndRemove:
+            return StampAndRemove(mark->version);
+        case Action::GiveUp:
+            return GiveUp("configuration can't be read");
+        case Action::PutBack:
+            return BeginAgain(*mark, version, false);
+        case Action::PutBackAgain:
+            return BeginAgain(*mark, version, true);
+    }
+    return false;
+}
+
+bool RecoveryCopy::BeginAgain(Mark mark, const std::string& version, bool isSecondTry) {
+    const auto held = ContentOfCopy(copy_);
+    if (watch_.HasSeenOne() || !held || !mark.held || !IsWhole(*held, *mark.held))
+        return GiveUp("it is not whole");
+    // From here on the tree is neither what the last run left nor what it found, and the mark has
+    // to say so first. One that says it already is not written again: a full disk does no harm
+    // then.
+    const bool differs = mark.left || mark.version != version || !mark.held->hash;
+    isSecondTry_ = isSecondTry;
+    mark.held = held;
+    mark.left.reset();
+    mark.version = version;
+    if ((differs && !WriteMark(copy_, mark).empty()) ||
+        !SetState(copy_, isSecondTry ? State::SecondUnderWay : State::UnderWay))
+        return GiveUp("it can't be marked");
+    const std::string error = PutBack();
+    if (!error.empty())
+        return GiveUp(error);
+    report_ += "\tlast upgrade was interrupted, configuration is put back from " + copy_ + "\n";
+    Stand();
+    watch_.StartAnew();
+    return true;
+}
+
+/// Makes the tree what the copy says, durably; the reason in words when that failed.
+std::string RecoveryCopy::PutBack() {
+    files::SyncLater later;
+    std::string error = PutBackTree(copy_, tree_, NotOfTheTree(log_));
+    if (error.empty() && (!files::SyncChangesBelow(tree_) || !later.SyncAll()))
+        error = std::strerror(errno);
+    return error;
+}
+
+bool RecoveryCopy::GiveUp(const std::string& reason) {
+    report_ += "\tlast upgrade was interrupted, can't put back configuration from " + copy_ + " (" +
+               reason + "), upgrade is not continued\n";
+    return false;
+}
+
+bool RecoveryCopy::StampAndRemove(const std::string& version) {
+    // Without a linedb there is nothing to stamp, and nothing that was converted to keep.
+    const bool isStamped = !version.empty() && files::IsThere(tree_ + "/linedb");
+    const std::string error = isStamped ? WriteStamp(tree_, version) : "";
+    if (!error.empty())
+        return GiveUp("it has changed since, and can't be stamped: " + error);
+    report_ += "\tconfiguration has changed since last upgrade, which was not finished: it stays" +
+               std::string(isStamped ? " and is stamped" : "") + ", recovery copy " + copy_ +
+               " is removed\n";
+    Remove();
+    return true;
+}
+
+// The copy.
+
+bool RecoveryCopy::Make(const std::string& version, const NamePredicate& isEntered) {
+    if (stands_ || tree_.empty())
+        return true;
+    // What is refused here is no failure of the upgrade.
+    const files::RefusalsForgiven forgiven;
+    const files::RefusalWatch watch;
+    const std::vector<std::string> places = PlacesFor(tree_);
+    std::string reason;  // why it is not as it should be, a copy beside the tree
+    for (const std::string& place : places) {
+        // Without room for the files, links to them serve as well: they are replaced by what the
+        // upgrade saves, never written into.
+        for (const By by : {By::Copying, By::Linking}) {
+            const std::string error = MakeAt(place, by, version, isEntered);
+            if (error.empty()) {
+                if (!reason.empty())
+                    report_ += "\tcan't make recovery copy " + places.front() + " (" + reason +
+                               "), " +
+                               (place != places.front() ? "it is made as " + place
+                                                        : "its files are linked") +
+                               "\n";
+                Stand();
+                return true;
+            }
+            if (reason.empty())
+                reason = error;
+        }
+    }
+    copy_ = places.front();
+    if (watch.HasSeenFullDisk()) {
+        ReportNoRoom(reason);
+        return false;
+    }
+    report_ +=
+        "\tcan't make recovery copy " + copy_ + " (" + reason + "), upgrade goes on without it\n";
+    return true;
+}
+
+/// Makes a copy under its temporary name, with its mark, on the disk, and gives it its name. The
+/// reason in words when it can't; then nothing is left of it.
+std::string RecoveryCopy::MakeAt(const std::string& copy, By by, const std::string& version,
+                                 const NamePredicate& isEntered) {
+    copy_ = copy;
+    const std::string temporary = files::TemporaryFor(copy);
+    if (files::IsThere(copy))  // Resume has left it there
+        return files::IsOwnDirectory(copy) ? "a directory of that name is not ours"
+                                           : std::strerror(ENOTDIR);
+    Mark mark;
+    TreeContent held;
+    std::string error = CopyTree(tree_, temporary, by, isEntered, NotOfTheTree(log_), held);
+    // As much again for the upgrade: one that ends on a disk filled by the copy is worse than none.
+    if (error.empty() && by == By::Copying &&
+        (FreeRoom(temporary).bytes < held.bytes || FreeRoom(tree_).bytes < held.bytes))
+        error = ShortOfRoom();
+    mark.held = held;
+    mark.version = version;
+    if (error.empty())
+        error = WriteMark(temporary, mark);
+    if (error.empty() && !files::SyncFileSystem(temporary))
+        error = files::NotedReason(temporary);
+    if (error.empty() && std::rename(temporary.c_str(), copy.c_str()) != 0)
+        error = files::NotedReason(copy);
+    if (!error.empty()) {
+        files::RemoveTree(temporary);
+    } else if (!files::SyncFileSystem(copy)) {  // its name
+        error = files::NotedReason(copy);
+        Remove();
+    }
+    return error;
+}
+
+void RecoveryCopy::ReportNoRoom(const std::string& reason) {
+    const Room needed = RoomForLinks(tree_);
+    const Room left = FreeRoom(tree_);
+    const auto missing = [](std::uint64_t need, std::uint64_t have) {
+        return std::to_string(need > have ? need - have : 0);
+    };
+    report_ += "\tcan't make recovery copy " + copy_ + " (" + reason +
+               "), upgrade is not begun: at least " + missing(needed.bytes, left.bytes) +
+               " bytes and " + missing(needed.inodes, left.inodes) + " inodes more are needed\n";
+}
+
+/// From here on a crash leads back to the copy.
+void RecoveryCopy::Stand() {
+    stands_ = true;
+    syncLater_.emplace();
+    // The tree will be among what SyncAll syncs, whatever changes it.
+    if (!files::SyncChangesBelow(tree_))
+        syncLater_.reset();
+}
+
+bool RecoveryCopy::ShouldBeginAgain() const {
+    return stands_ && !isSecondTry_ && watch_.HasSeenOne();
+}
+
+bool RecoveryCopy::Holds(const std::string& realPath) const {
+    return !copy_.empty() && files::IsWithin(realPath, copy_);
+}
+
+// The end.
+
+bool RecoveryCopy::SyncTree() {
+    if (!syncLater_)
+        return tree_.empty() || files::SyncFileSystem(tree_);
+    const bool synced = syncLater_->SyncAll();
+    const int error = errno;
+    syncLater_.reset();
+    errno = error;
+    return synced;
+}
+
+void RecoveryCopy::MarkDone() {
+    if (stands_)
+        SetState(copy_, State::Done);
+}
+
+void RecoveryCopy::End(bool isFinished) {
+    if (!stands_)
+        return;
+    if (isFinished) {
+        SetState(copy_, State::Stamped);  // should it not go, it is never put back
+        Remove();
+        return;
+    }
+    SyncTree();
+    // Without a fingerprint the next start takes the tree for changed, and leaves it.
+    MarkLeft(copy_, FingerprintOf(tree_, copy_, NotOfTheTree(log_)));
+    SetState(copy_, State::Refused);
+    report_ += "\tupgrade is not finished, next start begins again from " + copy_ + "\n";
+}
+
+void RecoveryCopy::TakeBack() {
+    if (!stands_)
+        return;
+    syncLater_.reset();
+    if (!PutBack().empty()) {  // the mark is that of a killed run, and the next start does it
+        report_ += "\tupgrade is not finished, next start begins again from " + copy_ + "\n";
+        return;
+    }
+    report_ +=
+        "\tout of memory, configuration is put back from " + copy_ + ", next start tries again\n";
+    Remove();
+}
+
+/// Takes the copy's name away first, on the disk as well: what is left of a removal that is
+/// interrupted must not be taken for a copy.
+void RecoveryCopy::Remove() {
+    const std::string temporary = files::TemporaryFor(copy_);
+    stands_ = false;
+    if (std::rename(copy_.c_str(), temporary.c_str()) == 0 && files::SyncFileSystem(temporary) &&
+        files::RemoveTree(temporary))
+        return;
+    report_ += "\tcan't remove recovery copy " + copy_ + " (" + std::strerror(errno) + ")\n";
+}

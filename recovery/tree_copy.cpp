@@ -1,0 +1,325 @@
+#include "recovery/tree_copy.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <set>
+#include <string_view>
+#include <vector>
+
+#include "files/digest.h"
+#include "files/look.h"
+#include "files/mirror.h"
+#include "files/read.h"
+#include "files/refusals.h"
+#include "files/remove.h"
+#include "files/replace.h"
+#include "files/sync.h"
+#include "platform/string_utils.h"
+
+using files::By;
+using files::DirectoryEntry;
+using files::Kind;
+using files::ListDirectory;
+using files::NotedReason;
+
+namespace {
+
+/// Ends the name under which a copy keeps what a link led to.
+constexpr std::string_view linkedSuffix = ".linked.mend-tmp";
+
+bool IsLinked(const std::string& name) {
+    return name.size() > linkedSuffix.size() && name.ends_with(linkedSuffix);
+}
+
+bool IsMaybe(const DirectoryEntry& entry, DirectoryEntry::Type type) {
+    return entry.type == type || entry.type == DirectoryEntry::Type::Unknown;
+}
+
+/// Writes a file back through the link that led to it, unless it is as it was.
+std::string PutBackFile(const std::string& kept, const std::string& link) {
+    if (files::IsLink(kept)) {  // nothing was there
+        if (files::KindOf(link) == Kind::Other)
+            files::RemoveFile(files::BehindLinks(link));
+        return {};
+    }
+    const files::ReadResult saved = files::ReadFile(kept);
+    if (!saved.bytes)
+        return kept + ": " + saved.error;
+    if (files::ReadFile(link).bytes == saved.bytes)
+        return {};
+    return files::ReplaceFile(link, *saved.bytes);
+}
+
+/// Calls `visit(kept, link, isDirectory)` for all that a copy keeps of what links led to, as long
+/// as it returns an empty text.
+template <typename Visit>
+std::string ForEachLinked(const std::string& copy, const std::string& tree, const Visit& visit) {
+    const auto listing = ListDirectory(copy);
+    if (!listing)
+        return NotedReason(copy);
+    std::string error;
+    for (const DirectoryEntry& entry : listing->entries) {
+        const std::string path = copy + "/" + entry.name;
+        const bool isDirectory =
+            IsMaybe(entry, DirectoryEntry::Type::Directory) && files::IsOwnDirectory(path);
+        std::string original = tree + "/" + entry.name;
+        if (IsLinked(entry.name)) {
+            original.resize(original.size() - linkedSuffix.size());
+            error = visit(path, original, isDirectory);
+        }
+        if (error.empty() && isDirectory)
+            error = ForEachLinked(path, original, visit);
+        if (!error.empty())
+            return error;
+    }
+    return {};
+}
+
+/// Adds an entry, with the hash of its bytes or target. The hashes are added up, so that the order
+/// of a directory's entries does not count.
+void AddEntry(const std::string& name, const struct stat& info, std::uint64_t hash,
+              TreeContent& content) {
+    constexpr std::uint64_t block = 4096;
+    files::Digest digest;
+    digest.Add(name);
+    digest.Add(std::uint64_t{info.st_mode & S_IFMT});
+    digest.Add(hash);
+    content.hash = content.hash.value_or(0) + digest.Value();
+    ++content.entries;
+    if (S_ISREG(info.st_mode))
+        content.bytes += (static_cast<std::uint64_t>(info.st_size) + block - 1) / block * block;
+}
+
+/// A tree being read for its content.
+class TreeReader {
+public:
+    /// `isPassed` tells what does not count, by its name and kind.
+    TreeReader(TreeContent& content,
+               std::function<bool(const std::string& name, const struct stat& info)> isPassed)
+        : content_(content), isPassed_(std::move(isPassed)) {}
+
+    /// Adds a directory and all below it. False, and noted, when something cannot be read.
+    bool Add(const std::string& path, const std::string& name) {
+        files::Directory directory(path);
+        struct stat info {};
+        const auto entries = directory.IsOpen() ? directory.Entries() : std::nullopt;
+        if (!entries || fstat(directory.Descriptor(), &info) != 0)
+            return Fail(path);
+        AddEntry(name, info, 0, content_);
+        for (const DirectoryEntry& entry : *entries) {
+            const std::string below = path + "/" + entry.name;
+            if (!directory.Look(entry.name, info))
+                return Fail(below);
+            if (isPassed_(name + "/" + entry.name, info))
+                continue;
+            if (S_ISDIR(info.st_mode) ? !Add(below, name + "/" + entry.name)
+                                      : !AddFile(below, name + "/" + entry.name, info))
+                return false;
+        }
+        return true;
+    }
+
+    /// Adds a file or link. FIFOs, sockets and devices hold no settings.
+    bool AddFile(const std::string& path, const std::string& name, const struct stat& info) {
+        if (!S_ISREG(info.st_mode) && !S_ISLNK(info.st_mode))
+            return true;
+        const auto hash = files::HashOf(path, info);
+        if (!hash)
+            return Fail(path);
+        AddEntry(name, info, *hash, content_);
+        return true;
+    }
+
+private:
+    static bool Fail(const std::string& path) {
+        files::NoteRefusal(errno, "Can't read: " + path);
+        return false;
+    }
+
+    TreeContent& content_;
+    std::function<bool(const std::string& name, const struct stat& info)> isPassed_;
+};
+
+/// A copy in the making.
+class TreeCopier {
+public:
+    TreeCopier(const std::string& tree, const std::string& copy, By by,
+               const NamePredicate& isEntered, const NotOfTheTree& isLeftAlone, TreeContent& held)
+        : tree_(files::RealPath(tree)),
+          copy_(copy),
+          by_(by),
+          isEntered_(isEntered),
+          isLeftAlone_(isLeftAlone),
+          held_(held) {}
+
+    /// Copies a directory to this name below the copy, then what its links lead to.
+    std::string Copy(const std::string& directory, const std::string& name) {
+        std::vector<std::string> links;
+        files::MirrorOptions options;
+        options.isLeftAlone = isLeftAlone_;
+        options.visit = [&](const std::string& below, const struct stat& info, std::uint64_t hash) {
+            AddEntry(name + below, info, hash, held_);
+            if (S_ISLNK(info.st_mode))
+                links.push_back(below);
+        };
+        std::string error = files::MirrorTree(directory, copy_ + name, by_, options);
+        for (const std::string& link : links)
+            if (error.empty())
+                error = CopyBehind(directory + link, name + link);
+        return error;
+    }
+
+private:
+    std::string CopyBehind(const std::string& link, const std::string& name) {
+        struct stat info {};
+        const files::RefusalWatch watch;
+        const std::string real = files::RealPath(link);
+        const bool isThere = !real.empty() && stat(real.c_str(), &info) == 0;
+        if (watch.HasSeenOne())
+            return NotedReason(link);
+        const std::string kept = name + std::string(linkedSuffix);
+        const bool isLong = kept.size() - kept.rfind('/') - 1 > NAME_MAX;
+        if (isLong || (isThere && files::IsWithin(real, tree_)))
+            return {};
+        if (!isThere)
+            return NoteDangling(kept);
+        if (S_ISREG(info.st_mode)) {
+            std::uint64_t hash = 0;
+            std::string error = files::GiveEntry(real, info, copy_ + kept, by_, hash);
+            AddEntry(kept, info, hash, held_);
+            return error;
+        }
+        if (!S_ISDIR(info.st_mode) || !isEntered_(OriginalName(name)) ||
+            files::IsWithin(tree_, real) || !seen_.insert(real).second)
+            return {};
+        return Copy(real, kept);
+    }
+
+    /// A link that leads nowhere: what the upgrade makes behind it has to go again.
+    std::string NoteDangling(const std::string& kept) {
+        struct stat info {};
+        const std::string path = copy_ + kept;
+        if (symlink("nothing", path.c_str()) != 0 || lstat(path.c_str(), &info) != 0)
+            return NotedReason(path);
+        const auto hash = files::HashOf(path, info);
+        AddEntry(kept, info, hash.value_or(0), held_);
+        return hash ? "" : NotedReason(path);
+    }
+
+    /// The name below the tree of what has this name below the copy.
+    static std::string OriginalName(const std::string& name) {
+        return StringUtils::ReplaceString(name.substr(1), std::string(linkedSuffix) + "/", "/", 0);
+    }
+
+    std::string tree_;
+    std::string copy_;
+    By by_;
+    const NamePredicate& isEntered_;
+    const NotOfTheTree& isLeftAlone_;
+    TreeContent& held_;
+    std::set<std::string> seen_;  // directories behind links, each once
+};
+
+}  // namespace
+
+NotOfTheTree::NotOfTheTree(const std::string& log) : hasLog_(stat(log.c_str(), &log_) == 0) {}
+
+bool NotOfTheTree::operator()(const std::string& name, const struct stat& info) const {
+    return name == std::string("/") + innerCopyName ||
+           (hasLog_ && info.st_dev == log_.st_dev && info.st_ino == log_.st_ino);
+}
+
+std::string CopyTree(const std::string& tree, const std::string& copy, By by,
+                     const NamePredicate& isEntered, const NotOfTheTree& isLeftAlone,
+                     TreeContent& held) {
+    held = {};
+    return TreeCopier(tree, copy, by, isEntered, isLeftAlone, held).Copy(tree, "");
+}
+
+std::string PutBackTree(const std::string& copy, const std::string& tree,
+                        const NotOfTheTree& isLeftAlone) {
+    files::MirrorOptions options;
+    options.isLeftAlone = isLeftAlone;
+    std::string error = files::MirrorTree(copy, tree, By::Copying, options);
+    // Without room for a file, a link to the copy's serves.
+    if (!error.empty() && files::MirrorTree(copy, tree, By::Linking, options).empty())
+        error.clear();
+    if (!error.empty())
+        return error;
+    return ForEachLinked(
+        copy, tree,
+        [&](const std::string& kept, const std::string& link, bool isDirectory) -> std::string {
+            if (!isDirectory)
+                return PutBackFile(kept, link);
+            const std::string real = files::RealPath(link);
+            // An empty one is a mount point whose disk is not there.
+            const auto now = files::ListDirectory(real);
+            const auto then = files::ListDirectory(kept);
+            if (!now || !then || (now->entries.empty() && !then->entries.empty()))
+                return link + ": " + std::strerror(ENOENT);
+            std::string failed = files::MirrorTree(kept, real, By::Copying, options);
+            return failed.empty() && !files::SyncChangesBelow(real) ? NotedReason(real) : failed;
+        });
+}
+
+std::optional<TreeContent> ContentOfCopy(const std::string& copy) {
+    TreeContent content;
+    // Marks are no part of what was copied.
+    const auto isMark = [](const std::string& name, const struct stat&) {
+        return name.ends_with(files::temporarySuffix) && !IsLinked(name);
+    };
+    if (!TreeReader(content, isMark).Add(copy, ""))
+        return std::nullopt;
+    return content;
+}
+
+bool IsWhole(const TreeContent& held, const TreeContent& marked) {
+    return marked.hash ? held == marked
+                       : held.entries == marked.entries && held.bytes == marked.bytes;
+}
+
+std::optional<TreeContent> FingerprintOf(const std::string& tree, const std::string& copy,
+                                         const NotOfTheTree& isLeftAlone) {
+    TreeContent content;
+    TreeReader reader(content, [&](const std::string& name, const struct stat& info) {
+        return name.ends_with(files::temporarySuffix) || isLeftAlone(name, info);
+    });
+    if (!reader.Add(tree, ""))
+        return std::nullopt;
+    const std::string error = ForEachLinked(
+        copy, tree,
+        [&](const std::string&, const std::string& link, bool isDirectory) -> std::string {
+            if (isDirectory)
+                return reader.Add(link, link) ? "" : link;
+            struct stat info {};
+            const std::string real = files::RealPath(link);
+            if (real.empty() || stat(real.c_str(), &info) != 0)
+                return {};
+            return reader.AddFile(real, link, info) ? "" : link;
+        });
+    if (!error.empty())
+        return std::nullopt;
+    return content;
+}
+
+Room RoomForLinks(const std::string& tree) {
+    constexpr std::uint64_t block = 4096;
+    Room room{2 * block, 2};  // the mark, and the tree's own directory
+    if (const auto listing = ListDirectory(tree)) {
+        for (const DirectoryEntry& entry : listing->entries) {
+            const std::string path = tree + "/" + entry.name;
+            if (entry.type == DirectoryEntry::Type::Link)
+                ++room.inodes;
+            else if (entry.type != DirectoryEntry::Type::File && files::IsOwnDirectory(path)) {
+                const Room below = RoomForLinks(path);
+                room.bytes += below.bytes - block;
+                room.inodes += below.inodes - 1;
+            }
+        }
+    }
+    return room;
+}
