@@ -111,6 +111,7 @@ at "$work/unit"
     row after  5.1.0 2.2.0 2.2.0   5.1.0 5.1.0 to 5.1.0 5.1.0 'now says' 'mv "$live" "$work/l"; ln -s "$work/l" "$live"'
     [ -L "$live" ] || fail 'a link is replaced'
     row after  5.1.0 2.2.0 2.2.0   5.1.0 5.1.0 to 2.2.0 5.1.0 'stands' 'mkdir "$tree.mend-undo"'
+    row after  5.1.0 2.2.0 2.2.0   5.1.0 5.1.0 to 2.2.0 5.1.0 'stands' 'mkdir "$tree/.mend-undo"'
     row after  5.1.0 2.2.0 2.2.0   5.1.0 5.1.0 to 2.2.0 5.1.0 'stands' \
         'rm -rf "$work/t"*; mv "$tree" "$work/t"; ln -s "$work/t" "$tree"; mkdir "$work/t.mend-undo"'
     row after  5.1.0 2.2.0 2.2.0   2.2.0 5.1.0 to 2.2.0 2.2.0 'did not come to its end'
