@@ -217,11 +217,12 @@ public:
     RecoveryCopy recovery{report};        // used by the run, read by CheckCallerDatabases
     bool isConverted = false;             // every step has run; set by the run, read by its end
     bool isOutOfMemory = false;           // set by opening a file and the run, read by its end
-    std::unique_ptr<char[]> reserve;      // given up for the last lines of a report
+    std::unique_ptr<char[]> reserve;      // given up when memory runs out
     std::set<std::string> tracedReasons;  // of this step; set by TraceReason, emptied by the run
     std::string lastErrorText;            // set by RunWithErrorText, read by ReadLastError
 
 private:
     void RunSteps();
     bool FinishUpgrade();
+    void CloseDatabases();
 };

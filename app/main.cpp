@@ -23,9 +23,8 @@ void AdviseOnArguments(const ConfigUpgrader& upgrader) {
     }
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+/// Makes the process one that nobody's terminal, pipe or limit can stop.
+void PrepareProcess() {
     // A log or file that cannot take more is an error of that write, not the end of the upgrade.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
@@ -38,9 +37,18 @@ int main(int argc, char** argv) {
     // Some mv or cp would ask on a terminal, and hold up the start of the appliance.
     if (std::freopen("/dev/null", "r", stdin) == nullptr)
         std::fclose(stdin);
-    Thread::SetCommandLine(argc, argv);
-    ConfigUpgrader upgrader;
-    AdviseOnArguments(upgrader);
-    upgrader.Run();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    PrepareProcess();
+    try {
+        Thread::SetCommandLine(argc, argv);
+        ConfigUpgrader upgrader;
+        AdviseOnArguments(upgrader);
+        upgrader.Run();
+    } catch (const std::exception&) {  // no memory for as much as a report: the next start tries
+    }
     return 0;
 }

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <new>
 #include <set>
+#include <utility>
 
 #include "app/config_root.h"
 #include "app/config_upgrader.h"
@@ -23,7 +24,9 @@ using Configuration::MultiSectionFile;
 
 namespace {
 
-constexpr std::size_t reserveSize = 65536;  // what a report's last lines and their way take
+/// What the last lines of a report and the put-back of a tree take: 32 KB for each open directory.
+/// It is never touched, so it takes addresses, not memory.
+constexpr std::size_t reserveSize = 524288;
 
 // The order is part of what the steps rely on: a step finds what those before it left. A gate
 // compares with the label of the live tree alone, so a new step whose gate is not above every
@@ -124,6 +127,22 @@ bool MakeRecoveryCopy(ConfigUpgrader& upgrader, const std::string& version) {
     if (!canBegin)
         upgrader.Tell(Fact::Kind::EndedEarly, upgrader.configRoot, "no room for a recovery copy");
     return canBegin;
+}
+
+/// Compares the versions and, when an upgrade is due, makes what protects it. False when the upgrade
+/// must not begin. There is no version to stamp until it has begun: whatever ends the run before,
+/// the next start must find it due.
+bool BeginUpgrade(ConfigUpgrader& upgrader) {
+    upgrader.upToDate = upgrader.CheckVersion();
+    const std::string version = std::exchange(upgrader.targetVersion, {});
+    upgrader.Tell(upgrader.upToDate ? Fact::Kind::UpToDate
+                  : version.empty() ? Fact::Kind::NoLabel
+                                    : Fact::Kind::Due,
+                  upgrader.liveVersion, version);
+    if (!upgrader.upToDate && !MakeRecoveryCopy(upgrader, version))
+        return false;
+    upgrader.targetVersion = version;
+    return true;
 }
 
 bool OpenLineDb(ConfigUpgrader& upgrader) {
@@ -274,6 +293,8 @@ void ConfigUpgrader::Run() {
         if (dynamic_cast<const std::bad_alloc*>(&error) != nullptr) {
             isOutOfMemory = true;
             reserve.reset();
+            if (!log)
+                CreateLog(*this);
         }
         report += std::string("\t") + error.what() + "\n";
         report += "\nexiting setupmend... may the Lord help us!\n";
@@ -302,13 +323,7 @@ void ConfigUpgrader::RunSteps() {
     if (!OpenLineDb(*this))
         return;
     appliance.afterStep("linedb");
-    upToDate = CheckVersion();
-    Tell(upToDate                ? Fact::Kind::UpToDate
-         : targetVersion.empty() ? Fact::Kind::NoLabel
-                                 : Fact::Kind::Due,
-         liveVersion, targetVersion);
-    if (!upToDate && !MakeRecoveryCopy(*this, targetVersion)) {
-        targetVersion.clear();  // nothing was begun
+    if (!BeginUpgrade(*this)) {
         EndWithLog(*this);
         return;
     }
@@ -377,14 +392,26 @@ ConfigUpgrader::~ConfigUpgrader() {
             Trace(1, "MINOR ERROR: %s\n", text.c_str());
             Tell(Fact::Kind::Refused, "", text);
         }
-        if (isOutOfMemory && recovery.Stands())
+        const bool isTakenBack = isOutOfMemory && recovery.Stands();
+        const bool isFinished = !isTakenBack && FinishUpgrade();
+        if (!isFinished) {  // reading the tree, or putting it back, takes memory, too
+            reserve.reset();
+            CloseDatabases();
+        }
+        if (isTakenBack)
             recovery.TakeBack();
         else
-            recovery.End(FinishUpgrade());
+            recovery.End(isFinished);
         FlushReport();
         appliance.afterStep("stamp");
     } catch (const std::exception&) {  // out of memory: nothing can be written any more
     }
+    CloseDatabases();
+}
+
+void ConfigUpgrader::CloseDatabases() {
+    factoryFiles.clear();
+    mergeList.clear();
     defaultLineDb.reset();
     defaultExtensionDb.reset();
     lineDb.reset();

@@ -11,7 +11,7 @@ constexpr std::size_t mostTexts = 20;
 
 // One count for the process: what refuses is the disk under all of it.
 unsigned refusals = 0;
-unsigned fullDisks = 0;  // those of them for want of room
+unsigned shortages = 0;  // those of them for want of something
 std::vector<std::string> texts;
 
 bool IsOfTheName(int error) {
@@ -36,8 +36,9 @@ void NoteRefusal(int error) {
     if (IsOfTheName(error))
         return;
     ++refusals;
-    if (error == ENOSPC || error == EDQUOT)
-        ++fullDisks;
+    if (error == ENOSPC || error == EDQUOT || error == ENOMEM || error == EMFILE ||
+        error == ENFILE)
+        ++shortages;
 }
 
 void NoteRefusal(int error, const std::string& what) {
@@ -56,14 +57,14 @@ std::vector<std::string> TakeRefusalTexts() {
     return std::exchange(texts, {});
 }
 
-RefusalWatch::RefusalWatch() : before_(refusals), fullBefore_(fullDisks) {}
+RefusalWatch::RefusalWatch() : before_(refusals), shortagesBefore_(shortages) {}
 
 bool RefusalWatch::HasSeenOne() const {
     return refusals != before_;
 }
 
-bool RefusalWatch::HasSeenFullDisk() const {
-    return fullDisks != fullBefore_;
+bool RefusalWatch::HasSeenShortage() const {
+    return shortages != shortagesBefore_;
 }
 
 RefusalsForgiven::RefusalsForgiven() : before_(refusals) {}

@@ -25,13 +25,14 @@ class RefusalWatch {
 public:
     RefusalWatch();
     bool HasSeenOne() const;
-    /// Whether one of them was for want of room: of blocks, inodes or a quota.
-    bool HasSeenFullDisk() const;
+    /// Whether one of them was for want of something that there may be more of another time: room on
+    /// the disk, memory, open files.
+    bool HasSeenShortage() const;
     void StartAnew() { *this = RefusalWatch(); }
 
 private:
     unsigned before_;
-    unsigned fullBefore_;
+    unsigned shortagesBefore_;
 };
 
 /// What the disk refuses while one of these lives is seen by no watch.

@@ -46,6 +46,19 @@ Room FreeRoom(const std::string& path) {
             info.f_files == 0 ? enough : info.f_favail};
 }
 
+/// What the file system of a tree lacks for a copy of links; empty when it lacks neither.
+std::string MissingRoom(const std::string& tree) {
+    const Room needed = RoomForLinks(tree);
+    const Room left = FreeRoom(tree);
+    if (left.bytes >= needed.bytes && left.inodes >= needed.inodes)
+        return {};
+    const auto missing = [](std::uint64_t need, std::uint64_t have) {
+        return std::to_string(need > have ? need - have : 0);
+    };
+    return ": at least " + missing(needed.bytes, left.bytes) + " bytes and " +
+           missing(needed.inodes, left.inodes) + " inodes more are needed";
+}
+
 std::string ShortOfRoom() {
     errno = ENOSPC;
     files::NoteRefusal(errno);
@@ -201,13 +214,10 @@ bool RecoveryCopy::Make(const std::string& version, const NamePredicate& isEnter
         }
     }
     copy_ = places.front();
-    if (watch.HasSeenFullDisk()) {
-        ReportNoRoom(reason);
-        return false;
-    }
-    report_ +=
-        "\tcan't make recovery copy " + copy_ + " (" + reason + "), upgrade goes on without it\n";
-    return true;
+    const bool isShort = watch.HasSeenShortage();
+    report_ += "\tcan't make recovery copy " + copy_ + " (" + reason + "), upgrade " +
+               (isShort ? "is not begun" + MissingRoom(tree_) : "goes on without it") + "\n";
+    return !isShort;
 }
 
 /// Makes a copy under its temporary name, with its mark, on the disk, and gives it its name. The
@@ -241,17 +251,6 @@ std::string RecoveryCopy::MakeAt(const std::string& copy, By by, const std::stri
         Remove();
     }
     return error;
-}
-
-void RecoveryCopy::ReportNoRoom(const std::string& reason) {
-    const Room needed = RoomForLinks(tree_);
-    const Room left = FreeRoom(tree_);
-    const auto missing = [](std::uint64_t need, std::uint64_t have) {
-        return std::to_string(need > have ? need - have : 0);
-    };
-    report_ += "\tcan't make recovery copy " + copy_ + " (" + reason +
-               "), upgrade is not begun: at least " + missing(needed.bytes, left.bytes) +
-               " bytes and " + missing(needed.inodes, left.inodes) + " inodes more are needed\n";
 }
 
 /// From here on a crash leads back to the copy.

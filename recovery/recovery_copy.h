@@ -30,7 +30,7 @@ std::string ReadStamp(const std::string& tree);
 /// - A run that was killed is begun again by the next start. So is, once, a run that ended because
 ///   the disk refused something, but only while the tree is as that run left it: settings that were
 ///   changed since are worth more than what was refused.
-/// - What cannot be protected for want of room is not begun.
+/// - What cannot be protected for want of room or memory is not begun.
 /// - What the disk does not tell is not guessed: then the upgrade is not continued.
 class RecoveryCopy {
 public:
@@ -44,10 +44,10 @@ public:
     /// `version` is what an upgrade that begins now would stamp; `log` is where the run's log is
     /// or will be, which no copy holds and no put-back rolls away.
     bool Resume(const std::string& configRoot, const std::string& version, const std::string& log);
-    /// Makes the copy unless it stands. False when there is no room for one: then the upgrade must
-    /// not begin. Where one cannot be made for another reason, the upgrade goes on without it.
-    /// `isEntered` tells of which links at the tree's top the directories behind them are upgraded,
-    /// too; `version` is what the upgrade would stamp.
+    /// Makes the copy unless it stands. False when there is no room or memory for one: then the
+    /// upgrade must not begin. Where one cannot be made for another reason, the upgrade goes on
+    /// without it. `isEntered` tells of which links at the tree's top the directories behind them
+    /// are upgraded, too; `version` is what the upgrade would stamp.
     bool Make(const std::string& version, const NamePredicate& isEntered);
     /// Brings all that was changed to the disk; from here on every save does so itself. False, with
     /// errno set, when that failed.
@@ -76,7 +76,6 @@ private:
     bool StampAndRemove(const std::string& version);
     std::string MakeAt(const std::string& copy, files::By by, const std::string& version,
                        const NamePredicate& isEntered);
-    void ReportNoRoom(const std::string& reason);
     void Stand();
     void Remove();
 

@@ -11,6 +11,7 @@
 #include "files/refusals.h"
 #include "files/replace.h"
 #include "files/sync.h"
+#include "recovery/decision.h"
 #include "tests/support/steps.h"
 
 namespace fs = std::filesystem;
@@ -153,6 +154,29 @@ TEST_F(Recovery, WhatTheDiskRefusedIsTriedOnceMore) {
     ExpectUndisturbed();
 }
 
+TEST_F(Recovery, WhatIsNoSettingDoesNotCancelTheSecondTry) {
+    MoveBehindLinks(site);
+    MoveBehindLinks(undisturbed);
+    site.appliance.log = site.Live("mend.log");  // started in the tree, of all places
+    site.Write(site.appliance.log, "of an earlier run\n");
+    UpgradeRefused();
+    const auto run = [](const std::string& command) {
+        EXPECT_EQ(std::system(command.c_str()), 0) << command;
+    };
+    run("cp -a " + site.Live("21") + "/. " + site.Path("new") + " && rm -r " +
+        site.Path("mnt/data/21") + " && mv " + site.Path("new") + " " + site.Path("mnt/data/21"));
+    run("chmod 640 " + site.Live("sip.cfg") + " && touch " + site.Live("nat.cfg") + " " +
+        site.Live("isdn/."));
+    run("mkfifo " + site.Live("fifo") + " && : >" + site.Live("left.mend-tmp"));
+    log = site.Upgrade();
+    EXPECT_TRUE(Holds(log, "configuration is put back from "));
+    EXPECT_TRUE(Holds(site.Read(site.appliance.log), "of an earlier run\n"));
+    EXPECT_TRUE(Holds(site.Read(site.appliance.log), "upgrade is not finished, "));
+    site.Remove(site.appliance.log);
+    site.Remove(site.Live("fifo"));
+    ExpectUndisturbed();
+}
+
 TEST_F(Recovery, SettingsChangedAfterARunThatEndedStay) {
     MoveBehindLinks(site);
     for (const char* file : {"nat.cfg", "21/servicesdb"}) {  // the other one behind a link
@@ -191,7 +215,13 @@ TEST_F(Recovery, ACopyThatIsNotWholeIsNotPutBack) {
                            " (it is not whole), upgrade is not continued\n"));
         EXPECT_EQ(tree(), before);
     }
+    // Without a change of its size.
     run("rm -r " + copy + "; cp -a " + site.Path("whole") + " " + copy);
+    run("sed -i s/a/b/ " + copy + "/linedb");
+    EXPECT_TRUE(Holds(site.Upgrade(), " (it is not whole), "));
+    run("rm -r " + copy + "; cp -a " + site.Path("whole") + " " + copy);
+    // The mark of a release that hashed something else: its size has to do.
+    run("sed -i 's/digest //' " + copy + "/target.mend-tmp");
     site.Upgrade();
     ExpectUndisturbed();
 }
@@ -283,4 +313,56 @@ TEST_F(Recovery, ATemporaryTakesThePlaceOfAFileAndOfNothingElse) {
     takeTwice();
     const files::SyncLater later;
     takeTwice();
+}
+
+TEST(RecoveryDecision, IsAsTheTableSays) {
+    using enum Action;
+    const TreeContent was{3, 4096, 7};
+    const TreeContent isNow{3, 4096, 8};
+    const std::optional<TreeContent> unknown;
+    struct Row {
+        std::optional<State> state;
+        std::optional<TreeContent> held, left;
+        const char* stamp;
+        std::optional<TreeContent> now;
+        Action action;
+    };
+    const Row rows[] = {
+        // No mark: somebody else's.
+        {std::nullopt, was, was, "5", was, LeaveAlone},
+        // Killed, in a first try and in a second.
+        {State::UnderWay, was, unknown, "", isNow, PutBack},
+        {State::UnderWay, was, unknown, "5", isNow, PutBack},
+        {State::SecondUnderWay, was, unknown, "5", isNow, PutBackAgain},
+        // Ended with a refusal: once more, while nobody has changed anything.
+        {State::Refused, was, isNow, "", isNow, PutBackAgain},
+        {State::Refused, was, was, "", isNow, StampAndRemove},
+        {State::Refused, was, unknown, "", isNow, StampAndRemove},
+        {State::Refused, was, isNow, "", unknown, GiveUp},
+        // The same under the name that the disk would not let it change.
+        {State::UnderWay, was, isNow, "", isNow, PutBack},
+        {State::UnderWay, was, was, "", isNow, StampAndRemove},
+        {State::SecondUnderWay, was, isNow, "", isNow, PutBackAgain},
+        {State::Done, was, was, "", isNow, StampAndRemove},
+        // Came to the stamp, which is there or is not.
+        {State::Done, was, unknown, "5", isNow, Remove},
+        {State::Done, was, unknown, "4", isNow, PutBack},
+        {State::Done, was, unknown, "", isNow, PutBack},
+        {State::Stamped, was, unknown, "", isNow, Remove},
+        {State::Stamped, unknown, unknown, "4", isNow, Remove},
+        // A mark that was cut short: what puts back looks at the copy itself, and gives up.
+        {State::UnderWay, unknown, unknown, "5", isNow, PutBack},
+        {State::Refused, unknown, unknown, "", isNow, PutBackAgain},
+        {State::Done, unknown, unknown, "5", isNow, PutBack},
+    };
+    for (const Row& row : rows) {
+        std::optional<Mark> mark;
+        if (row.state)
+            mark = Mark{*row.state, row.held, row.left, "5"};
+        EXPECT_EQ(Decide(mark, row.stamp, [&] { return row.now; }), row.action)
+            << "row " << &row - rows;
+    }
+    // Of a tree without labels nothing is stamped, and the mark alone tells the end.
+    EXPECT_EQ(Decide(Mark{State::Done, was, unknown, ""}, "4", [] { return std::nullopt; }),
+              Remove);
 }

@@ -30,7 +30,10 @@ int main(int argc, char** argv) {
     Appliance appliance = ApplianceAt(argv[1]);
     appliance.runShell = RunOrDieWithIt;
     appliance.voiceStorageSize = [](const std::string&) { return std::uint64_t{8'000'000}; };
-    ConfigUpgrader upgrader(appliance);
-    upgrader.Run();
+    try {
+        ConfigUpgrader upgrader(appliance);
+        upgrader.Run();
+    } catch (const std::exception&) {  // as setupmend itself
+    }
     return 0;
 }
