@@ -34,7 +34,7 @@ expect() {
     local found
     found="$(content "$live") $(content "$tree/mend-label")"
     if [ "$status" -ne 0 ] || [ "$(wc -l <<<"$said")" -ne 1 ] || [[ $said != *"$4"* ]] ||
-        [ "$found" != "$2 $3" ] || [ -n "$(find "$unit" -name '*.mend-tmp')" ]; then
+        [ "$found" != "$2 $3" ] || [ -n "$(find "$unit" -name '*label*.mend-tmp')" ]; then
         fail "$1: status $status, labels $found, said: $said"
     fi
 }
@@ -262,5 +262,24 @@ sed -i '/^current_version=/d' "$tree/linedb"
 start
 unchanged 'the remedy for an early end'
 expect 'the remedy for an early end' "$version" "$version" 'now says'
+
+# A run that is killed in the middle, and the next start. It may have ended before it is killed.
+killed() {
+    again
+    adopt before
+    "$upgrade" "$unit" >/dev/null 2>&1 &
+    until [ -e "$tree.mend-undo" ] || ! kill -0 "$!" 2>/dev/null; do :; done
+    kill -KILL "$!" 2>/dev/null || true
+    wait "$!" 2>/dev/null || true
+    [ -e "$tree.mend-undo" ]
+}
+for _ in {1..20}; do
+    killed && break
+done
+adopt after
+expect 'a run that was killed' 2.2.0 2.2.0 'stands'
+start
+unchanged 'the start behind a killed run'
+expect 'the start behind a killed run' "$version" "$version" 'now says'
 
 finish 'states and runs' 70

@@ -79,22 +79,18 @@ last=$(sed -n '/^Only when the version labels differ/,/^Most of these/p' docs/up
 
 # --- excerpts --------------------------------------------------------------------------------------
 
-# What the pages on reports quote besides: a spoilt linedb, a file that ends too soon, a killed run.
+# What the pages on reports quote besides: a spoilt linedb, a file that ends too soon.
 sample
 echo '{' >"$tree/etc/orix-conf/telephony/linedb"
 run
 sample
 sed -i '$d' "$tree/etc/orix-conf/telephony/22/grouplistdb"
 run
-sample
-printf '#!/bin/sh\nexit 137\n' >"$tree/bin/rtsync"
-run
-run
 
 # The texts of the program, those that go over several lines in one.
 cat {app,files,recovery,steps/*}/*.cpp | tr '\n' ' ' | sed -E 's/" *\+? *"//g' >"$work/texts"
 
-# quoted TEXT: a run has printed it, or, what takes a broken disk, its words are in the sources.
+# quoted TEXT: a run has printed it; or its words are in the sources, for what takes a broken disk.
 quoted() {
     local words
     grep -qxF -- "$1" "$work/reports" && return
