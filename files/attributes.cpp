@@ -121,19 +121,29 @@ bool GiveOwner(int file, const struct stat& from) {
            fchown(file, from.st_uid, from.st_gid) == 0;
 }
 
-}  // namespace
-
-std::string KeepAttributes(int file, const struct stat& from, const std::string& path) {
-    const Extended wanted = ReadExtended(path);
-    const Extended now = ReadExtended(file);
+std::string KeepRights(int file, const struct stat& from, const Extended& wanted,
+                       const Extended& now) {
     // Owner first: the system takes capabilities and the set-user-id bit off when it changes.
     if (!GiveOwner(file, from))
         return NotedReason("can't keep the owner");
     if (!GiveRights(file, from.st_mode, wanted, now))
         return NotedReason("can't keep the mode");
-    if (!GiveExtended(file, wanted, now))
-        return NotedReason("can't keep the attributes");
     return {};
+}
+
+}  // namespace
+
+std::string KeepAttributes(int file, const struct stat& from, const std::string& path) {
+    const Extended wanted = ReadExtended(path);
+    const Extended now = ReadExtended(file);
+    std::string error = KeepRights(file, from, wanted, now);
+    if (error.empty() && !GiveExtended(file, wanted, now))
+        error = NotedReason("can't keep the attributes");
+    return error;
+}
+
+std::string KeepRights(int file, const struct stat& from, const std::string& path) {
+    return KeepRights(file, from, ReadExtended(path), ReadExtended(file));
 }
 
 bool GiveAttributes(int file, const struct stat& from, const std::string& path) {

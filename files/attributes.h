@@ -15,6 +15,9 @@ namespace files {
 /// passwords is rather not saved than open to more people.
 std::string KeepAttributes(int file, const struct stat& from, const std::string& path);
 
+/// The same for mode, owner and access list alone, for a file that is made from another.
+std::string KeepRights(int file, const struct stat& from, const std::string& path);
+
 /// The same, with the times, for a copy of `from`. All is tried, whatever fails first; false, with
 /// errno set, when something failed.
 bool GiveAttributes(int file, const struct stat& from, const std::string& path);

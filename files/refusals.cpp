@@ -36,8 +36,7 @@ void NoteRefusal(int error) {
     if (IsOfTheName(error))
         return;
     ++refusals;
-    if (error == ENOSPC || error == EDQUOT || error == ENOMEM || error == EMFILE ||
-        error == ENFILE)
+    if (error == ENOSPC || error == EDQUOT || error == ENOMEM || error == EMFILE || error == ENFILE)
         ++shortages;
 }
 

@@ -25,8 +25,8 @@ class RefusalWatch {
 public:
     RefusalWatch();
     bool HasSeenOne() const;
-    /// Whether one of them was for want of something that there may be more of another time: room on
-    /// the disk, memory, open files.
+    /// Whether one of them was for want of something that there may be more of another time: room
+    /// on the disk, memory, open files.
     bool HasSeenShortage() const;
     void StartAnew() { *this = RefusalWatch(); }
 

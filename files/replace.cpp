@@ -21,6 +21,7 @@ namespace {
 struct Model {
     struct stat info {};
     std::string path;
+    bool isOldFile;  // the one that it replaces
 };
 
 /// The first of the models, less the rights that any other denies.
@@ -31,7 +32,7 @@ std::optional<Model> Joined(const std::vector<std::string>& paths) {
         if (stat(path.c_str(), &info) != 0)
             continue;
         if (!joined)
-            joined = Model{info, path};
+            joined = Model{info, path, false};
         else
             joined->info.st_mode &= info.st_mode | ~static_cast<mode_t>(0777);
     }
@@ -50,7 +51,10 @@ std::string WriteTemporary(const std::string& path, const std::optional<Model>& 
         file = FileDescriptor(open(path.c_str(), flags, mode));
     if (!file.IsOpen())
         return NotedReason("can't create the new file");
-    std::string error = model ? KeepAttributes(file.Get(), model->info, model->path) : "";
+    std::string error;
+    if (model)
+        error = model->isOldFile ? KeepAttributes(file.Get(), model->info, model->path)
+                                 : KeepRights(file.Get(), model->info, model->path);
     if (!error.empty())
         return error;
     if (!WriteAll(file.Get(), bytes))
@@ -150,7 +154,7 @@ std::string ReplaceFile(const std::string& path, std::string_view bytes,
     if (later != nullptr ? !later->NoteChange(parent) : !directory.IsOpen())
         return NotedReason("can't open the directory");
     const std::string temporary = TemporaryFor(target);
-    const std::optional<Model> model = exists ? Model{old, target} : Joined(models);
+    const std::optional<Model> model = exists ? Model{old, target, true} : Joined(models);
     std::string error = WriteTemporary(temporary, model, bytes);
     if (error.empty() && !PutInPlace(temporary, target))
         error = NotedReason("can't rename the new file");

@@ -226,6 +226,47 @@ TEST_F(Recovery, ACopyThatIsNotWholeIsNotPutBack) {
     ExpectUndisturbed();
 }
 
+TEST_F(Recovery, ASplitUnderEqualLabelsIsTriedOnceMore) {
+    for (const Site* unit : {&site, &undisturbed})
+        unit->SetLiveVersion(FactoryVersion());
+    UpgradeRefused();
+    EXPECT_TRUE(Holds(log, "\tUp-to-date\n"));
+    EXPECT_TRUE(Holds(site.Upgrade(), "configuration is put back from "));
+    ExpectUndisturbed();
+    // There is no version to stamp where settings have changed since.
+    site.Write(site.Live("extensiondb"), "");
+    UpgradeRefused();
+    site.Write(site.Live("nat.cfg"), "set=by people\n");
+    EXPECT_TRUE(Holds(site.Upgrade(), "which was not finished: it stays, recovery copy"));
+    EXPECT_FALSE(Holds(Get("linedb"), "current_version"));
+}
+
+TEST_F(Recovery, ASecondStartWaitsForTheFirst) {
+    int pipe[2];
+    ASSERT_EQ(::pipe(pipe), 0);
+    const pid_t first = fork();
+    if (first == 0) {
+        Appliance appliance = site.appliance;
+        appliance.runShell = [&](const std::string& command) {
+            if (Holds(command, "dialplan.cfg")) {  // half way through
+                [[maybe_unused]] const ssize_t told = write(pipe[1], "", 1);
+                usleep(300'000);
+            }
+            return std::system(command.c_str());
+        };
+        setenv("ORIX_PATH", appliance.liveConf.c_str(), 1);
+        ConfigUpgrader(appliance).Run();
+        _exit(0);
+    }
+    char byte = 0;
+    ASSERT_EQ(read(pipe[0], &byte, 1), 1);
+    log = site.Upgrade();
+    waitpid(first, nullptr, 0);
+    EXPECT_TRUE(Holds(log, "\tConfigurarion already checked.\n"));
+    EXPECT_FALSE(Holds(log, "interrupted"));
+    ExpectUndisturbed();
+}
+
 TEST_F(Recovery, AStampThatCannotBeSavedLeavesTheCopy) {
     site.appliance.runShell = [this](const std::string& command) {
         fs::remove(site.Live("linedb"));  // every later save follows a link that leads nowhere

@@ -224,3 +224,87 @@ TEST_F(Steps, OnlyAVisibleFileOfTheAttendantMakesAFailedCopyTheDisksFault) {
         EXPECT_EQ(watch.HasSeenOne(), isVisible);
     }
 }
+
+TEST_F(Steps, WhatNoCopyCanLayOverIsNotTheDisksFault) {
+    for (const auto& [attendants, systems] :
+         {std::pair("00/odd", "system/odd/below"), std::pair("00/odd/below", "system/odd"),
+          std::pair("00/deep/odd", "system/deep/odd/below")}) {
+        for (const char* directory : {"00", "system"})
+            Remove(directory);
+        Put(attendants, "a");
+        Put(systems, "b");
+        const files::RefusalWatch watch;
+        Run("3.0.0", &ConfigUpgrader::UpdateSystemExtension);
+        EXPECT_TRUE(Holds(log, "Copy 00 to System done - Failed: "));
+        EXPECT_FALSE(watch.HasSeenOne()) << attendants;
+        EXPECT_EQ(Get(systems), "b");
+    }
+    // An extension without a directory of its own, and a template that has one more below.
+    PutFactory("04-lines/default/more/file", "x");
+    const files::RefusalWatch watch;
+    Open("3.0.1").liveExtensions = {"77"};
+    upgrader->CheckFileSet(site.Live(""), site.Factory(""), false);
+    EXPECT_FALSE(watch.HasSeenOne());
+}
+
+TEST_F(Steps, ACopyThatWasKilledHasItsModesInTheEnd) {
+    site.appliance.runShell = [this](const std::string& command) {
+        std::system(command.c_str());
+        const std::string copy = site.Live("new.mend-tmp");
+        return std::system(("rm " + copy + "/sub/b && chmod 600 " + copy + "/sub/a && chmod 700 " +
+                            copy + "/sub " + copy)
+                               .c_str());
+    };
+    const std::string original = site.Factory("new");
+    site.Write(original + "/sub/a", "a");
+    site.Write(original + "/sub/b", "b");
+    for (const char* name : {"", "/sub", "/sub/a", "/sub/b"})
+        fs::permissions(original + name, fs::perms(*name == 0 ? 0751 : 0754));
+    EXPECT_EQ(Open("").CopyWhole("-p -r", original, site.Live("new")), 0);
+    for (const char* name : {"", "/sub", "/sub/a", "/sub/b"})
+        EXPECT_EQ(fs::status(site.Live("new") + name).permissions(),
+                  fs::status(original + name).permissions())
+            << name;
+    EXPECT_EQ(Get("new/sub/b"), "b");
+}
+
+TEST_F(Steps, WhatIsMadeFromAFileIsOpenToNobodyElse) {
+    const auto close = [this](const std::string& name, unsigned mode) {
+        fs::permissions(site.Live(name), fs::perms(mode));
+    };
+    const auto mode = [this](const std::string& name) {
+        return static_cast<unsigned>(fs::status(site.Live(name)).permissions());
+    };
+    Put("voicemaildb", "[21|password=1|]");
+    close("voicemaildb", 0600);
+    Open("2.4.8").liveExtensions = {"21"};
+    upgrader->attendantExtension.clear();
+    upgrader->MigrateVoicemail();
+    EXPECT_EQ(Get("21/voicemaildb"), "password=1|");
+    EXPECT_EQ(mode("21/voicemaildb"), 0600U);
+
+    // Of a file that is made from several, what each of them allows.
+    for (const char* database : {"huntdb", "anonymousdb"})
+        Put(std::string("21/") + database,
+            "[|caller_type=SIP|caller=5|call_type=SIP|user_name=5|]");
+    Put("21/servicesdb", "");
+    close("21/huntdb", 0640);
+    close("21/anonymousdb", 0604);
+    for (const char* made : {"21/addresspatterndb", "21/supservices_0"})
+        Remove(made);
+    Open("3.0.0").liveExtensions = {"21"};
+    upgrader->MergeSupplementaryServices();
+    EXPECT_EQ(mode("21/addresspatterndb"), 0600U);
+    EXPECT_EQ(mode("21/supservices_0"), 0600U);
+
+    Put("extensiondb", "[21|password=1|]");
+    Put("linedb", "[line_0|extension=21|codec=1|]");
+    close("extensiondb", 0640);
+    close("linedb", 0604);
+    for (const char* made : {"21/personaldatadb", "21/servicesdb", "21/codecsdb"})
+        Remove(made);
+    Open("2.3.0").SplitExtensionDatabase();
+    EXPECT_EQ(mode("21/personaldatadb"), 0640U);
+    EXPECT_EQ(mode("21/servicesdb"), 0600U);
+    EXPECT_EQ(mode("21/codecsdb"), 0604U);
+}
