@@ -23,7 +23,8 @@ bool RaiseTreeLabel(const ConfigUpgrader& upgrader) {
         return true;
     const std::string old = files::ReadFile(path).bytes.value_or("");
     // After a fall-back to older firmware the tree is still what the newer one made of it.
-    return !IsNewerLabel(version, old) || files::ReplaceFile(path, version + "\n").empty();
+    return old == version + "\n" || IsNewerLabel(old, version) ||
+           files::ReplaceFile(path, version + "\n").empty();
 }
 
 /// Writes the version that the tree now has; false when it can't be saved.
@@ -48,12 +49,15 @@ bool Stamp(ConfigUpgrader& upgrader) {
 /// recovery copy goes. A power cut may cost the stamp, never leave it on a half-upgraded tree.
 /// False when the next start has to begin again.
 bool ConfigUpgrader::FinishUpgrade() {
+    // Also where the next start may begin again: it puts the old label back with the tree, unless
+    // the tree was changed meanwhile and stays what this run has made of it.
+    const bool isLabelled = upToDate || RaiseTreeLabel(*this);
     if (recovery.ShouldBeginAgain())
         return false;
     if (!upToDate)
         for (const std::string& path : {appliance.usbVoiceData, appliance.internalVoiceData})
             files::SyncFileSystem(path);
-    if (!upToDate && !RaiseTreeLabel(*this))
+    if (!isLabelled)
         return false;
     if ((!upToDate || recovery.Stands()) && !recovery.SyncTree()) {
         Trace(1, "MINOR ERROR: Can't sync: %s\n", configRoot.c_str());
