@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <exception>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 
@@ -19,9 +20,10 @@ namespace {
 struct Call {
     const char* name;
     long number;
-    int argument = 0;
+    unsigned argument = 0;
     unsigned set = 0;
     unsigned clear = 0;
+    unsigned above = 0;  // or what the argument is above, if not 0
 };
 
 constexpr Call knownCalls[] = {
@@ -54,7 +56,7 @@ constexpr Call knownCalls[] = {
     {"open directory", SYS_openat, 2, O_DIRECTORY, 0},
     {"getdents", SYS_getdents64},
     {"read", SYS_read},
-    {"write", SYS_write},
+    {"write", SYS_write, 0, 0, 0, STDERR_FILENO},  // what a test says is not refused
     {"fsync", SYS_fsync},
     {"syncfs", SYS_syncfs},
     {"fchmod", SYS_fchmod},
@@ -68,28 +70,44 @@ constexpr Call knownCalls[] = {
     {"ioctl", SYS_ioctl},
 };
 
+sock_filter Statement(unsigned what, std::size_t value) {
+    return BPF_STMT(static_cast<unsigned short>(what), static_cast<unsigned>(value));
+}
+
+/// Goes on when the value loaded is that one (or above it), else passes over so many statements.
+sock_filter GoOnIf(unsigned how, std::size_t value, unsigned char otherwise) {
+    return BPF_JUMP(static_cast<unsigned short>(BPF_JMP | BPF_K | how),
+                    static_cast<unsigned>(value), 0, otherwise);
+}
+
 bool Refuse(const std::vector<RefusedCall>& calls) {
     std::vector<sock_filter> program;
-    const auto load = [&](std::size_t offset) {
-        program.push_back(BPF_STMT(BPF_LD | BPF_W | BPF_ABS, static_cast<unsigned>(offset)));
-    };
     for (const RefusedCall& refused : calls)
         for (const Call& call : knownCalls) {
             if (refused.name != call.name)
                 continue;
-            load(offsetof(seccomp_data, nr));
-            program.push_back(
-                BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(call.number), 0, 4));
-            load(offsetof(seccomp_data, args) + 8 * static_cast<std::size_t>(call.argument));
-            program.push_back(BPF_STMT(BPF_ALU | BPF_AND | BPF_K, call.set | call.clear));
-            program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call.set, 0, 1));
-            program.push_back(BPF_STMT(BPF_RET | BPF_K,
-                                       SECCOMP_RET_ERRNO | static_cast<unsigned>(refused.error)));
+            const std::size_t argument = offsetof(seccomp_data, args) + 8U * call.argument;
+            const bool isMasked = call.above == 0;
+            const sock_filter statements[] = {
+                Statement(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+                GoOnIf(BPF_JEQ, static_cast<std::size_t>(call.number), 4),
+                Statement(BPF_LD | BPF_W | BPF_ABS, argument),
+                Statement(BPF_ALU | BPF_AND | BPF_K, isMasked ? call.set | call.clear : ~0U),
+                isMasked ? GoOnIf(BPF_JEQ, call.set, 1) : GoOnIf(BPF_JGT, call.above, 1),
+                Statement(BPF_RET | BPF_K,
+                          SECCOMP_RET_ERRNO | static_cast<unsigned>(refused.error)),
+            };
+            program.insert(program.end(), std::begin(statements), std::end(statements));
         }
-    program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
+    program.push_back(Statement(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
     sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
     return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
            prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
+}
+
+/// Those of the test that runs.
+int Failures() {
+    return testing::UnitTest::GetInstance()->current_test_info()->result()->total_part_count();
 }
 
 }  // namespace
@@ -103,6 +121,7 @@ void WithRefused(const std::vector<RefusedCall>& calls, const std::function<void
     std::fflush(stdout);
     const pid_t child = fork();
     if (child == 0) {
+        const int before = Failures();
         if (!Refuse(calls))
             _exit(impossible);
         try {
@@ -111,7 +130,7 @@ void WithRefused(const std::vector<RefusedCall>& calls, const std::function<void
             ADD_FAILURE() << error.what();
         }
         std::fflush(stdout);
-        _exit(testing::Test::HasFailure() ? failed : 0);
+        _exit(Failures() > before ? failed : 0);
     }
     int status = -1;
     waitpid(child, &status, 0);
