@@ -1,0 +1,16 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+/// A system call that always fails: "lstat" and the like, "create" for an open that would make a
+/// file, "open directory". An error of 0 has it succeed without having done anything.
+struct RefusedCall {
+    std::string name;
+    int error;
+};
+
+/// Runs a part of a test in a child to which the system refuses these calls. Its failures are the
+/// test's. Where no such child can be had, as under qemu, the test is skipped.
+void WithRefused(const std::vector<RefusedCall>& calls, const std::function<void()>& part);
