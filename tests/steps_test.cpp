@@ -160,7 +160,8 @@ TEST_F(FileSet, WhatOthersReadFromIsQueuedFirst) {
     for (const char* name :
          {"linedb", "rtp.cfg", "supservices_3", "sip.cfg", "fax.cfg", "manyextringdb",
           "speedcalldb", "blockedoutnumsdb", "distringdb", "forwardlistdb", "huntdb",
-          "externaluserdb", "addresspatterndb", "nat.cfg"}) {
+          "externaluserdb", "addresspatterndb", "anonymousdb", "blockedinnumsdb", "extensiondb",
+          "Makefile", "dialplan.xml", "nat.cfg"}) {
         PutFactory(name, "");
         Put(name, "");
     }
