@@ -277,7 +277,9 @@ TEST_F(Files, RefusalsAreWhatIsNotOfTheName) {
         const bool isNoted = error == EIO || error == EACCES || error == EROFS || error == ENOSPC ||
                              error == EDQUOT || error == EPERM || error == EMFILE;
         EXPECT_EQ(watch.HasSeenOne(), isNoted) << error;
-        EXPECT_EQ(watch.HasSeenFullDisk(), error == ENOSPC || error == EDQUOT) << error;
+        EXPECT_EQ(watch.HasSeenShortage(),
+                  error == ENOSPC || error == EDQUOT || error == ENOMEM || error == EMFILE)
+            << error;
         EXPECT_EQ(TakeRefusalTexts(),
                   isNoted ? Names{"what: " + std::string(std::strerror(error))} : Names{});
     }
