@@ -17,7 +17,7 @@ using NamePredicate = std::function<bool(const std::string& name)>;
 struct TreeContent {
     std::uint64_t entries = 0;
     std::uint64_t bytes = 0;            // of the regular files, in blocks as file systems give them
-    std::optional<std::uint64_t> hash;  // unknown in a mark of setupmend 1.0, which had another
+    std::optional<std::uint64_t> hash;  // unknown in a mark of an older build, which had another
 
     bool operator==(const TreeContent&) const = default;
 };
@@ -56,7 +56,7 @@ std::string PutBackTree(const std::string& copy, const std::string& tree,
 /// What a copy holds. Nothing when it cannot be read.
 std::optional<TreeContent> ContentOfCopy(const std::string& copy);
 
-/// Whether a copy holds what its mark says. What setupmend 1.0 made is known by its size alone.
+/// Whether a copy holds what its mark says. What an older build made is known by its size alone.
 bool IsWhole(const TreeContent& held, const TreeContent& marked);
 
 /// A live tree, and what its links lead to so far as the copy has that: equal only when nobody has

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Upgrades on a disk that fails: one system call after the other returns an error, and a file system
-# gets full. Whatever fails, every configuration file is whole, the exit status is 0, the log says
-# what could not be saved and why, and the next run on a healthy disk ends with the tree of an
-# undisturbed upgrade.
+# Upgrades on a disk that fails: one system call after the other returns an error, a file system
+# gets full, and memory is short. Whatever fails, every configuration file is whole, the exit status is
+# 0, the log says what could not be saved and why, and the next run on a healthy disk ends with the
+# tree of an undisturbed upgrade.
 #
 # usage: tests/failing_disk.sh UPGRADE_AT [--every N]
 #
@@ -38,8 +38,8 @@ check_next_run() {
     local status=0 isLogged=yes
     [ -s "$tree/mend.log" ] || isLogged=no
     "$upgrade" "$tree" >/dev/null 2>&1 || status=$?
-    # A disk that refused the recovery copy, too, leaves nothing to begin again from; one that took
-    # not even the log says so nowhere.
+    # A disk that refused the recovery copy, too, though not for want of room, leaves nothing to begin
+    # again from; one that took not even the log says so nowhere.
     if [ "$status" -eq 0 ] && [ "$isLogged" = no ]; then return; fi
     if [ "$status" -eq 0 ] && grep -qF 'upgrade goes on without it' "$tree/mend.log"; then return; fi
     expect_manifest "$1: the next run does not complete it" "$status"
@@ -114,5 +114,21 @@ for pages in 0 1 2 4 8 16 32 64 96 128 160 192 224 256 320 400 480 600; do
     mkdir "$tree"
     failed=0 bwrap --dev-bind / / --perms 0755 --size 4194304 --tmpfs "$tree" bash -c "full $pages" ||
         failed=$((failed + 1))
+done
+
+# Too little memory for the run, from none at all to enough: it changes nothing or all, and the next
+# start completes it. Below the first limit that the loader needs there is no run.
+limit=2000
+while [ "$limit" -lt 60000 ] && ! prlimit --as=$((limit * 1024)) "$upgrade" "$work/none" >/dev/null 2>&1; do
+    limit=$((limit + 100))
+done
+for more in 150 300 500 700 800 900 1000 1200 1500 2000 3000 6000; do
+    tried=$((tried + 1))
+    renew
+    status=0
+    prlimit --as=$(((limit + more) * 1024)) "$upgrade" "$tree" >/dev/null 2>&1 || status=$?
+    [ "$status" -eq 0 ] || fail "$more KB of memory: exit status $status"
+    check_whole "$more KB of memory"
+    check_next_run "$more KB of memory"
 done
 finish 'runs on a failing disk' 20
