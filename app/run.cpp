@@ -3,6 +3,7 @@
 #include "app/run.h"
 
 #include <new>
+#include <optional>
 #include <set>
 #include <utility>
 
@@ -274,7 +275,11 @@ void ConfigUpgrader::RunSteps() {
     };
     PrepareForCommands();
     configRoot = FindConfigRoot(appliance.liveConf);
-    if (!recovery.Resume(configRoot, VersionToStamp(), appliance.log)) {
+    const files::RefusalWatch labelWatch;
+    std::optional<std::string> version = VersionToStamp();
+    if (labelWatch.HasSeenOne())
+        version.reset();
+    if (!recovery.Resume(configRoot, version, appliance.log)) {
         Tell(Fact::Kind::EndedEarly, {}, "an interrupted upgrade can't be put back");
         EndWithLog(*this);
         return;

@@ -80,7 +80,7 @@ std::string ReadStamp(const std::string& tree) {
 
 // The start.
 
-bool RecoveryCopy::Resume(const std::string& configRoot, const std::string& version,
+bool RecoveryCopy::Resume(const std::string& configRoot, const std::optional<std::string>& version,
                           const std::string& log) {
     watch_.StartAnew();
     log_ = log;
@@ -104,7 +104,7 @@ bool RecoveryCopy::Resume(const std::string& configRoot, const std::string& vers
     return true;
 }
 
-bool RecoveryCopy::ResumeFrom(const std::string& copy, const std::string& version) {
+bool RecoveryCopy::ResumeFrom(const std::string& copy, const std::optional<std::string>& version) {
     if (files::IsThere(files::TemporaryFor(copy)))
         files::RemoveTree(files::TemporaryFor(copy));
     if (!files::IsOwnDirectory(copy))
@@ -118,6 +118,7 @@ bool RecoveryCopy::ResumeFrom(const std::string& copy, const std::string& versio
             return true;
         case Action::Remove:
             report_ += "\tlast upgrade was finished, its recovery copy " + copy + " is removed\n";
+            SetState(copy, State::Stamped);  // should it not go, no later stamp has it put back
             Remove();
             return true;
         case Action::StampAndRemove:
@@ -132,20 +133,25 @@ bool RecoveryCopy::ResumeFrom(const std::string& copy, const std::string& versio
     return false;
 }
 
-bool RecoveryCopy::BeginAgain(Mark mark, const std::string& version, bool isSecondTry) {
+bool RecoveryCopy::BeginAgain(const Mark& mark, const std::optional<std::string>& version,
+                              bool isSecondTry) {
+    if (!version)
+        return GiveUp("labels can't be read");
     const auto held = ContentOfCopy(copy_);
     if (watch_.HasSeenOne() || !held || !mark.held || !IsWhole(*held, *mark.held))
         return GiveUp("it is not whole");
     // From here on the tree is neither what the last run left nor what it found, and the mark has
-    // to say so first. One that says it already is not written again: a full disk does no harm
-    // then.
-    const bool differs = mark.left || mark.version != version || !mark.held->hash;
+    // to say so first: its name before the fingerprint goes, for a mark "again" without one would
+    // say that settings have changed. A new file for the mark, which a full disk refuses, is only
+    // made where the firmware has changed since.
     isSecondTry_ = isSecondTry;
-    mark.held = held;
-    mark.left.reset();
-    mark.version = version;
-    if ((differs && !WriteMark(copy_, mark).empty()) ||
-        !SetState(copy_, isSecondTry ? State::SecondUnderWay : State::UnderWay))
+    bool isMarked = SetState(copy_, isSecondTry ? State::SecondUnderWay : State::UnderWay) &&
+                    (!mark.left || MarkLeft(copy_, std::nullopt));
+    if (isMarked && (mark.version != *version || !mark.held->hash))
+        isMarked = WriteMark(copy_, {isSecondTry ? State::SecondUnderWay : State::UnderWay, held,
+                                     std::nullopt, *version})
+                       .empty();
+    if (!isMarked)
         return GiveUp("it can't be marked");
     const std::string error = PutBack();
     if (!error.empty())

@@ -41,9 +41,11 @@ public:
     /// on waits for this one; finds what an earlier run left of the tree, and
     /// puts the tree back if that run did not end. False when that failed: the tree is half
     /// upgraded and must not be upgraded again.
-    /// `version` is what an upgrade that begins now would stamp; `log` is where the run's log is
-    /// or will be, which no copy holds and no put-back rolls away.
-    bool Resume(const std::string& configRoot, const std::string& version, const std::string& log);
+    /// `version` is what an upgrade that begins now would stamp, nothing when the disk does not
+    /// tell it; `log` is where the run's log is or will be, which no copy holds and no put-back
+    /// rolls away.
+    bool Resume(const std::string& configRoot, const std::optional<std::string>& version,
+                const std::string& log);
     /// Makes the copy unless it stands. False when there is no room or memory for one: then the
     /// upgrade must not begin. Where one cannot be made for another reason, the upgrade goes on
     /// without it. `isEntered` tells of which links at the tree's top the directories behind them
@@ -69,8 +71,8 @@ public:
     bool Holds(const std::string& realPath) const;
 
 private:
-    bool ResumeFrom(const std::string& copy, const std::string& version);
-    bool BeginAgain(Mark mark, const std::string& version, bool isSecondTry);
+    bool ResumeFrom(const std::string& copy, const std::optional<std::string>& version);
+    bool BeginAgain(const Mark& mark, const std::optional<std::string>& version, bool isSecondTry);
     std::string PutBack();
     bool GiveUp(const std::string& reason);
     bool StampAndRemove(const std::string& version);

@@ -51,7 +51,7 @@ std::string PutBackFile(const std::string& kept, const std::string& link) {
         return kept + ": " + saved.error;
     if (files::ReadFile(link).bytes == saved.bytes)
         return {};
-    return files::ReplaceFile(link, *saved.bytes);
+    return files::ReplaceFile(link, *saved.bytes, std::nullopt, {kept});
 }
 
 /// Calls `visit(kept, link, isDirectory)` for all that a copy keeps of what links led to, as long
@@ -183,7 +183,7 @@ private:
             return NotedReason(link);
         const std::string kept = name + std::string(linkedSuffix);
         const bool isLong = kept.size() - kept.rfind('/') - 1 > NAME_MAX;
-        if (isLong || (isThere && files::IsWithin(real, tree_)))
+        if (isLong || (isThere && (files::IsWithin(real, tree_) || isLeftAlone_(name, info))))
             return {};
         if (!isThere)
             return NoteDangling(kept);

@@ -5,6 +5,8 @@
 #include <optional>
 
 #include "app/config_upgrader.h"
+#include "files/remove.h"
+#include "files/replace.h"
 #include "steps/sipnat/port_ranges.h"
 #include "util/numbers.h"
 
@@ -128,6 +130,8 @@ void ConfigUpgrader::UpdateStunFile() {
     // The root comes from the environment itself, and the file lies directly in it.
     const char* root = std::getenv("ORIX_PATH");
     const std::string path = (root != nullptr ? root : appliance.liveConf) + "stun.cfg";
+    // What a killed run left beside it: outside the telephony directory no put-back removes it.
+    files::RemoveTree(files::TemporaryFor(path));
     SectionFile reading = OpenSectionFile(path, false);
     SectionFile writing = OpenSectionFile(path, false);
     if (!reading || !writing)
