@@ -315,7 +315,7 @@ Room RoomForLinks(const std::string& tree) {
             if (entry.type == DirectoryEntry::Type::Link)
                 ++room.inodes;
             else if (entry.type != DirectoryEntry::Type::File && files::IsOwnDirectory(path)) {
-                const Room below = RoomForLinks(path);
+                const Room below = RoomForLinks(path);  // less the mark, which is counted once
                 room.bytes += below.bytes - block;
                 room.inodes += below.inodes - 1;
             }
