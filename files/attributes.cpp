@@ -76,6 +76,8 @@ std::optional<Extended> ReadExtended(int file) {
 /// are the most that anybody named in the list may do: for the owning group itself they say too
 /// much.
 mode_t ModeWithoutList(mode_t mode, const std::string& list) {
+    // The kernel's form of a list: a version, then entries of tag, rights and identifier, the lower
+    // bytes first.
     constexpr std::size_t headSize = 4;
     constexpr std::size_t entrySize = 8;
     constexpr unsigned owningGroup = 0x04;
@@ -89,6 +91,7 @@ mode_t ModeWithoutList(mode_t mode, const std::string& list) {
 /// Gives the extended attributes but the access list. One that only the system may set is left out.
 bool GiveExtended(int file, const Extended& wanted, const Extended& now) {
     bool given = true;
+    // A new directory inherits the default list of the one above it, which the original may lack.
     if (now.contains(defaultList) && !wanted.contains(defaultList))
         given = fremovexattr(file, defaultList) == 0;
     for (const auto& [name, value] : wanted) {
@@ -102,8 +105,8 @@ bool GiveExtended(int file, const Extended& wanted, const Extended& now) {
     return given;
 }
 
-/// Mode and access list. A new file may have got a list from its directory's default, which is
-/// nobody's wish here. The list comes before the mode: until then only the owner has the file.
+/// Mode and access list. A new file may have got a list from its directory's default; it goes when
+/// the original has none. The list comes before the mode: until then only the owner has the file.
 bool GiveRights(int file, mode_t mode, const Extended& wanted, const Extended& now) {
     const auto list = wanted.find(accessList);
     const bool hasList = now.contains(accessList);
@@ -166,7 +169,7 @@ bool GiveAttributes(int file, const struct stat& from, const std::string& path) 
     };
     const bool isOwned = GiveOwner(file, from);
     note(isOwned);
-    const mode_t special = isOwned ? 0 : 07000;  // not with somebody else's rights
+    const mode_t special = isOwned ? 0 : 07000;  // a program would run as the wrong user
     note(GiveRights(file, from.st_mode & ~special, *wanted, *now));
     note(GiveExtended(file, *wanted, *now));
     const struct timespec times[] = {from.st_atim, from.st_mtim};

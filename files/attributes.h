@@ -6,9 +6,9 @@
 
 namespace files {
 
-// What belongs to a file besides its bytes: mode, owner, access list and other extended attributes.
-// Of the latter what the file system has; those that sign a file's bytes or its place on the disk
-// are the system's to make.
+// What belongs to a file besides its bytes: mode, owner, access list and other extended attributes,
+// where the file system has such. Signatures of a file's bytes or of its place on the disk are left
+// out: they would be wrong for another file, and the system makes its own.
 
 /// Gives a new open file mode, owner and access list of the file `from`, which stands under `path`.
 /// Returns the reason in words, noted, when one of them cannot be kept: a file that holds passwords
