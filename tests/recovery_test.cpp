@@ -12,6 +12,7 @@
 #include "files/replace.h"
 #include "files/sync.h"
 #include "recovery/decision.h"
+#include "tests/support/refused_calls.h"
 #include "tests/support/steps.h"
 
 namespace fs = std::filesystem;
@@ -406,4 +407,57 @@ TEST(RecoveryDecision, IsAsTheTableSays) {
     // Of a tree without labels nothing is stamped, and the mark alone tells the end.
     EXPECT_EQ(Decide(Mark{State::Done, was, unknown, ""}, "4", [] { return std::nullopt; }),
               Remove);
+}
+
+TEST_F(Recovery, AMarkSaysWhatWasWrittenOrSaysLess) {
+    const std::string path = site.Path("marked");
+    fs::create_directory(path);
+    EXPECT_FALSE(ReadMark(path)) << "somebody else's";
+    EXPECT_FALSE(MarkLeft(path, std::nullopt));
+    const TreeContent held{3, 8192, 0xabcdef0123456789};
+    const TreeContent left{4, 0, 1};
+    const auto expect = [&](State state, std::optional<TreeContent> expectedHeld,
+                            std::optional<TreeContent> expectedLeft, const std::string& version) {
+        const auto mark = ReadMark(path);
+        ASSERT_TRUE(mark);
+        EXPECT_EQ(mark->state, state);
+        EXPECT_EQ(mark->held, expectedHeld) << version;
+        EXPECT_EQ(mark->left, expectedLeft) << version;
+        EXPECT_EQ(mark->version, version);
+    };
+    const std::string version = "5.1.0\nof two lines";
+    EXPECT_EQ(WriteMark(path, {State::UnderWay, held, std::nullopt, version}), "");
+    expect(State::UnderWay, held, std::nullopt, version);
+    const std::string text = site.Read(path + "/target.mend-tmp");
+    // What fsck or a full disk leaves of it.
+    const std::size_t lines = text.size() - version.size();
+    for (const std::size_t size : {0U, 1U, 11U, 30U, 50U, 100U, 101U, 150U, 201U}) {
+        site.Write(path + "/target.mend-tmp", text.substr(0, size));
+        expect(State::UnderWay, std::nullopt, std::nullopt, "");
+    }
+    site.Write(path + "/target.mend-tmp", text.substr(0, lines + 3));
+    expect(State::UnderWay, held, std::nullopt, "5.1");
+    for (const char* word :
+         {"3 entries", "8192 bytes", "entries, ", "bytes, ", "abcdef0123456789"}) {
+        site.Write(path + "/target.mend-tmp", Replaced(text, word, "~"));
+        expect(State::UnderWay, std::nullopt, std::nullopt, version);
+    }
+    site.Write(path + "/target.mend-tmp", text);
+    EXPECT_TRUE(MarkLeft(path, left));
+    expect(State::UnderWay, held, left, version);
+    EXPECT_EQ(site.Read(path + "/target.mend-tmp").size(), text.size()) << "without need for room";
+    for (const State state : {State::SecondUnderWay, State::Refused, State::Done}) {
+        EXPECT_TRUE(SetState(path, state));
+        expect(state, held, left, version);
+    }
+    // Of several marks, the furthest counts.
+    for (const State state : {State::UnderWay, State::SecondUnderWay, State::Refused}) {
+        EXPECT_EQ(WriteMark(path, {state, std::nullopt, std::nullopt, ""}), "");
+        expect(State::Done, held, left, version);
+    }
+    EXPECT_TRUE(SetState(path, State::Stamped));
+    EXPECT_EQ(ReadMark(path)->state, State::Stamped);
+    EXPECT_EQ(std::distance(fs::directory_iterator(path), {}), 1);
+    WithRefused({{"fsync", EIO}}, [&] { EXPECT_FALSE(SetState(path, State::Stamped)); });
+    WithRefused({{"fsync", EIO}}, [&] { EXPECT_FALSE(MarkLeft(path, left)); });
 }
