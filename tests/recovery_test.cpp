@@ -12,6 +12,7 @@
 #include "files/replace.h"
 #include "files/sync.h"
 #include "recovery/decision.h"
+#include "tests/support/refused_calls.h"
 #include "tests/support/steps.h"
 
 namespace fs = std::filesystem;
@@ -291,71 +292,6 @@ TEST_F(Recovery, AStampThatTheFactoryBringsIsNoEnd) {
     EXPECT_FALSE(site.Exists(copy));
 }
 
-TEST_F(Recovery, AMirrorHasModesOwnersTimesAndLinks) {
-    const std::string from = site.Path("from");
-    const std::string to = site.Path("to");
-    site.Write(from + "/plain", std::string(200'000, 'x'));
-    site.Write(from + "/sub/empty", "");
-    fs::create_symlink("../nowhere", from + "/sub/link");
-    mkfifo((from + "/fifo").c_str(), 0600);
-    chmod((from + "/plain").c_str(), 04751);
-    chmod((from + "/sub").c_str(), 0500);
-    if (geteuid() == 0) {
-        EXPECT_EQ(chown((from + "/plain").c_str(), 7, 8), 0);
-    }
-    const struct timespec times[] = {{1, 2}, {3, 4}};
-    for (const char* name : {"/plain", "/sub", ""})
-        utimensat(AT_FDCWD, (from + name).c_str(), times, 0);
-    site.Write(to + "/plain/was/a", "directory");
-    site.Write(to + "/surplus/file", "");
-    mkfifo((to + "/own").c_str(), 0600);
-    for (const By by : {By::Copying, By::Linking}) {
-        EXPECT_EQ(MirrorTree(from, to, by), "");
-        for (const char* name : {"/plain", "/sub", "/sub/empty", "/sub/link", ""}) {
-            struct stat a {
-            }, b{};
-            EXPECT_EQ(lstat((from + name).c_str(), &a) | lstat((to + name).c_str(), &b), 0) << name;
-            EXPECT_EQ(a.st_mode, b.st_mode) << name;
-            EXPECT_EQ(a.st_uid, b.st_uid);
-            EXPECT_EQ(a.st_gid, b.st_gid);
-            EXPECT_EQ(a.st_mtim.tv_sec, b.st_mtim.tv_sec) << name;
-            EXPECT_EQ(a.st_mtim.tv_nsec, b.st_mtim.tv_nsec) << name;
-        }
-        EXPECT_EQ(site.Read(to + "/plain"), site.Read(from + "/plain"));
-        EXPECT_EQ(fs::read_symlink(to + "/sub/link"), "../nowhere");
-        EXPECT_FALSE(site.Exists(to + "/surplus"));
-        EXPECT_FALSE(site.Exists(to + "/fifo")) << "nor is the other's own removed:";
-        EXPECT_TRUE(site.Exists(to + "/own"));
-        site.Write(to + "/plain", std::string(199'999, 'x') + "y");  // breaks no link below
-        utimensat(AT_FDCWD, (to + "/plain").c_str(), times, 0);
-    }
-}
-
-TEST_F(Recovery, ATemporaryTakesThePlaceOfAFileAndOfNothingElse) {
-    const std::string target = site.Path("target");
-    const std::string temporary = target + files::temporarySuffix;
-    const auto take = [&] {
-        site.Write(temporary, "new");
-        return files::PutInPlace(temporary, target);
-    };
-    const auto takeTwice = [&] {
-        EXPECT_TRUE(take()) << "a free name";
-        site.Write(target, "old");
-        EXPECT_TRUE(take());
-        EXPECT_EQ(site.Read(target), "new");
-        EXPECT_FALSE(site.Exists(temporary));
-        fs::remove(target);
-        site.Write(target + "/below", "kept");
-        EXPECT_FALSE(take());
-        EXPECT_EQ(site.Read(target + "/below"), "kept");
-        EXPECT_EQ(site.Read(temporary), "new");
-        fs::remove_all(target);
-    };
-    takeTwice();
-    const files::SyncLater later;
-    takeTwice();
-}
-
 TEST(RecoveryDecision, IsAsTheTableSays) {
     using enum Action;
     const TreeContent was{3, 4096, 7};
@@ -406,4 +342,57 @@ TEST(RecoveryDecision, IsAsTheTableSays) {
     // Of a tree without labels nothing is stamped, and the mark alone tells the end.
     EXPECT_EQ(Decide(Mark{State::Done, was, unknown, ""}, "4", [] { return std::nullopt; }),
               Remove);
+}
+
+TEST_F(Recovery, AMarkSaysWhatWasWrittenOrSaysLess) {
+    const std::string path = site.Path("marked");
+    fs::create_directory(path);
+    EXPECT_FALSE(ReadMark(path)) << "somebody else's";
+    EXPECT_FALSE(MarkLeft(path, std::nullopt));
+    const TreeContent held{3, 8192, 0xabcdef0123456789};
+    const TreeContent left{4, 0, 1};
+    const auto expect = [&](State state, std::optional<TreeContent> expectedHeld,
+                            std::optional<TreeContent> expectedLeft, const std::string& version) {
+        const auto mark = ReadMark(path);
+        ASSERT_TRUE(mark);
+        EXPECT_EQ(mark->state, state);
+        EXPECT_EQ(mark->held, expectedHeld) << version;
+        EXPECT_EQ(mark->left, expectedLeft) << version;
+        EXPECT_EQ(mark->version, version);
+    };
+    const std::string version = "5.1.0\nof two lines";
+    EXPECT_EQ(WriteMark(path, {State::UnderWay, held, std::nullopt, version}), "");
+    expect(State::UnderWay, held, std::nullopt, version);
+    const std::string text = site.Read(path + "/target.mend-tmp");
+    // What fsck or a full disk leaves of it.
+    const std::size_t lines = text.size() - version.size();
+    for (const std::size_t size : {0U, 1U, 11U, 30U, 50U, 100U, 101U, 150U, 201U}) {
+        site.Write(path + "/target.mend-tmp", text.substr(0, size));
+        expect(State::UnderWay, std::nullopt, std::nullopt, "");
+    }
+    site.Write(path + "/target.mend-tmp", text.substr(0, lines + 3));
+    expect(State::UnderWay, held, std::nullopt, "5.1");
+    for (const char* word :
+         {"3 entries", "8192 bytes", "entries, ", "bytes, ", "abcdef0123456789"}) {
+        site.Write(path + "/target.mend-tmp", Replaced(text, word, "~"));
+        expect(State::UnderWay, std::nullopt, std::nullopt, version);
+    }
+    site.Write(path + "/target.mend-tmp", text);
+    EXPECT_TRUE(MarkLeft(path, left));
+    expect(State::UnderWay, held, left, version);
+    EXPECT_EQ(site.Read(path + "/target.mend-tmp").size(), text.size()) << "without need for room";
+    for (const State state : {State::SecondUnderWay, State::Refused, State::Done}) {
+        EXPECT_TRUE(SetState(path, state));
+        expect(state, held, left, version);
+    }
+    // Of several marks, the furthest counts.
+    for (const State state : {State::UnderWay, State::SecondUnderWay, State::Refused}) {
+        EXPECT_EQ(WriteMark(path, {state, std::nullopt, std::nullopt, ""}), "");
+        expect(State::Done, held, left, version);
+    }
+    EXPECT_TRUE(SetState(path, State::Stamped));
+    EXPECT_EQ(ReadMark(path)->state, State::Stamped);
+    EXPECT_EQ(std::distance(fs::directory_iterator(path), {}), 1);
+    WithRefused({{"fsync", EIO}}, [&] { EXPECT_FALSE(SetState(path, State::Stamped)); });
+    WithRefused({{"fsync", EIO}}, [&] { EXPECT_FALSE(MarkLeft(path, left)); });
 }

@@ -12,5 +12,5 @@ struct RefusedCall {
 };
 
 /// Runs a part of a test in a child to which the system refuses these calls. Its failures are the
-/// test's. Where no such child can be had, as under qemu, the test is skipped.
+/// test's. Where no such child can be had, as under qemu and valgrind, the test is skipped.
 void WithRefused(const std::vector<RefusedCall>& calls, const std::function<void()>& part);
