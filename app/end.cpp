@@ -77,7 +77,8 @@ ConfigUpgrader::~ConfigUpgrader() {
             Trace(1, "MINOR ERROR: %s\n", text.c_str());
             Tell(Fact::Kind::Refused, "", text);
         }
-        const bool isTakenBack = isOutOfMemory && recovery.Stands();
+        const bool isShort = isOutOfMemory || recovery.HasSeenNoMemory();
+        const bool isTakenBack = isShort && recovery.Stands();
         const bool isFinished = !isTakenBack && FinishUpgrade();
         if (!isFinished) {  // reading the tree, or putting it back, takes memory, too
             reserve.reset();

@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -9,15 +11,17 @@
 // when asked for.
 #ifdef __GLIBCXX__
 void __gnu_cxx::__verbose_terminate_handler() {  // NOLINT(bugprone-reserved-identifier)
-    static bool isRunning = false;  // without an exception, the throw below ends here once more
-    if (!isRunning) {
-        isRunning = true;
-        try {
-            throw;
-        } catch (const std::exception& error) {
-            std::fprintf(stderr, "setupmend: not caught: %s\n", error.what());
-        } catch (...) {
-        }
+    static bool isRunning = false;
+    // Without an exception, the throw below ends here once more: there was not even the memory for
+    // one. The tree is as it was, and start scripts rely on the status.
+    if (isRunning)
+        _exit(0);
+    isRunning = true;
+    try {
+        throw;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "setupmend: not caught: %s\n", error.what());
+    } catch (...) {
     }
     std::abort();
 }

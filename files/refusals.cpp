@@ -12,6 +12,7 @@ constexpr std::size_t mostTexts = 20;
 // One count for the process: what refuses is the disk under all of it.
 unsigned refusals = 0;
 unsigned shortages = 0;  // those of them for want of something
+unsigned noMemory = 0;   // of memory
 std::vector<std::string> texts;
 
 bool IsOfTheName(int error) {
@@ -38,6 +39,8 @@ void NoteRefusal(int error) {
     ++refusals;
     if (error == ENOSPC || error == EDQUOT || error == ENOMEM || error == EMFILE || error == ENFILE)
         ++shortages;
+    if (error == ENOMEM)
+        ++noMemory;
 }
 
 void NoteRefusal(int error, const std::string& what) {
@@ -56,7 +59,8 @@ std::vector<std::string> TakeRefusalTexts() {
     return std::exchange(texts, {});
 }
 
-RefusalWatch::RefusalWatch() : before_(refusals), shortagesBefore_(shortages) {}
+RefusalWatch::RefusalWatch()
+    : before_(refusals), shortagesBefore_(shortages), noMemoryBefore_(noMemory) {}
 
 bool RefusalWatch::HasSeenOne() const {
     return refusals != before_;
@@ -64,6 +68,10 @@ bool RefusalWatch::HasSeenOne() const {
 
 bool RefusalWatch::HasSeenShortage() const {
     return shortages != shortagesBefore_;
+}
+
+bool RefusalWatch::HasSeenNoMemory() const {
+    return noMemory != noMemoryBefore_;
 }
 
 RefusalsForgiven::RefusalsForgiven() : before_(refusals) {}

@@ -28,11 +28,14 @@ public:
     /// Whether one of them was for want of something that there may be more of another time: room
     /// on the disk, memory, open files.
     bool HasSeenShortage() const;
+    /// Whether one of them was for want of memory.
+    bool HasSeenNoMemory() const;
     void StartAnew() { *this = RefusalWatch(); }
 
 private:
     unsigned before_;
     unsigned shortagesBefore_;
+    unsigned noMemoryBefore_;
 };
 
 /// Once one of these has gone, no watch sees what the disk refused while it lived. Shortages are

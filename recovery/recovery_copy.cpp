@@ -27,8 +27,11 @@ std::vector<std::string> PlacesFor(const std::string& tree) {
 std::string WriteStamp(const std::string& tree, const std::string& version) {
     try {
         MultiSectionFile lineDb(tree + "/linedb");
-        if (!version.empty() && lineDb.GotoSection("general") &&
-            lineDb.SetSectionEntry("current_version", version) && !lineDb.Save())
+        if (version.empty())
+            return {};
+        if (!lineDb.GotoSection("general"))  // without a stamp the next start would upgrade again
+            lineDb.AddSection("general", true);
+        if (lineDb.SetSectionEntry("current_version", version) && !lineDb.Save())
             return lineDb.LastError();
     } catch (const FileError& error) {
         return error.what();

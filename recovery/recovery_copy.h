@@ -67,6 +67,8 @@ public:
     /// Whether the disk refused something that the next start can still mend. What fails on the
     /// second try as well is no accident, and is stamped.
     bool ShouldBeginAgain() const;
+    /// Whether memory was what the system refused.
+    bool HasSeenNoMemory() const { return watch_.HasSeenNoMemory(); }
     /// Whether a real path is the copy's or lies in it.
     bool Holds(const std::string& realPath) const;
 

@@ -328,9 +328,13 @@ std::optional<TreeContent> FingerprintOf(const std::string& tree, const std::str
             if (isDirectory)
                 return reader.Add(link, link) ? "" : link;
             struct stat info {};
+            const files::RefusalWatch watch;
             const std::string real = files::RealPath(link);
-            if (real.empty() || stat(real.c_str(), &info) != 0)
-                return {};
+            if (real.empty() || stat(real.c_str(), &info) != 0) {
+                if (!real.empty())
+                    files::NoteRefusal(errno);
+                return watch.HasSeenOne() ? link : "";  // nothing there is a fact, too
+            }
             return reader.AddFile(real, link, info) ? "" : link;
         });
     if (!error.empty())
