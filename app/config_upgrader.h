@@ -41,6 +41,9 @@ public:
     // The steps up to the file merge write what they find into the report, which reaches the log
     // when it is flushed. Those behind them, and every error of a file, trace straight to the log.
     // So a line of the log may stand before report text of the same step that is older.
+    //
+    // People and scripts search these texts. They stay word for word, with their misspellings, and
+    // with their blanks, full stops and line ends, or the lack of them.
 
     /// Writes the report to the log and empties it; in pieces of at most 1000 bytes, so that no
     /// record of the log gets longer. Without a log the report is kept for the first flush that has

@@ -10,9 +10,9 @@
 
 namespace {
 
-/// Where the start scripts keep a label for each tree, this is the tree's: it says what the tree
-/// was converted to, and goes with it into a backup. The stamp does not tell, for a run that ended
-/// early is stamped as well. Nothing is made here that the scripts have not made.
+/// A label in the tree itself, for start scripts that keep one: it says what the tree was converted
+/// to, and goes with it into a backup. The stamp does not tell that, for a run that ended early is
+/// stamped as well. Only a label that the scripts have made is raised; none is made here.
 constexpr const char* treeLabel = "mend-label";
 
 /// Raises the tree's own label after an upgrade that came to its end; false when it can't be saved.
@@ -34,7 +34,7 @@ bool Stamp(ConfigUpgrader& upgrader) {
         return true;
     if (!upgrader.lineDb->SetSectionEntry("current_version", version)) {  // a label of two lines
         upgrader.TraceInvalidFile(upgrader.appliance.factoryLabel);
-        return true;  // nor will it be on the next start
+        return true;  // the next start could not save it either
     }
     if (!upgrader.Save(*upgrader.lineDb))
         return false;
@@ -54,6 +54,7 @@ bool ConfigUpgrader::FinishUpgrade() {
     const bool isLabelled = upToDate || RaiseTreeLabel(*this);
     if (recovery.ShouldBeginAgain())
         return false;
+    // Recordings may have moved there. Not every unit has both, so a failure holds nothing up.
     if (!upToDate)
         for (const std::string& path : {appliance.usbVoiceData, appliance.internalVoiceData})
             files::SyncFileSystem(path);

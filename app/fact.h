@@ -19,10 +19,10 @@ struct Fact {
         Unreadable,  // or not what it is read as; the step went on without it
         Absent,      // a directory, or a section by its name, that the step does not find
         Unsaved,     // a file stayed as it was, or a directory was not made
-        Refused,     // the system refused something, for which no step has a word; reason: all
+        Refused,     // the system refused something that no step reports; reason: the whole text
         // What a step did not do.
         CommandFailed,  // path: the command, reason: its words
-        Canceled,       // path: the file that was left, reason: the extension for whose sake
+        Canceled,       // path: the file that stays as it is, reason: the extension to blame
         Incomplete,     // a setting that found no place; path: the file
     };
     Kind kind;

@@ -89,7 +89,7 @@ bool ConfigUpgrader::MergeKeyedSections(MultiSectionFile* destination, MultiSect
 
 int ConfigUpgrader::RunShell(const std::string& command) {
     const int result = appliance.runShell(command);
-    if (result == -1)
+    if (result == -1)  // not even a process for the shell could be had
         files::NoteRefusal(EAGAIN, "Can't run: " + command);
     return result;
 }

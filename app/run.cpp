@@ -3,6 +3,7 @@
 #include "app/run.h"
 
 #include <new>
+#include <optional>
 #include <set>
 #include <utility>
 
@@ -23,9 +24,13 @@ namespace {
 /// It is never touched, so it takes addresses, not memory.
 constexpr std::size_t reserveSize = 524288;
 
-// The order is part of what the steps rely on: a step finds what those before it left. A gate
-// compares with the label of the live tree alone, so a new step whose gate is not above every
-// label already shipped would be jumped over on those units.
+// The order is part of what the steps rely on. Voice mail makes the shares that the system
+// extension sums up. The file merge gives sip.cfg, nat.cfg and servicesdb the form that later steps
+// read. The echo delay is lowered while the ISDN trunks still have their old files. The
+// supplementary services make the files that the FXO prefix goes through.
+//
+// A gate compares with the label of the live tree alone, so a new step whose gate is not above
+// every label already shipped would be jumped over on those units.
 const VersionedStep versionedSteps[] = {
     {"line database", [](ConfigUpgrader& u) { u.CheckLineDatabase(); }, true},
     {"line sections", [](ConfigUpgrader& u) { u.CheckLineSections(*u.lineDb, *u.defaultLineDb); },
@@ -74,7 +79,8 @@ void EndWithLog(ConfigUpgrader& upgrader) {
     upgrader.FlushReport();
 }
 
-/// Opens a main database. Read again after an I/O error: the alternative is the factory's database.
+/// Opens a main database. After an I/O error it is read a second time, for giving up is dear: the
+/// factory's database takes its place.
 SectionFile OpenMainDatabase(const std::string& path) {
     const files::RefusalWatch watch;
     try {
@@ -114,6 +120,7 @@ std::set<std::string> UpgradedDirectories(const ConfigUpgrader& upgrader) {
 bool MakeRecoveryCopy(ConfigUpgrader& upgrader, const std::string& version) {
     const std::set<std::string> names = UpgradedDirectories(upgrader);
     const std::string& factory = upgrader.appliance.factoryTelephony;
+    // A name with a "/" is one further down, where the factory's tree tells what is upgraded.
     const bool canBegin = upgrader.recovery.Make(version, [&](const std::string& name) {
         if (!Contains(name, "/"))
             return names.contains(name);
@@ -153,7 +160,8 @@ bool OpenLineDb(ConfigUpgrader& upgrader) {
         upgrader.Tell(Fact::Kind::Restored, error);
         upgrader.FlushReport();
     }
-    // What the disk could not give this time may be there the next.
+    // The copy is made before the factory's file takes the place of this one: what the disk could
+    // not give this time may be there the next.
     if (!upgrader.AreLabelsEqual() && !MakeRecoveryCopy(upgrader, upgrader.VersionToStamp())) {
         EndWithLog(upgrader);
         return false;
@@ -274,7 +282,11 @@ void ConfigUpgrader::RunSteps() {
     };
     PrepareForCommands();
     configRoot = FindConfigRoot(appliance.liveConf);
-    if (!recovery.Resume(configRoot, VersionToStamp(), appliance.log)) {
+    const files::RefusalWatch labelWatch;
+    std::optional<std::string> version = VersionToStamp();
+    if (labelWatch.HasSeenOne())
+        version.reset();
+    if (!recovery.Resume(configRoot, version, appliance.log)) {
         Tell(Fact::Kind::EndedEarly, {}, "an interrupted upgrade can't be put back");
         EndWithLog(*this);
         return;

@@ -1,5 +1,5 @@
 // The store beside its floor: a thousand files opened, changed in two places and saved, against the
-// same files read and written back. And how its operations grow with the number of sections.
+// same files read and written back. And how fast it takes a file apart.
 //
 // BENCH_DIRECTORY names the directory for the files; its file system is what is measured.
 
@@ -91,34 +91,6 @@ void ParseAndPrint(benchmark::State& state) {
     state.SetComplexityN(state.range(0));
 }
 BENCHMARK(ParseAndPrint)->Arg(40)->Arg(400)->Arg(4000)->Complexity();
-
-void VisitSectionsByName(benchmark::State& state) {
-    const int sections = static_cast<int>(state.range(0));
-    Document document(FileText(sections), Document::Layout::Sectioned, "");
-    std::string_view value;
-    for (auto _ : state)
-        for (int i = 0; i < sections; ++i) {
-            document.GotoSection("line_" + std::to_string(i));
-            benchmark::DoNotOptimize(
-                document.Find(Document::Scope::Section, "some_setting_9", value));
-        }
-    state.SetComplexityN(sections);
-}
-BENCHMARK(VisitSectionsByName)->Arg(40)->Arg(400)->Arg(4000)->Complexity();
-
-void AddEntries(benchmark::State& state) {
-    const int entries = static_cast<int>(state.range(0));
-    for (auto _ : state) {
-        Document document("section index\n{\n}\n", Document::Layout::Sectioned, "");
-        document.GotoSection("index");
-        for (int i = 0; i < entries; ++i) {
-            const std::string number = std::to_string(i);
-            document.Set(Document::Scope::Section, "ext_" + number, number);
-        }
-    }
-    state.SetComplexityN(entries);
-}
-BENCHMARK(AddEntries)->Arg(50)->Arg(500)->Arg(5000)->Complexity();
 
 }  // namespace
 

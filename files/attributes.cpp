@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 #include <map>
+#include <optional>
 
 #include "files/refusals.h"
 
@@ -23,31 +24,40 @@ bool IsCopied(const std::string& name) {
     return name != "security.ima" && name != "security.evm";
 }
 
-/// The extended attributes that `list` names and `get` tells. A file system without any has none.
+/// The extended attributes that `list` names and `get` tells. A file system without any has none;
+/// nothing, with errno set, when the disk does not tell: a list that was not read must not pass for
+/// one that is not there.
 template <typename List, typename Get>
-Extended ReadExtended(const List& list, const Get& get) {
+std::optional<Extended> ReadExtended(const List& list, const Get& get) {
     Extended attributes;
     const ssize_t size = list(nullptr, 0);
     if (size <= 0)
-        return attributes;
+        return size == 0 || errno == EOPNOTSUPP || errno == ENOSYS ? std::optional(attributes)
+                                                                   : std::nullopt;
     std::string names(static_cast<std::size_t>(size), '\0');
     const ssize_t filled = list(names.data(), names.size());
-    names.resize(filled < 0 ? 0 : static_cast<std::size_t>(filled));
+    if (filled < 0)
+        return std::nullopt;
+    names.resize(static_cast<std::size_t>(filled));
     for (std::size_t at = 0; at < names.size();) {
         const std::string name = names.c_str() + at;
         at += name.size() + 1;
-        const ssize_t length = IsCopied(name) ? get(name.c_str(), nullptr, 0) : -1;
-        if (length < 0)
+        if (!IsCopied(name))
             continue;
-        std::string value(static_cast<std::size_t>(length), '\0');
-        const ssize_t got = get(name.c_str(), value.data(), value.size());
-        value.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
+        const ssize_t length = get(name.c_str(), nullptr, 0);
+        std::string value(length < 0 ? 0 : static_cast<std::size_t>(length), '\0');
+        const ssize_t got = length < 0 ? -1 : get(name.c_str(), value.data(), value.size());
+        if (got < 0 && errno == ENODATA)  // listed for others to know, not ours to read
+            continue;
+        if (got < 0)
+            return std::nullopt;
+        value.resize(static_cast<std::size_t>(got));
         attributes.emplace(name, value);
     }
     return attributes;
 }
 
-Extended ReadExtended(const std::string& path) {
+std::optional<Extended> ReadExtended(const std::string& path) {
     return ReadExtended(
         [&](char* to, std::size_t size) { return llistxattr(path.c_str(), to, size); },
         [&](const char* name, char* to, std::size_t size) {
@@ -55,7 +65,7 @@ Extended ReadExtended(const std::string& path) {
         });
 }
 
-Extended ReadExtended(int file) {
+std::optional<Extended> ReadExtended(int file) {
     return ReadExtended([&](char* to, std::size_t size) { return flistxattr(file, to, size); },
                         [&](const char* name, char* to, std::size_t size) {
                             return fgetxattr(file, name, to, size);
@@ -66,6 +76,8 @@ Extended ReadExtended(int file) {
 /// are the most that anybody named in the list may do: for the owning group itself they say too
 /// much.
 mode_t ModeWithoutList(mode_t mode, const std::string& list) {
+    // The kernel's form of a list: a version, then entries of tag, rights and identifier, the lower
+    // bytes first.
     constexpr std::size_t headSize = 4;
     constexpr std::size_t entrySize = 8;
     constexpr unsigned owningGroup = 0x04;
@@ -79,6 +91,7 @@ mode_t ModeWithoutList(mode_t mode, const std::string& list) {
 /// Gives the extended attributes but the access list. One that only the system may set is left out.
 bool GiveExtended(int file, const Extended& wanted, const Extended& now) {
     bool given = true;
+    // A new directory inherits the default list of the one above it, which the original may lack.
     if (now.contains(defaultList) && !wanted.contains(defaultList))
         given = fremovexattr(file, defaultList) == 0;
     for (const auto& [name, value] : wanted) {
@@ -92,8 +105,8 @@ bool GiveExtended(int file, const Extended& wanted, const Extended& now) {
     return given;
 }
 
-/// Mode and access list. A new file may have got a list from its directory's default, which is
-/// nobody's wish here. The list comes before the mode: until then only the owner has the file.
+/// Mode and access list. A new file may have got a list from its directory's default; it goes when
+/// the original has none. The list comes before the mode: until then only the owner has the file.
 bool GiveRights(int file, mode_t mode, const Extended& wanted, const Extended& now) {
     const auto list = wanted.find(accessList);
     const bool hasList = now.contains(accessList);
@@ -121,34 +134,34 @@ bool GiveOwner(int file, const struct stat& from) {
            fchown(file, from.st_uid, from.st_gid) == 0;
 }
 
-std::string KeepRights(int file, const struct stat& from, const Extended& wanted,
-                       const Extended& now) {
+}  // namespace
+
+std::string KeepRights(int file, const struct stat& from, const std::string& path) {
+    const auto wanted = ReadExtended(path);
+    const auto now = ReadExtended(file);
+    if (!wanted || !now)
+        return NotedReason("can't read the attributes");
     // Owner first: the system takes capabilities and the set-user-id bit off when it changes.
     if (!GiveOwner(file, from))
         return NotedReason("can't keep the owner");
-    if (!GiveRights(file, from.st_mode, wanted, now))
+    if (!GiveRights(file, from.st_mode, *wanted, *now))
         return NotedReason("can't keep the mode");
     return {};
 }
 
-}  // namespace
-
-std::string KeepAttributes(int file, const struct stat& from, const std::string& path) {
-    const Extended wanted = ReadExtended(path);
-    const Extended now = ReadExtended(file);
-    std::string error = KeepRights(file, from, wanted, now);
-    if (error.empty() && !GiveExtended(file, wanted, now))
-        error = NotedReason("can't keep the attributes");
-    return error;
-}
-
-std::string KeepRights(int file, const struct stat& from, const std::string& path) {
-    return KeepRights(file, from, ReadExtended(path), ReadExtended(file));
+std::string KeepExtended(int file, const std::string& path) {
+    const auto wanted = ReadExtended(path);
+    const auto now = ReadExtended(file);
+    if (!wanted || !now)
+        return NotedReason("can't read the attributes");
+    return GiveExtended(file, *wanted, *now) ? "" : NotedReason("can't keep the attributes");
 }
 
 bool GiveAttributes(int file, const struct stat& from, const std::string& path) {
-    const Extended wanted = ReadExtended(path);
-    const Extended now = ReadExtended(file);
+    const auto wanted = ReadExtended(path);
+    const auto now = ReadExtended(file);
+    if (!wanted || !now)
+        return false;
     int error = 0;
     const auto note = [&error](bool given) {
         if (!given)
@@ -156,9 +169,9 @@ bool GiveAttributes(int file, const struct stat& from, const std::string& path) 
     };
     const bool isOwned = GiveOwner(file, from);
     note(isOwned);
-    const mode_t special = isOwned ? 0 : 07000;  // not with somebody else's rights
-    note(GiveRights(file, from.st_mode & ~special, wanted, now));
-    note(GiveExtended(file, wanted, now));
+    const mode_t special = isOwned ? 0 : 07000;  // a program would run as the wrong user
+    note(GiveRights(file, from.st_mode & ~special, *wanted, *now));
+    note(GiveExtended(file, *wanted, *now));
     const struct timespec times[] = {from.st_atim, from.st_mtim};
     note(futimens(file, times) == 0);
     errno = error;
@@ -167,9 +180,11 @@ bool GiveAttributes(int file, const struct stat& from, const std::string& path) 
 
 bool HaveSameAttributes(const struct stat& a, const std::string& pathA, const struct stat& b,
                         const std::string& pathB) {
-    return a.st_mode == b.st_mode && a.st_uid == b.st_uid && a.st_gid == b.st_gid &&
-           a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec &&
-           ReadExtended(pathA) == ReadExtended(pathB);
+    if (a.st_mode != b.st_mode || a.st_uid != b.st_uid || a.st_gid != b.st_gid ||
+        a.st_mtim.tv_sec != b.st_mtim.tv_sec || a.st_mtim.tv_nsec != b.st_mtim.tv_nsec)
+        return false;
+    const auto extended = ReadExtended(pathA);
+    return extended && extended == ReadExtended(pathB);
 }
 
 }  // namespace files

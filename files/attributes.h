@@ -6,20 +6,20 @@
 
 namespace files {
 
-// What belongs to a file besides its bytes: mode, owner, access list and other extended attributes.
-// Of the latter what the file system has; those that sign a file's bytes or its place on the disk
-// are the system's to make.
+// What belongs to a file besides its bytes: mode, owner, access list and other extended attributes,
+// where the file system has such. Signatures of a file's bytes or of its place on the disk are left
+// out: they would be wrong for another file, and the system makes its own.
 
-/// Gives a new open file what belongs to the file `from`, which stands under `path`. Returns the
-/// reason in words, noted, when owner, mode or access list cannot be kept: a file that holds
-/// passwords is rather not saved than open to more people.
-std::string KeepAttributes(int file, const struct stat& from, const std::string& path);
-
-/// The same for mode, owner and access list alone, for a file that is made from another.
+/// Gives a new open file mode, owner and access list of the file `from`, which stands under `path`.
+/// Returns the reason in words, noted, when one of them cannot be kept: a file that holds passwords
+/// is rather not saved than open to more people.
 std::string KeepRights(int file, const struct stat& from, const std::string& path);
 
-/// The same, with the times, for a copy of `from`. All is tried, whatever fails first; false, with
-/// errno set, when something failed.
+/// The same for the other attributes; behind the bytes, for writing takes capabilities off.
+std::string KeepExtended(int file, const std::string& path);
+
+/// Gives a copy of `from` all of that, and the times. All is tried, whatever fails first; false,
+/// with errno set, when something failed.
 bool GiveAttributes(int file, const struct stat& from, const std::string& path);
 
 /// Whether two files or directories agree in all that GiveAttributes gives but the time of access.

@@ -69,7 +69,7 @@ std::string Complete(const std::string& source, const std::string& copy) {
         return {};
     std::string error = CompleteDirectory(source, copy);
     if (error.empty())
-        CompleteAttributes(source, from, copy, to);  // behind what changes its time
+        CompleteAttributes(source, from, copy, to);  // last: what is made in it changes its time
     return error;
 }
 
@@ -96,7 +96,7 @@ CommandCopy CopyBeside(const std::function<int(const std::string& path)>& copyTo
     if (!IsThere(temporary)) {
         if (!ShouldHaveBeenMade(source, place))
             return copy;
-        NoteRefusal(EIO);
+        NoteRefusal(EIO);  // the command's own reason is not known here
         copy.error = "cp failed";
         return copy;
     }

@@ -148,7 +148,7 @@ bool IsSame(const std::string& source, const struct stat& from, const std::strin
 std::string GiveEntry(const std::string& source, const struct stat& info,
                       const std::string& destination, By by, std::uint64_t& hash) {
     struct stat there {};
-    if (lstat(destination.c_str(), &there) == 0) {  // not ours to remove below
+    if (lstat(destination.c_str(), &there) == 0) {  // or a failure would remove what stands there
         errno = EEXIST;
         return NotedReason(destination);
     }
@@ -177,7 +177,8 @@ std::string ReplaceEntry(const std::string& source, const struct stat& info,
         return {};
     if (exists && S_ISDIR(old.st_mode) && !RemoveTree(destination))
         return NotedReason(destination);
-    // A name too long for the suffix is taken itself: what is cut there is seen by the next call.
+    // A name that leaves no room for the suffix is written to directly. Should the file be cut, it
+    // differs from the source, and the next call makes it anew.
     const std::size_t nameLength = destination.size() - destination.rfind('/') - 1;
     const bool isLong = nameLength + std::strlen(temporarySuffix) > NAME_MAX;
     const std::string temporary = isLong ? destination : TemporaryFor(destination);

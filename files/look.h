@@ -12,8 +12,8 @@
 
 namespace files {
 
-/// What a path is, links followed. One that the disk does not tell of is missing, and noted as a
-/// refusal, by this and by all that ask below.
+/// What a path is, links followed. Where the disk does not tell, the answer is Missing, and that is
+/// noted as a refusal. So it is by IsThere, IsOwnDirectory, IsLink and RealPath.
 enum class Kind { Missing, Directory, Other };
 Kind KindOf(const std::string& path);
 
@@ -46,7 +46,7 @@ using DirectoryId = std::pair<std::uint64_t, std::uint64_t>;
 struct DirectoryEntry {
     enum class Type { Unknown, File, Directory, Link, Special };
     std::string name;
-    Type type = Type::Unknown;  // as the directory says it, which not every file system's does
+    Type type = Type::Unknown;  // as the directory lists it; some file systems list no types
 };
 
 /// An open directory.

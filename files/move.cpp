@@ -20,8 +20,10 @@ namespace {
 bool ExchangeNames(const std::string& fresh, const std::string& old) {
     if (renameat2(AT_FDCWD, fresh.c_str(), AT_FDCWD, old.c_str(), RENAME_EXCHANGE) == 0)
         return true;
-    if (errno == EBUSY)
+    if (errno == EBUSY)  // something is mounted on one of them
         return false;
+    // One after the other. After a crash in between, the recovery copy is what brings the old
+    // directory back.
     const std::string between = TemporaryFor(old + ".old");
     if (std::rename(old.c_str(), between.c_str()) != 0)
         return false;

@@ -35,7 +35,8 @@ private:
     unsigned shortagesBefore_;
 };
 
-/// What the disk refuses while one of these lives is seen by no watch.
+/// Once one of these has gone, no watch sees what the disk refused while it lived. Shortages are
+/// still seen.
 class RefusalsForgiven {
 public:
     RefusalsForgiven();

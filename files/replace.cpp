@@ -51,14 +51,13 @@ std::string WriteTemporary(const std::string& path, const std::optional<Model>& 
         file = FileDescriptor(open(path.c_str(), flags, mode));
     if (!file.IsOpen())
         return NotedReason("can't create the new file");
-    std::string error;
-    if (model)
-        error = model->isOldFile ? KeepAttributes(file.Get(), model->info, model->path)
-                                 : KeepRights(file.Get(), model->info, model->path);
+    std::string error = model ? KeepRights(file.Get(), model->info, model->path) : "";
+    if (error.empty() && !WriteAll(file.Get(), bytes))
+        error = NotedReason("can't write");
+    if (error.empty() && model && model->isOldFile)
+        error = KeepExtended(file.Get(), model->path);
     if (!error.empty())
         return error;
-    if (!WriteAll(file.Get(), bytes))
-        return NotedReason("can't write");
     if (SyncLater::Living() == nullptr && fsync(file.Get()) != 0)
         return NotedReason("can't sync");
     if (!file.Close())

@@ -25,8 +25,8 @@ public:
     /// refused: nothing may then be taken for durable.
     bool SyncAll();
 
-    /// Has the file system of a directory among those to be synced. False, with errno set, when it
-    /// could not be.
+    /// Adds the file system of a directory to those that SyncAll syncs. False, with errno set, when
+    /// that failed.
     bool NoteChange(const std::string& directory);
 
 private:

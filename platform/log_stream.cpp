@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <string_view>
 
+// O_NONBLOCK: a log that is a FIFO without a reader is an error, not a start that hangs.
 LogStream::LogStream(const std::string& path, bool append, bool, int maxLevel, int, int bufferSize,
                      bool)
     : file_(open(path.c_str(),

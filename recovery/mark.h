@@ -10,7 +10,7 @@
 /// mirror takes them along.
 enum class State {
     UnderWay,        // target: a first try began
-    SecondUnderWay,  // second: a second try began, behind one that the disk refused something
+    SecondUnderWay,  // second: a second try began, for the disk refused something on the first
     Refused,         // again: a first try ended, though the disk refused something
     Done,            // done: nothing but the stamp is left to do
     Stamped          // stamped: nothing but the removal of the copy is left
@@ -30,8 +30,8 @@ std::optional<Mark> ReadMark(const std::string& copy);
 /// Writes a mark under the name of its state. Returns the reason in words on failure.
 std::string WriteMark(const std::string& copy, const Mark& mark);
 
-/// Writes into a copy's mark what a run left of the tree, without a need for room; false when it
-/// can't.
+/// Writes into a copy's mark what a run left of the tree. It is written over the old bytes, which
+/// works on a full disk, too. False when it can't be written.
 bool MarkLeft(const std::string& copy, const std::optional<TreeContent>& left);
 
 /// Renames the mark; false when it is not on the disk under its new name.

@@ -80,7 +80,7 @@ std::string ReadStamp(const std::string& tree) {
 
 // The start.
 
-bool RecoveryCopy::Resume(const std::string& configRoot, const std::string& version,
+bool RecoveryCopy::Resume(const std::string& configRoot, const std::optional<std::string>& version,
                           const std::string& log) {
     watch_.StartAnew();
     log_ = log;
@@ -89,7 +89,7 @@ bool RecoveryCopy::Resume(const std::string& configRoot, const std::string& vers
         tree_ = configRoot;
     while (tree_.ends_with('/'))
         tree_.pop_back();
-    if (tree_.empty())
+    if (tree_.empty())  // the root directory itself: no copy can stand beside it
         return true;
     lock_.emplace(tree_);
     for (const std::string& place : PlacesFor(tree_)) {
@@ -104,7 +104,7 @@ bool RecoveryCopy::Resume(const std::string& configRoot, const std::string& vers
     return true;
 }
 
-bool RecoveryCopy::ResumeFrom(const std::string& copy, const std::string& version) {
+bool RecoveryCopy::ResumeFrom(const std::string& copy, const std::optional<std::string>& version) {
     if (files::IsThere(files::TemporaryFor(copy)))
         files::RemoveTree(files::TemporaryFor(copy));
     if (!files::IsOwnDirectory(copy))
@@ -118,6 +118,7 @@ bool RecoveryCopy::ResumeFrom(const std::string& copy, const std::string& versio
             return true;
         case Action::Remove:
             report_ += "\tlast upgrade was finished, its recovery copy " + copy + " is removed\n";
+            SetState(copy, State::Stamped);  // should it not go, no later stamp has it put back
             Remove();
             return true;
         case Action::StampAndRemove:
@@ -132,20 +133,25 @@ bool RecoveryCopy::ResumeFrom(const std::string& copy, const std::string& versio
     return false;
 }
 
-bool RecoveryCopy::BeginAgain(Mark mark, const std::string& version, bool isSecondTry) {
+bool RecoveryCopy::BeginAgain(const Mark& mark, const std::optional<std::string>& version,
+                              bool isSecondTry) {
+    if (!version)
+        return GiveUp("labels can't be read");
     const auto held = ContentOfCopy(copy_);
     if (watch_.HasSeenOne() || !held || !mark.held || !IsWhole(*held, *mark.held))
         return GiveUp("it is not whole");
-    // From here on the tree is neither what the last run left nor what it found, and the mark has
-    // to say so first. One that says it already is not written again: a full disk does no harm
-    // then.
-    const bool differs = mark.left || mark.version != version || !mark.held->hash;
+    // While it is put back, the tree is neither what the last run left nor what it found, and the
+    // mark has to say so first. Its name changes before the fingerprint goes: a mark "again"
+    // without one would say that settings have changed. A new file for the mark, which a full disk
+    // refuses, is only made where the firmware has changed since.
     isSecondTry_ = isSecondTry;
-    mark.held = held;
-    mark.left.reset();
-    mark.version = version;
-    if ((differs && !WriteMark(copy_, mark).empty()) ||
-        !SetState(copy_, isSecondTry ? State::SecondUnderWay : State::UnderWay))
+    bool isMarked = SetState(copy_, isSecondTry ? State::SecondUnderWay : State::UnderWay) &&
+                    (!mark.left || MarkLeft(copy_, std::nullopt));
+    if (isMarked && (mark.version != *version || !mark.held->hash))
+        isMarked = WriteMark(copy_, {isSecondTry ? State::SecondUnderWay : State::UnderWay, held,
+                                     std::nullopt, *version})
+                       .empty();
+    if (!isMarked)
         return GiveUp("it can't be marked");
     const std::string error = PutBack();
     if (!error.empty())
@@ -193,7 +199,7 @@ bool RecoveryCopy::Make(const std::string& version, const NamePredicate& isEnter
     const files::RefusalsForgiven forgiven;
     const files::RefusalWatch watch;
     const std::vector<std::string> places = PlacesFor(tree_);
-    std::string reason;  // why it is not as it should be, a copy beside the tree
+    std::string reason;  // why there is no plain copy beside the tree, which is the first choice
     for (const std::string& place : places) {
         // Without room for the files, links to them serve as well: they are replaced by what the
         // upgrade saves, never written into.
@@ -257,7 +263,8 @@ std::string RecoveryCopy::MakeAt(const std::string& copy, By by, const std::stri
 void RecoveryCopy::Stand() {
     stands_ = true;
     syncLater_.emplace();
-    // The tree will be among what SyncAll syncs, whatever changes it.
+    // The tree is synced at the end, whatever changes it. Where it cannot be noted for that, every
+    // save syncs by itself.
     if (!files::SyncChangesBelow(tree_))
         syncLater_.reset();
 }
@@ -291,7 +298,7 @@ void RecoveryCopy::End(bool isFinished) {
     if (!stands_)
         return;
     if (isFinished) {
-        SetState(copy_, State::Stamped);  // should it not go, it is never put back
+        SetState(copy_, State::Stamped);  // a copy that cannot be removed is not put back, then
         Remove();
         return;
     }
@@ -306,7 +313,7 @@ void RecoveryCopy::TakeBack() {
     if (!stands_)
         return;
     syncLater_.reset();
-    if (!PutBack().empty()) {  // the mark is that of a killed run, and the next start does it
+    if (!PutBack().empty()) {  // the mark still is that of a killed run: the next start does it
         report_ += "\tupgrade is not finished, next start begins again from " + copy_ + "\n";
         return;
     }

@@ -23,8 +23,8 @@ std::string ReadStamp(const std::string& tree);
 ///   it, so saves sync nothing; all changes are synced once, before the stamp. Then comes the
 ///   stamp, then the copy loses its name.
 /// - A mark in it says how far the upgrade is, which version it would stamp, and what the copy
-///   holds, by its bytes. A copy that does not hold that is not put back and not removed; a
-///   directory of that name without a mark is not ours and is left alone.
+///   holds, by its bytes. A copy that no longer holds what its mark says is neither put back nor
+///   removed; a directory of that name without a mark is not ours and is left alone.
 /// - Where nothing can be made beside the tree, the copy stands in the tree itself, under a name
 ///   that no step enters.
 /// - A run that was killed is begun again by the next start. So is, once, a run that ended because
@@ -37,13 +37,15 @@ public:
     /// Messages go to the end of `report`.
     explicit RecoveryCopy(std::string& report) : report_(report) {}
 
-    /// At the start: waits for another run on the tree that `configRoot` leads to, which from here
-    /// on waits for this one; finds what an earlier run left of the tree, and
-    /// puts the tree back if that run did not end. False when that failed: the tree is half
-    /// upgraded and must not be upgraded again.
-    /// `version` is what an upgrade that begins now would stamp; `log` is where the run's log is
-    /// or will be, which no copy holds and no put-back rolls away.
-    bool Resume(const std::string& configRoot, const std::string& version, const std::string& log);
+    /// At the start: waits until no other run works on the tree that `configRoot` leads to, and
+    /// from here on makes others wait; finds what an earlier run left of the tree, and puts the
+    /// tree back if that run did not end. False when that failed: the tree is half upgraded and
+    /// must not be upgraded again.
+    /// `version` is what an upgrade that begins now would stamp, nothing when the disk does not
+    /// tell it; `log` is where the run's log is or will be, which no copy holds and no put-back
+    /// rolls away.
+    bool Resume(const std::string& configRoot, const std::optional<std::string>& version,
+                const std::string& log);
     /// Makes the copy unless it stands. False when there is no room or memory for one: then the
     /// upgrade must not begin. Where one cannot be made for another reason, the upgrade goes on
     /// without it. `isEntered` tells of which links at the tree's top the directories behind them
@@ -69,8 +71,8 @@ public:
     bool Holds(const std::string& realPath) const;
 
 private:
-    bool ResumeFrom(const std::string& copy, const std::string& version);
-    bool BeginAgain(Mark mark, const std::string& version, bool isSecondTry);
+    bool ResumeFrom(const std::string& copy, const std::optional<std::string>& version);
+    bool BeginAgain(const Mark& mark, const std::optional<std::string>& version, bool isSecondTry);
     std::string PutBack();
     bool GiveUp(const std::string& reason);
     bool StampAndRemove(const std::string& version);

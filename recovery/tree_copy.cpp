@@ -51,7 +51,7 @@ std::string PutBackFile(const std::string& kept, const std::string& link) {
         return kept + ": " + saved.error;
     if (files::ReadFile(link).bytes == saved.bytes)
         return {};
-    return files::ReplaceFile(link, *saved.bytes);
+    return files::ReplaceFile(link, *saved.bytes, std::nullopt, {kept});
 }
 
 /// Calls `visit(kept, link, isDirectory)` for all that a copy keeps of what links led to, as long
@@ -79,11 +79,17 @@ std::string ForEachLinked(const std::string& copy, const std::string& tree, cons
     return {};
 }
 
+constexpr std::uint64_t block = 4096;
+
+/// The room that a file takes.
+std::uint64_t InBlocks(const struct stat& info) {
+    return (static_cast<std::uint64_t>(info.st_size) + block - 1) / block * block;
+}
+
 /// Adds an entry, with the hash of its bytes or target. The hashes are added up, so that the order
 /// of a directory's entries does not count.
 void AddEntry(const std::string& name, const struct stat& info, std::uint64_t hash,
               TreeContent& content) {
-    constexpr std::uint64_t block = 4096;
     files::Digest digest;
     digest.Add(name);
     digest.Add(std::uint64_t{info.st_mode & S_IFMT});
@@ -91,7 +97,7 @@ void AddEntry(const std::string& name, const struct stat& info, std::uint64_t ha
     content.hash = content.hash.value_or(0) + digest.Value();
     ++content.entries;
     if (S_ISREG(info.st_mode))
-        content.bytes += (static_cast<std::uint64_t>(info.st_size) + block - 1) / block * block;
+        content.bytes += InBlocks(info);
 }
 
 /// A tree being read for its content.
@@ -144,6 +150,12 @@ private:
     std::function<bool(const std::string& name, const struct stat& info)> isPassed_;
 };
 
+/// The route tool, which an upgrade runs, may write into the tables at the tree's top, and a file
+/// that the copy has by a link would change with the tree's.
+bool IsWrittenInto(const std::string& name) {
+    return name.rfind('/') == 0;
+}
+
 /// A copy in the making.
 class TreeCopier {
 public:
@@ -161,6 +173,7 @@ public:
         std::vector<std::string> links;
         files::MirrorOptions options;
         options.isLeftAlone = isLeftAlone_;
+        options.isWrittenInto = IsWrittenInto;
         options.visit = [&](const std::string& below, const struct stat& info, std::uint64_t hash) {
             AddEntry(name + below, info, hash, held_);
             if (S_ISLNK(info.st_mode))
@@ -183,7 +196,7 @@ private:
             return NotedReason(link);
         const std::string kept = name + std::string(linkedSuffix);
         const bool isLong = kept.size() - kept.rfind('/') - 1 > NAME_MAX;
-        if (isLong || (isThere && files::IsWithin(real, tree_)))
+        if (isLong || (isThere && (files::IsWithin(real, tree_) || isLeftAlone_(name, info))))
             return {};
         if (!isThere)
             return NoteDangling(kept);
@@ -224,6 +237,24 @@ private:
     std::set<std::string> seen_;  // directories behind links, each once
 };
 
+/// What the directories and links of a tree take, itself included.
+Room RoomOfDirectories(const std::string& tree) {
+    Room room{block, 1};
+    if (const auto listing = ListDirectory(tree)) {
+        for (const DirectoryEntry& entry : listing->entries) {
+            const std::string path = tree + "/" + entry.name;
+            if (entry.type == DirectoryEntry::Type::Link) {
+                ++room.inodes;
+            } else if (entry.type != DirectoryEntry::Type::File && files::IsOwnDirectory(path)) {
+                const Room below = RoomOfDirectories(path);
+                room.bytes += below.bytes;
+                room.inodes += below.inodes;
+            }
+        }
+    }
+    return room;
+}
+
 }  // namespace
 
 NotOfTheTree::NotOfTheTree(const std::string& log) : hasLog_(stat(log.c_str(), &log_) == 0) {}
@@ -244,6 +275,7 @@ std::string PutBackTree(const std::string& copy, const std::string& tree,
                         const NotOfTheTree& isLeftAlone) {
     files::MirrorOptions options;
     options.isLeftAlone = isLeftAlone;
+    options.isWrittenInto = IsWrittenInto;
     std::string error = files::MirrorTree(copy, tree, By::Copying, options);
     // Without room for a file, a link to the copy's serves.
     if (!error.empty() && files::MirrorTree(copy, tree, By::Linking, options).empty())
@@ -307,17 +339,15 @@ std::optional<TreeContent> FingerprintOf(const std::string& tree, const std::str
 }
 
 Room RoomForLinks(const std::string& tree) {
-    constexpr std::uint64_t block = 4096;
-    Room room{2 * block, 2};  // the mark, and the tree's own directory
+    Room room = RoomOfDirectories(tree);
+    room.bytes += block;  // the mark
+    room.inodes += 1;
     if (const auto listing = ListDirectory(tree)) {
         for (const DirectoryEntry& entry : listing->entries) {
-            const std::string path = tree + "/" + entry.name;
-            if (entry.type == DirectoryEntry::Type::Link)
+            struct stat info {};
+            if (lstat((tree + "/" + entry.name).c_str(), &info) == 0 && S_ISREG(info.st_mode)) {
+                room.bytes += InBlocks(info);
                 ++room.inodes;
-            else if (entry.type != DirectoryEntry::Type::File && files::IsOwnDirectory(path)) {
-                const Room below = RoomForLinks(path);
-                room.bytes += below.bytes - block;
-                room.inodes += below.inodes - 1;
             }
         }
     }

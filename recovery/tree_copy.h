@@ -64,7 +64,8 @@ bool IsWhole(const TreeContent& held, const TreeContent& marked);
 std::optional<TreeContent> FingerprintOf(const std::string& tree, const std::string& copy,
                                          const NotOfTheTree& isLeftAlone);
 
-/// What a copy of links takes: the inodes and the bytes of its directories, links and mark.
+/// What a copy of links takes: the inodes and the bytes of its directories, links and mark, and of
+/// the files at the tree's top, which are copied.
 struct Room {
     std::uint64_t bytes = 0;
     std::uint64_t inodes = 0;

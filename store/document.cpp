@@ -35,7 +35,7 @@ std::string Document::Text() const {
                 for (const Line& line : *lines)
                     visit(line);
     };
-    // Exactly: growing a text that is nearly as large as the file would double it.
+    // The exact size is reserved: a text that grows as it goes may take twice the file's memory.
     std::size_t size = 0;
     forEachLine([&](const Line& line) { size += line.length; });
     std::string text;

@@ -12,6 +12,8 @@ bool Document::CanStand(Scope scope, std::string_view key, std::string_view valu
             return false;
     if (value.find('\n') != std::string_view::npos)
         return false;
+    // At the top level, "section x" would be read back as a header; "section" alone would not, for
+    // it has the "=" behind it.
     return scope == Scope::Section || layout_ == Layout::Flat ||
            key.size() == sectionKeyword.size() || !IsHeader(key);
 }
@@ -111,6 +113,7 @@ bool Document::Add(Scope scope, std::string_view key, std::string_view value) {
 
 void Document::AddToSection(std::string_view key, std::string_view value) {
     Lines& body = current_->body;
+    // Behind the last entry, so that comments and blank lines before the "}" stay the last.
     std::size_t index = body.size() - 1;  // of "}"
     while (index > current_->open + 1 && !body[index - 1].IsEntry())
         --index;

@@ -14,17 +14,19 @@ struct Place {
     std::size_t index = 0;  // in the section's lines of a scope
 };
 
-/// Where each key of a scope stands first. Scanning the lines is quicker for a few look-ups, so it
-/// is made when many lines were scanned, and later each time that a deletion undid it.
+/// Where each key of a scope stands first. A few look-ups are quicker without it, so it is only
+/// made when many lines have been scanned for them. A deletion undoes it, and it is then made later
+/// than before, so that a walk which deletes much does not make it over and over.
 class KeyIndex {
 public:
-    /// Tells of lines that were looked at one by one.
+    /// Adds to the lines that were looked at one by one.
     void CountScanned(std::size_t lines) { scanned_ += lines; }
     bool IsMade() const { return isMade_; }
     bool IsDue() const { return !isMade_ && scanned_ > limit_; }
     void Make() { isMade_ = true; }
 
-    /// An entry stands behind all that are noted; of a repeated key the first counts.
+    /// Takes in an entry, which must stand behind all that it has: of a repeated key the first
+    /// counts.
     void Note(std::string_view key, Place place) {
         if (isMade_)
             places_.try_emplace(key, place);
@@ -34,7 +36,7 @@ public:
         const auto found = places_.find(key);
         return found == places_.end() ? nullptr : &found->second;
     }
-    /// A line went: the places behind it are wrong.
+    /// To be called when a line was deleted: the places of those behind it are wrong.
     void Undo() {
         scanned_ = 0;
         if (!isMade_)
@@ -43,7 +45,8 @@ public:
         places_.clear();
         isMade_ = false;
     }
-    /// From here on it is for the lines of another section, of which nothing is known yet.
+    /// To be called when another section becomes the current one: what was learned of the former
+    /// one, the limit too, is forgotten.
     void Reset() {
         Undo();
         limit_ = firstLimit;
@@ -74,13 +77,14 @@ public:
             ++scanned_;
         return section;
     }
-    /// A section stands behind all that are noted.
+    /// Takes in a section, which must stand behind all that it has.
     void Note(Sections::iterator section) {
         if (isMade_ && !section->name.empty() &&
             !byName_.try_emplace(section->name, section).second)
             hasRepeated_ = true;
     }
-    /// A section is about to go. Where names repeat, its successor is only found anew.
+    /// To be called before a section is deleted. When names repeat, the next section of this name
+    /// would have to take its place, so the index is given up and made anew when it is due.
     void Forget(Sections::iterator section) {
         if (hasRepeated_)
             *this = {};

@@ -40,8 +40,8 @@ public:
     int GotoSection(const std::string& name);
     int GetSectionName(char* buffer, int size) const;
     std::string SectionName() const;
-    /// Appends an anonymous section and makes it current. The flags have no effect; without them a
-    /// literal name would be taken for one.
+    /// Appends an anonymous section and makes it current. The flags have no effect, but the second
+    /// form needs its flag: with a literal name alone, the first form would be called.
     int AddSection(bool flag);
     int AddSection(const std::string& name, bool flag);
     int DeleteSection();

@@ -114,7 +114,8 @@ private:
     }
 
     void BeginSection() {
-        const std::size_t alike = sections_.back().body.size();  // as most sections of a file are
+        // Most sections of a file have as many lines as the one before them.
+        const std::size_t alike = sections_.back().body.size();
         Section& section = sections_.emplace_back();
         section.body.reserve(alike);
         section.name = Trimmed(trimmed_.substr(sectionKeyword.size()));

@@ -40,7 +40,7 @@ private:
 
     std::string path_;
     bool exists_;
-    std::optional<files::Standing> standing_;  // until the first save
+    std::optional<files::Standing> standing_;  // as reading told; outdated by the first save
     Document document_;
     std::optional<std::string> saved_;  // what the last save wrote
     std::string lastError_;

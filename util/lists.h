@@ -73,5 +73,6 @@ inline bool Contains(std::string_view text, std::string_view part) {
 /// True when an element equals `text`.
 bool ListContains(const NameList& list, const std::string& text);
 
-/// True when, for some element e, e + "/" occurs anywhere inside `path`.
+/// True when, for some element e, e + "/" occurs anywhere inside `path`. The end of a name is
+/// enough: 1 is found in "/21/". This is meant.
 bool PathInList(const NameList& list, const std::string& path);

@@ -40,7 +40,7 @@ public:
     }
     ~StandardErrorIn() {
         if (!kept_.IsOpen() || dup2(kept_.Get(), STDERR_FILENO) < 0)
-            close(STDERR_FILENO);  // as it was
+            close(STDERR_FILENO);  // it was closed before, too
     }
     StandardErrorIn(const StandardErrorIn&) = delete;
     StandardErrorIn& operator=(const StandardErrorIn&) = delete;

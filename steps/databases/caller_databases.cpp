@@ -23,6 +23,7 @@ void ConfigUpgrader::ProcessMergeList() {
     for (const auto& files : mergeList)
         CheckConfigFile(files);
     factoryFiles.clear();
+    // The walk numbers autologindb as well. From 2.3.6 on it is the only one without numbers.
     if (IsVersionBelow("2.3.6"))
         CheckCallerDatabases(configRoot, "");
     else if (IsVersionBelow("3.1.0"))
@@ -43,12 +44,14 @@ public:
         std::string path = dir;
         FileUtility::AdjustPath(path, '/');
         path += entry.name;
+        // What the directory lists as a file or directory is no link, and needs no second look.
         if (files::KindOf(dir, entry) != files::Kind::Directory) {
             const bool isListed = entry.type == files::DirectoryEntry::Type::File;
             if (IsOneOf(callerDatabases, entry.name) && (isListed || FileExist(path)))
                 Number(path, entry.name);
             return;
         }
+        // A recovery copy may stand in the tree itself, and has to stay as it is.
         const std::string real = files::RealPath(path);
         const bool isListed = entry.type == files::DirectoryEntry::Type::Directory;
         if (!upgrader_.recovery.Holds(real) && (isListed || IsOurs(path, entry.name, real)))
@@ -77,7 +80,7 @@ private:
             MultiSectionFile file(path);
             if (upgrader_.IsVersionBelow("2.3.1"))
                 upgrader_.CheckCallerTypes(file, name);
-            upgrader_.AddSectionIds(path, &file);
+            upgrader_.AddSectionIds(path, &file);  // which saves the types, too
         } catch (const FileError& error) {
             upgrader_.TraceInvalidFile(path, error);
         }

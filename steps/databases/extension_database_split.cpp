@@ -79,6 +79,7 @@ const SplitFile attendantFiles[] = {
     {"sipsettingsdb", {{From::Extension, sipEntries}}},
 };
 
+/// What a split database has. All these sections list extensions with a directory of their own.
 constexpr const char* indexSections[] = {"extension", "callpark", "pickup", "paging", "sle"};
 
 /// A section of the old database that stands for an extension: one whose name can be a directory's
@@ -144,9 +145,12 @@ private:
     }
 
     bool MoveExtension(const std::string& extension) {
-        // A second section of the name is the one that a hand has added: its values win.
+        // The same number twice: somebody has added a section by hand, and its values overwrite
+        // those of the first.
         if (!ListContains(upgrader_.liveExtensions, extension))
             upgrader_.liveExtensions.push_back(extension);
+        // Units of the old layout have a directory for each extension; only the attendant's is
+        // made. Where one is missing, nothing can be saved and the old section stays.
         const bool isOnLine = GotoLineOf(lineDb_, extension);
         bool isMoved = true;
         for (const SplitFile& file : extensionFiles)
@@ -189,7 +193,8 @@ private:
             extensionDb_.AddSection("extension", true);
         for (const std::string& extension : upgrader_.liveExtensions)
             extensionDb_.SetSectionEntry("ext_" + extension, extension);
-        // Only now: without the index, linedb is where the next start finds the attendant.
+        // linedb loses the attendant last. Until the index is saved, nothing else names it, and a
+        // next start could not find it.
         if (SaveOrReport(extensionDb_) && isAttendantMoved_ && lineDb_.DeleteSection("attendant"))
             upgrader_.Save(lineDb_);
     }
@@ -208,8 +213,8 @@ private:
     bool isAttendantMoved_ = false;
 };
 
-/// After a split that a file's error ended: half a split must not be saved by a later step. The old
-/// database stays as it is, and its extensions are still this unit's.
+/// After a split that failed on a file: opens the old database anew, so that no later step saves
+/// what was half split in memory, and lists its extensions, which are still this unit's.
 void TakeOldExtensions(ConfigUpgrader& upgrader) {
     upgrader.extensionDb = std::make_unique<MultiSectionFile>(upgrader.configRoot + "extensiondb");
     MultiSectionFile& old = *upgrader.extensionDb;
@@ -221,9 +226,10 @@ void TakeOldExtensions(ConfigUpgrader& upgrader) {
     }
 }
 
-/// The index tells which attendants there are, whatever the label says: of a tree that was split
-/// before its label moved on, linedb has none any more. It does not tell which is the first: below
-/// 2.4.11 steps would take that one for an attendant in the old layout.
+/// Adds the attendants of the index. Below 2.4.11 the run has looked for the attendant in linedb,
+/// and finds none there when the tree was split although its label was not raised. It then leaves
+/// attendantExtension empty, and so does this: below 2.4.11 the steps take whoever stands there for
+/// an attendant in the old layout.
 void ReadAttendantIndex(ConfigUpgrader& upgrader) {
     if (!upgrader.extensionDb->GotoSection("attendant"))
         return;
@@ -241,7 +247,7 @@ void ReadExtensionIndex(ConfigUpgrader& upgrader) {
                 continue;
             if (!ListContains(upgrader.liveExtensions, number))
                 upgrader.liveExtensions.push_back(number);
-            if (section == "extension")
+            if (section == "extension")  // those of the other sections never route
                 upgrader.routingExtensions.push_back(number);
         }
     }

@@ -14,7 +14,9 @@
 
 namespace {
 
-/// Directories of other device types. A name that occurs inside one of these is never copied.
+/// Directories of the factory tree that are for one device type. A directory whose name occurs
+/// anywhere in one of these is not copied, for "fxsgw/16-lines/" is met as "fxsgw" first. Nor is
+/// one made for an extension named 16.
 constexpr const char* deviceTypeDirs[] = {"02-lines/",
                                           "04-lines/",
                                           "16-lines/",
@@ -35,11 +37,12 @@ constexpr const char* deviceTypeDirs[] = {"02-lines/",
                                           "conference/",
                                           "lvt/"};
 
-/// Files that every new firmware brings anew.
+/// Files that follow the firmware: an upgrade replaces them even where the site has changed them.
 constexpr const char* refreshedFiles[] = {"dspload.cfg", "sysmessagedb", "servicecodedb",
                                           "expansions.cfg", "voipcarriersdb"};
 
-/// Files that steps of their own look after; they are never merged with the factory's.
+/// Files that are never merged with the factory's. Steps of their own look after most of them;
+/// Makefile and dialplan.xml are in no form that could be merged.
 constexpr const char* neverMerged[] = {
     "speedcalldb",    "anonymousdb",  "blockedinnumsdb", "blockedoutnumsdb", "distringdb",
     "forwardlistdb",  "huntdb",       "linedb",          "extensiondb",      "Makefile",
@@ -79,6 +82,7 @@ public:
             CheckEntries(*listing, liveDir, defaultDir);
             walked_.pop_back();
         }
+        // The templates lie in the device's directory, so only the walk over that one has them.
         if (checkTemplateDirs) {
             report_ += "\n\n\tChecking non-default extensions dirs.\n\n ";
             CheckTemplate(upgrader_.liveExtensions, liveDir, defaultDir + "default" + "/");
@@ -128,6 +132,8 @@ private:
     /// this device's, or make it when the live tree lacks it.
     void CheckDirectory(const std::string& name, const std::string& liveDir,
                         std::string defaultPath) {
+        // On a two-line unit both conditions hold for "02-lines". Its files are then walked and
+        // queued twice, so the per-file checks must be able to bear a second round on them.
         if (IsDeviceSubTree(name, upgrader_.linesDir)) {
             defaultPath += "/";
             Check(liveDir, defaultPath, false);
@@ -152,11 +158,12 @@ private:
                            const std::string& defaultPath) {
         const bool isLiveExtension = ListContains(upgrader_.liveExtensions, name);
         const bool isLiveAttendant = ListContains(upgrader_.liveAttendants, name);
+        // A factory extension that the site has deleted must not come back.
         if (ListContains(upgrader_.defaultExtensions, name) && !isLiveExtension)
             return;
         if (ListContains(upgrader_.defaultAttendants, name) && !isLiveAttendant)
             return;
-        if (isLiveExtension || isLiveAttendant) {
+        if (isLiveExtension || isLiveAttendant) {  // it stays empty, see CopyFile
             report_ += "\tdir  " + name + " is created for extension " + name;
             ReportCommand(upgrader_.RunShell("mkdir " + ShellPath(liveDir + "/" + name)));
         } else {
@@ -194,7 +201,8 @@ private:
                (name == "gaincontrol.cfg" && upgrader_.IsVersionBelow("2.2.7"));
     }
 
-    /// Gain settings moved away in 3.0.1; the templates keep theirs.
+    /// Gain settings moved away in 3.0.1; the templates keep theirs. At the top level, the next
+    /// start copies the file anew as a missing one where the firmware still brings it.
     bool IsObsolete(const std::string& name, const std::string& liveDir) const {
         return name == "codecgaindb" && upgrader_.IsVersionBelow("3.0.1") &&
                !Contains(liveDir, "default") && !Contains(liveDir, "defatt");
@@ -216,9 +224,10 @@ private:
 
     void QueueForMerge(const std::string& name, const std::string& livePath,
                        const std::string& defaultPath) {
+        // The merge numbers new patterns behind the old ones, which had no numbers before 2.4.25.
         if (name == "dialplan.cfg" && upgrader_.IsVersionBelow("2.4.25"))
             upgrader_.AddSectionIds(livePath, nullptr);
-        // The checks of other files use the ports that those of rtp.cfg and sip.cfg find.
+        // rtp.cfg and sip.cfg go first: the checks of other files use the ports found in these.
         if (name == "rtp.cfg" || name == "sip.cfg")
             upgrader_.mergeList.emplace_front(livePath, defaultPath);
         else
@@ -226,8 +235,8 @@ private:
         report_ += "\tAdded (" + defaultPath + " & " + livePath + ") " + "to merge list\n";
     }
 
-    /// Old sip.cfg files end without a line end, which made the first entry added behind part of
-    /// the last line.
+    /// Old sip.cfg files may lack their last line end, and what is appended to such a file becomes
+    /// part of its last line. One that has its line end gets a blank line, which does no harm.
     void EndSipFile(const std::string& path) {
         const files::ReadResult file = files::ReadFile(path);
         if (!file.bytes) {
@@ -242,7 +251,7 @@ private:
 
     ConfigUpgrader& upgrader_;
     std::string& report_;
-    std::vector<files::DirectoryId> walked_;  // of the factory tree, that the walk is in
+    std::vector<files::DirectoryId> walked_;  // factory directories from the top down to this one
 };
 
 }  // namespace

@@ -58,6 +58,7 @@ bool AddMissingEntries(ConfigUpgrader& upgrader, const std::string& section) {
         const std::string what = "entry \"" + key + "\" with value \"" + value +
                                  "\" to section \"" + section + "\" from default-conf\n";
         if (const auto live = lineDb.GetSectionEntry(key)) {
+            // An empty value is a setting like any other. Only a line's name is filled.
             if (key != "line_name" || value.empty() || !live->empty())
                 continue;
             upgrader.report += "\t- update empty " + what;
@@ -73,11 +74,12 @@ bool AddMissingEntries(ConfigUpgrader& upgrader, const std::string& section) {
 }
 
 /// Adds the factory's current section as a whole. The sections of lines and ports follow the
-/// hardware and have a check of their own.
+/// hardware and have a check of their own; nonactive_extension_list was given up in 2.4.11.
 bool AddMissingSection(ConfigUpgrader& upgrader, const std::string& section) {
     if (section == "nonactive_extension_list" || Contains(section, "line_") ||
         Contains(section, "fxo_"))
         return false;
+    // No blank behind the comma: report texts stay as they are known.
     upgrader.report += "\t- section \"" + section +
                        "\" doesn't exist,"
                        "- copy from default-conf will be set\n";
@@ -92,7 +94,7 @@ bool AddMissingSection(ConfigUpgrader& upgrader, const std::string& section) {
 void FixGeneralSection(ConfigUpgrader& upgrader) {
     MultiSectionFile& lineDb = *upgrader.lineDb;
     MultiSectionFile& factory = *upgrader.defaultLineDb;
-    if (upgrader.IsVersionBelow("3.0.11")) {
+    if (upgrader.IsVersionBelow("3.0.11")) {  // the voice-data check has learned the language
         const std::string folder = "/telephony/sysmessages/" + upgrader.systemLanguage;
         lineDb.SetSectionEntry("sysmessages_folder", folder);
         upgrader.report += "\tSet sysmessages_folder = " + folder + "\n";
@@ -121,6 +123,7 @@ bool ApplyGates(ConfigUpgrader& upgrader) {
         lineDb.SetSectionEntry("is_sip_to_routing_on", "1");
         changed = true;
     }
+    // The dial plan that the same version brings has its pattern "R*" for this prefix.
     if (upgrader.IsVersionBelow("3.0.7") && lineDb.GotoSection("general")) {
         lineDb.SetSectionEntry("routing_prefix", "R");
         changed = true;

@@ -12,7 +12,8 @@ bool IsLine(const std::string& section) {
     return Contains(section, "line_");
 }
 
-/// Adds the source's current section to the target, attached to no extension.
+/// Adds the source's current section to the target, attached to no extension: the factory's own
+/// extension may be another one's here, or be attached to another line.
 void AddLine(MultiSectionFile& target, const MultiSectionFile& source, const std::string& section,
              std::string& report) {
     report += "\t/////////adding section " + section + " /////////\n";
@@ -52,13 +53,14 @@ void ConfigUpgrader::CheckLineSections(MultiSectionFile& target, MultiSectionFil
         changed = true;
     }
 
-    // FXO echo tails go from 0 to 64, line tails from 6 to 48; not a typo.
+    // Echo tails go from 6 to 48 on lines, from 0 to 64 on FXO ports. The difference is meant.
     const bool tailsChange = IsVersionBelow("3.1.25");
     for (target.Restart(); target.GotoNextSection();) {
         const std::string section = target.SectionName();
         if (!IsLine(section))
             continue;
         const auto extension = target.GetSectionEntry("extension");
+        // A line that is attached to nothing has an empty entry, and gets the report line too.
         if (extension && !ListContains(liveExtensions, *extension)) {
             report += "\tfound unknown extension attached to line \"" + section +
                       "\" in linedb, it's being deleted\n";
@@ -76,10 +78,11 @@ void ConfigUpgrader::CheckLineSections(MultiSectionFile& target, MultiSectionFil
         if (!target.GotoSection(section)) {
             report += "\tadding section " + section + "\n";
             target.AddSection(section, true);
+            // The unit may have more ports than the factory file: port 0 is the model for those.
             if (source.GotoSection(section) || source.GotoSection("fxo_0"))
                 for (const Entry& entry : source.SectionEntries())
                     target.SetSectionEntry(entry.key, entry.value);
-            target.SetSectionEntry("extension", attendantExtension);  // new ports ring it
+            target.SetSectionEntry("extension", attendantExtension);  // who answers on new ports
             changed = true;
         }
         if (IsVersionBelow("3.1.0")) {

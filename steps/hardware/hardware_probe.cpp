@@ -16,7 +16,8 @@ using Configuration::MultiSectionFile;
 namespace {
 
 /// The text between a key and the next line end. The kernel writes the key with a blank or a "="
-/// behind it; the blank is looked for first.
+/// behind it; the blank is looked for first. It has to be looked for with the key: STUFFED_FXO_FXO
+/// begins with STUFFED_FXO.
 std::optional<std::string> HwValue(const std::string& hwInfo, const std::string& key) {
     for (const char* separator : {" ", "="}) {
         const std::string start = key + separator;
@@ -30,7 +31,8 @@ std::optional<std::string> HwValue(const std::string& hwInfo, const std::string&
     return std::nullopt;
 }
 
-/// A number counts when it is all digits and not 0; 0 stands for one that does not.
+/// A count of boards or ports. A key that is absent and a value that is not all digits mean the
+/// same as 0: there are none.
 std::int32_t HwNumber(const std::string& hwInfo, const std::string& key) {
     const std::string text = HwValue(hwInfo, key).value_or("");
     if (!StringUtils::IsNumeric(text, false, false))
@@ -50,7 +52,7 @@ Answer HwAnswer(const std::string& hwInfo, const std::string& key) {
 }
 
 /// E1/T1: a counted number of boards decides; without one STUFFED_E1 does, and STUFFED_T1 is only
-/// asked when STUFFED_E1 says NO.
+/// asked when STUFFED_E1 says NO. Without any STUFFED_E1, a STUFFED_T1 counts for nothing.
 bool HasE1T1(const std::string& hwInfo) {
     if (HwNumber(hwInfo, "STUFFED_E1T1_CO") != 0)
         return true;
@@ -107,12 +109,12 @@ void ConfigUpgrader::ProbeHardware(bool secondPass) {
     }
     const HwFacts facts = ParseHwInfo(*hwInfo.bytes);
     numIsdn = facts.isdn;
-    if (!secondPass)
+    if (!secondPass)  // linedb is not open yet
         return;
 
     try {
         ConfigFile file(configRoot + "hwinfo", true);
-        file.ClearAll();
+        file.ClearAll();  // a fact that the kernel no longer tells must not stay
         file.SetEntry("e1t1_installed", Digit(facts.e1t1));
         if (facts.fxoTold)
             file.SetEntry("fxo_installed", Digit(facts.fxo));
@@ -127,10 +129,11 @@ void ConfigUpgrader::ProbeHardware(bool secondPass) {
     const Switch fxo{"fxo_on", facts.fxo};
     const Switch isdn{"isdn_on", facts.isdnTotal != 0};
     const Switch e1t1{"e1t1_on", facts.e1t1};
+    // What one call switches on has its board, so none of the next switches it off.
     bool changed = ReplaceAbsentInterface(*lineDb, fxo, isdn, e1t1);
     changed = ReplaceAbsentInterface(*lineDb, isdn, fxo, e1t1) || changed;
     changed = ReplaceAbsentInterface(*lineDb, e1t1, fxo, isdn) || changed;
-    if (isdn.present) {
+    if (isdn.present) {  // without ISDN the old number stays: isdn_on says that it is off
         lineDb->SetSectionEntry("num_of_isdn", NumberToString(facts.isdnTotal));
         changed = true;
     }
@@ -143,7 +146,7 @@ namespace {
 /// Reads a kernel line count into `number`; false, having said why, when it keeps its default.
 bool ProbeLineCount(const std::string& path, const std::string& kind, std::int32_t& number,
                     std::string& report) {
-    constexpr std::size_t mostBytes = 4;
+    constexpr std::size_t mostBytes = 4;  // three digits and the line end
     const std::string keptDefault =
         path + " number of " + kind + " is set " + NumberToString(number) + "(default)\n";
     auto text = files::ReadStart(path, mostBytes + 1);
@@ -173,6 +176,7 @@ void ConfigUpgrader::ProbeLineCounts() {
         Tell(Fact::Kind::Absent, appliance.fxsNumber);
     if (!ProbeLineCount(appliance.fxoNumber, "fxo", numFxo, report))
         Tell(Fact::Kind::Absent, appliance.fxoNumber);
+    // The four-line files serve every other number of lines, 0 included.
     linesDir = numFxs == 2 ? "02-lines/" : numFxs == 16 ? "16-lines/" : "04-lines/";
     report += "\tNum of FXS lines depending cfg path is " + linesDir + "\n";
 }
@@ -186,18 +190,20 @@ void ConfigUpgrader::UpdateLineCounts() {
             linesMismatch = true;
     }
     lineDb->SetSectionEntry("num_of_fxs", NumberToString(static_cast<std::uint32_t>(numFxs)));
-    // No report line for FXO.
+    // FXO never had a report line, and the texts of the report do not change.
     if (const auto old = lineDb->GetSectionEntry("num_of_fxo"))
         if (IsBelowCount(*old, numFxo))
             linesMismatch = true;
     lineDb->SetSectionEntry("num_of_fxo", NumberToString(static_cast<std::uint32_t>(numFxo)));
 
+    // Which codecs there are is the firmware's to say, so this is copied on every start.
     if (defaultLineDb->GotoSection("general"))
         for (const char* codecs : {"supported_codecs", "special_codecs"})
             if (const auto value = defaultLineDb->GetSectionEntry(codecs))
                 lineDb->SetSectionEntry(codecs, *value);
 
-    // Sections of ports the hardware does not have: up to the first missing number.
+    // The sections of ports that the hardware does not have. Ports are numbered without gaps, so
+    // the first missing one ends it.
     for (std::int32_t port = numFxo; lineDb->DeleteSection("fxo_" + NumberToString(port)); ++port) {
     }
     Save(*lineDb);

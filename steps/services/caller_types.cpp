@@ -8,7 +8,8 @@
 
 namespace {
 
-/// Under which keys a caller database keeps the type and the number of a record.
+/// Under which keys a caller database keeps the type and the number of a record. The others of
+/// these databases keep no type.
 struct CallerKeys {
     const char* database;
     const char* type;
@@ -56,7 +57,8 @@ void ConfigUpgrader::CheckCallerTypes(Configuration::MultiSectionFile& file,
             if (type.empty())
                 continue;
             file.SetSectionEntry(keys->type, type);
-            // The digit that dials out; from 3.1.0 on it stands in an entry of its own.
+            // The digit that dials out. From 3.1.0 on a speed dial has it in an entry of its own,
+            // where UpdateFxoPrefix puts it later in the run.
             if (type == "PSTN")
                 file.SetSectionEntry(keys->number, "0" + number);
             report += "\tcaller " + number + " is set to type " + type + "\n";

@@ -11,14 +11,14 @@ using Configuration::MultiSectionFile;
 
 namespace {
 
-/// A pair under check. A rule tells whether it changed the live file.
+/// A pair under check. A rule tells whether the live file is still to be saved: some save at once.
 struct CheckedFile {
     MultiSectionFile& live;
     MultiSectionFile& factory;
     const std::string& path;  // of the live file
 };
 
-/// Without a gate: every upgrade switches it on, also where it was switched off.
+/// Without a gate: every upgrade switches it on, also where the site had switched it off.
 bool SwitchOnAdmissionControl(ConfigUpgrader& upgrader, CheckedFile& file) {
     if (!file.live.GotoSection("common"))
         return false;
@@ -43,7 +43,7 @@ bool UpdateCodecs(ConfigUpgrader& upgrader, CheckedFile& file) {
                 changed = true;
             }
         }
-        if (!upgrader.IsVersionBelow("3.0.21"))
+        if (!upgrader.IsVersionBelow("3.0.21"))  // nor below 2.3.1, then
             break;
         if (file.live.GetSectionEntry("packets_recover_count")) {
             file.live.SetSectionEntry("packets_recover_count", "0");
@@ -64,6 +64,8 @@ bool CheckStun(ConfigUpgrader& upgrader, CheckedFile& file) {
     const auto minutes = file.live.GetEntry("UDP Map Time To Life");
     if (!minutes)
         return false;
+    // This must not happen twice. When the run is killed behind this save, the recovery copy brings
+    // the minutes back.
     const std::int64_t seconds = std::int64_t{StringToNumber<int>(*minutes)} * 60;
     file.live.SetEntry("UDP Map Time To Life", NumberToString(seconds));
     upgrader.report += "\t- changing UDP Map Time To Life value from minutes to seconds\n";
@@ -85,7 +87,7 @@ bool CheckDialPlan(ConfigUpgrader& upgrader, CheckedFile& file) {
     bool changed = false;
     for (file.live.Restart(); file.live.GotoNextSection();) {
         const auto pattern = file.live.GetSectionEntry("pattern");
-        // "9" goes on every upgrade, from whatever version.
+        // "9" goes on every upgrade, from whatever version, even one that the merge has just added.
         if (pattern == "9" || (pattern == "00" && upgrader.IsVersionBelow("2.4.51"))) {
             file.live.DeleteSection();
             changed = true;
@@ -94,7 +96,8 @@ bool CheckDialPlan(ConfigUpgrader& upgrader, CheckedFile& file) {
     return changed;
 }
 
-/// One entry that named the kind of forwarding, or "None", became a switch and a mode.
+/// One entry that named the kind of forwarding, or "None", became a switch and a mode. The merge of
+/// the supplementary services, later in the run, reads these two.
 bool SplitForwardingType(ConfigUpgrader& upgrader, CheckedFile& file) {
     const auto type = file.live.GetEntry("call_forwarding_type");
     if (!type)
@@ -122,7 +125,7 @@ bool CheckServices(ConfigUpgrader& upgrader, CheckedFile& file) {
         }
     }
     if (upgrader.IsVersionBelow("3.1.0")) {
-        // Over what the site had, also where the split has just copied it.
+        // The site's own fax settings give way, also those that the split has just copied.
         file.live.SetEntry("special_fax_transport_on", "1");
         file.live.SetEntry("transparent_fax_on", "1");
         file.live.SetEntry("outgoing_fax_only", "0");
@@ -146,6 +149,8 @@ bool CheckGateways(ConfigUpgrader& upgrader, CheckedFile& file) {
     return changed;
 }
 
+/// A run does not get here today: the file set check replaces this file by the factory's, and what
+/// it replaces is not queued.
 bool CheckServiceCodes(ConfigUpgrader& upgrader, CheckedFile& file) {
     if (!upgrader.IsVersionBelow("3.1.3"))
         return false;
@@ -171,7 +176,8 @@ struct FileRule {
     bool (*apply)(ConfigUpgrader&, CheckedFile&);
 };
 
-// The first whose name the live path contains is the only one.
+// A row fits when the live path contains its name, so that the copies of all extensions are met.
+// The first that fits is the only one applied.
 constexpr FileRule fileRules[] = {
     {"stun.cfg", CheckStun},         {"fax.cfg", CheckFax},
     {"dialplan.cfg", CheckDialPlan}, {"servicesdb", CheckServices},
@@ -187,6 +193,8 @@ bool ApplyFileRules(ConfigUpgrader& upgrader, CheckedFile& file) {
     return changed;
 }
 
+/// Adds the named sections and their entries that the live file lacks. An entry with an empty value
+/// is not lacking: the site may want it empty.
 bool AddMissingSections(CheckedFile& file, std::string& report) {
     bool changed = false;
     for (file.factory.Restart(); file.factory.GotoNextSection();) {
@@ -268,10 +276,12 @@ void ConfigUpgrader::CheckConfigFile(const std::pair<std::string, std::string>& 
     if (changed)
         Save(*live);
 
+    // The conversions open the file anew, so what was added has to be saved before.
     if (Contains(livePath, "sip.cfg"))
         ConvertSipSettings();
     else if (Contains(livePath, "nat.cfg") && IsVersionBelow("2.4.16"))
         ConvertNatSettings();
+    // sip.cfg stands before this file in the merge list, so its profile is known by now.
     if (Contains(livePath, "timerprofile.cfg") && !sipTimerProfile.empty()) {
         live->SetEntry("timer_profile", sipTimerProfile);
         report += "timer profile changed to: " + sipTimerProfile + ", from sip.cfg\n";

@@ -40,7 +40,7 @@ void MakeRegionalLink(ConfigUpgrader& upgrader, std::optional<std::string> count
         upgrader.Save(*upgrader.lineDb);
     }
 
-    report += "Reading counrty name -> ";
+    report += "Reading counrty name -> ";  // spelled so in every report, and searched for
     if (!country) {
         report += "Opening file: " + appliance.factorySystemSettings + " -> ";
         const FlatFile settings = OpenSettings(appliance.factorySystemSettings);
@@ -54,7 +54,7 @@ void MakeRegionalLink(ConfigUpgrader& upgrader, std::optional<std::string> count
         target += (target.ends_with('/') ? "" : "/") + *country;
     } else {
         report += "No country selected.US is set as Default\n";
-        target += "US";  // directly behind, also where the "/" is missing
+        target += "US";  // no "/" is added here, unlike above; this is meant
     }
 
     const std::string link = upgrader.configRoot + "regional";
@@ -73,11 +73,12 @@ void MakeRegionalLink(ConfigUpgrader& upgrader, std::optional<std::string> count
 
 void ConfigUpgrader::CheckVoiceDataAndLinks() {
     ReportStep("Link check");
-    ReportStep("Voicedata storage check");
+    ReportStep("Voicedata storage check");  // both headings come first
+    // A link that leads nowhere counts as none; making it fails then, and the report says why.
     const bool linkExists = FileExist(configRoot + "regional");
     report += "Opening file: " + appliance.liveSystemSettings + " -> ";
     const FlatFile settings = OpenSettings(appliance.liveSystemSettings);
-    report += "OK\n";
+    report += "OK\n";  // whatever became of it
     systemLanguage = Setting(settings, "LANG").value_or("C");
     const auto location = Setting(settings, "VOICEDATA_LOCATION");
     if (!location)

@@ -76,10 +76,11 @@ void CopyTemplate(ConfigUpgrader& upgrader, const std::string& extension,
     const std::string path = directory + "/voicemaildb";
     files::RemoveSpecialFile(path);
     if (ShellFailed(upgrader.CopyWhole("-p", source, path))) {
-        // No blank before the number, here and in the folder below.
+        // No blank before the number, and below no "/" between folder and number: both are meant.
         upgrader.report += "Can't copy vocemeaildb from default for extension" + extension + "\n";
         return;
     }
+    // The report names the plain command; CopyWhole copies to a temporary name first.
     upgrader.report += "Copied cp -p " + ShellPath(source) + " " + ShellPath(directory) + "\n";
     if (hasOwn)
         return;
@@ -95,8 +96,8 @@ void CopyTemplate(ConfigUpgrader& upgrader, const std::string& extension,
     }
 }
 
-/// Moves what the shell's "*.*" still matches: a greeting that stays behind is not found any more,
-/// for the mailbox names the new folder whatever became of the command.
+/// Moves what the command has left behind of "*.*". The mailbox will name the new folder whatever
+/// became of the command, so a greeting in the old one would not be found any more.
 void MoveWhatIsLeft(ConfigUpgrader& upgrader, const std::string& parent,
                     const std::string& folder) {
     const auto listing = files::ListDirectory(parent);
@@ -109,7 +110,9 @@ void MoveWhatIsLeft(ConfigUpgrader& upgrader, const std::string& parent,
         const std::string error = files::MoveEntry(path, folder + "/" + entry.name);
         if (error.empty())
             continue;
-        files::NoteRefusal(EIO);  // also where a name is in the way: the next start may see it gone
+        // Counts as the disk's refusal even where a name is in the way, so that the next start
+        // tries again: the name may be gone by then.
+        files::NoteRefusal(EIO);
         upgrader.Trace(1, "MINOR ERROR: Can't move file: %s\n", error.c_str());
         upgrader.Tell(Fact::Kind::Unsaved, path, error);
     }
@@ -179,6 +182,8 @@ void ConfigUpgrader::MigrateVoicemail() {
     const std::string path = configRoot + "voicemaildb";
     ReportStep("voicemaildb check");
     report += "Opening file " + path + " -> ";
+    // A missing file is opened as an empty one, and every extension then gets its template. Run
+    // twice, this step would reset all mailboxes.
     SectionFile old;
     try {
         old = std::make_unique<MultiSectionFile>(path, true);
@@ -189,14 +194,14 @@ void ConfigUpgrader::MigrateVoicemail() {
     report += "OK\n\n";
 
     NameList mailboxes = liveExtensions;
-    mailboxes.push_back(attendantExtension);
+    mailboxes.push_back(attendantExtension);  // last; an empty one is passed over
     if (IsVersionBelow("2.4.4"))
         ConvertMailboxSizes(*this, *old, mailboxes);
     bool allMoved = true;
     for (const std::string& extension : mailboxes)
         allMoved = MoveMailbox(*this, *old, extension) && allMoved;
-    // Of a tree that was split before its label moved on, nobody has told which attendant is the
-    // first: a mailbox that was left for that stays where it is.
+    // Where attendantExtension is empty although there are attendants (ReadAttendantIndex tells
+    // when), theirs are not among the mailboxes. The old file stays as long as it holds one.
     for (const std::string& attendant : liveAttendants)
         if (!ListContains(mailboxes, attendant) && old->GotoSection(attendant))
             allMoved = false;

@@ -26,6 +26,8 @@ void SetUseStun(ConfigUpgrader& upgrader, MultiSectionFile& live) {
         std::string("\t\tstun is ") + (upgrader.sipNatAgentIsTwo ? "enabled\n" : "disabled\n");
 }
 
+/// The ports and the NAT agent come from the checks of rtp.cfg and sip.cfg, which stand first in
+/// the merge list. What these did not find is written empty.
 void FillNatSections(ConfigUpgrader& upgrader, MultiSectionFile& live) {
     if (EnterSection(upgrader, live, "exclusiontable")) {
         for (const auto& [key, value] : live.Entries()) {
@@ -37,7 +39,7 @@ void FillNatSections(ConfigUpgrader& upgrader, MultiSectionFile& live) {
                 "\t\tfile entry: " + key + "=" + value + " moved to section exclusiontable.\n";
         }
     }
-    std::string host;  // without sip_udp it is neither read nor deleted
+    std::string host;  // without sip_udp it is neither read nor deleted, and empty elsewhere
     if (EnterSection(upgrader, live, "sip_udp")) {
         host = TakeTopLevelEntry(live, "NAT IP");
         SetMappedHost(upgrader, live, host);
@@ -50,7 +52,7 @@ void FillNatSections(ConfigUpgrader& upgrader, MultiSectionFile& live) {
             "\t\tMapped port range start and end (prev \"Mapped UDP port for SIP\") is set: " +
             mapped + "\n";
     }
-    if (EnterSection(upgrader, live, "sip_tcp")) {
+    if (EnterSection(upgrader, live, "sip_tcp")) {  // no STUN, which is for UDP
         SetMappedHost(upgrader, live, host);
         SetSelfPort(upgrader, live, upgrader.sipTcpPort);
     }

@@ -15,6 +15,6 @@ struct PortRange {
 PortRange MergeNatRange(const PortRange& nat, const PortRange& unit);
 
 /// Folds the media unit's range into the RTP range in the same way. A merged range that is longer
-/// than `mostPorts` is cut to it, unless that is 0. Of two ranges apart the longer remains uncut:
-/// that difference is meant.
+/// than `mostPorts` is cut to it, unless that is 0. Of two ranges apart the longer remains, and is
+/// never cut; this difference is meant.
 PortRange MergeRtpRange(const PortRange& rtp, const PortRange& unit, std::uint32_t mostPorts);

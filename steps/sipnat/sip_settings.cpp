@@ -13,7 +13,7 @@ using Configuration::MultiSectionFile;
 
 namespace {
 
-/// Top-level entries that have no place in the new layout.
+/// Top-level entries that have no place in the new layout. "TCP" has been read by then.
 constexpr const char* droppedEntries[] = {"TCP",
                                           "Register",
                                           "Initial Retransmit Interval",
@@ -23,7 +23,7 @@ constexpr const char* droppedEntries[] = {"TCP",
                                           "Non-Invite Request Retransmit Count",
                                           "Retransmission Scheme"};
 
-/// The port behind another, in 32 bits.
+/// The next higher port, reckoned in 32 bits so that it wraps alike on all machines.
 std::string NextPort(const std::string& port) {
     const auto number = static_cast<std::uint32_t>(std::strtol(port.c_str(), nullptr, 10));
     return NumberToString(static_cast<std::int32_t>(number + 1));
@@ -49,6 +49,7 @@ void ConvertOldSipSettings(ConfigUpgrader& upgrader, MultiSectionFile& live) {
     }
     if (EnterSection(upgrader, live, "features")) {
         const std::string nat = TakeTopLevelEntry(live, "NAT Enabled");
+        // A "2", which is STUN, becomes a "1" too: from here on nat.cfg says use_stun.
         const std::string agent = nat == "0" ? "0" : "1";
         live.SetSectionEntry("nat agent", agent);
         upgrader.report += "\t\tnat agent is set -> " + agent + "\n";
@@ -66,6 +67,8 @@ void ConvertOldSipSettings(ConfigUpgrader& upgrader, MultiSectionFile& live) {
         else
             upgrader.report +=
                 "\t\ttcp port is set empty, TCP was switched off in restored sip.cfg\n";
+        // TLS listens on TCP as well, so it cannot have the port that TCP may have now. Below 5.1.0
+        // the current layout loses its TLS port; the old one keeps it. That difference is meant.
         const auto tls = live.GetSectionEntry("tls port");
         upgrader.sipTlsPort = tls.value_or("");
         if (tls && !tls->empty() && *tls == upgrader.sipUdpPort) {
@@ -112,7 +115,7 @@ void UpdateSipSettings(ConfigUpgrader& upgrader, MultiSectionFile& live, bool ch
         return;
     }
     upgrader.Save(live);
-    // The line follows every save, whatever the change was.
+    // The line follows every save, whatever the change was, and no "Done..." follows it.
     upgrader.report += "\t\tcopied \"log level\" entry value from default conf\n";
 }
 

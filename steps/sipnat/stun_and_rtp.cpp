@@ -5,6 +5,8 @@
 #include <optional>
 
 #include "app/config_upgrader.h"
+#include "files/remove.h"
+#include "files/replace.h"
 #include "steps/sipnat/port_ranges.h"
 #include "util/numbers.h"
 
@@ -36,6 +38,7 @@ PortRange ReadRange(MultiSectionFile& file, const std::string& kind) {
     return {port("start"), port("end")};
 }
 
+/// For the "%lu" of the log's texts: 32 bits are no unsigned long on every machine.
 unsigned long Wide(std::uint32_t number) {
     return number;
 }
@@ -102,7 +105,8 @@ void ReconcilePortRanges(ConfigUpgrader& upgrader, MultiSectionFile& nat, bool i
 
     if (!enter("dynamic"))
         return;
-    const bool hasNat = natRange.start != 0;
+    const bool hasNat = natRange.start != 0;  // 0 is no port: without a range both are empty
+    // um_dynamic itself stays in the file as it is.
     nat.SetSectionEntry("self_port_range_start", NumberToString(rtpRange.start));
     nat.SetSectionEntry("self_port_range_end", NumberToString(rtpRange.end));
     nat.SetSectionEntry("mapped_port_range_start", hasNat ? NumberToString(natRange.start) : "");
@@ -125,15 +129,19 @@ void ConfigUpgrader::UpdateStunFile() {
     if (!IsVersionBelow("3.1.2"))
         return;
     Trace(3, "Starting update stun.cfg file\n");
-    // The root comes from the environment itself, and the file lies directly in it.
+    // This file does not lie in the configuration root but above it, and only the environment
+    // moves it: an argument of the program does not.
     const char* root = std::getenv("ORIX_PATH");
     const std::string path = (root != nullptr ? root : appliance.liveConf) + "stun.cfg";
+    // What a killed run left beside it: outside the telephony directory no put-back removes it.
+    files::RemoveTree(files::TemporaryFor(path));
     SectionFile reading = OpenSectionFile(path, false);
     SectionFile writing = OpenSectionFile(path, false);
     if (!reading || !writing)
         return;
-    // Read from one copy and deleted from the other. Both are walked, for a name may repeat: the
-    // section that goes must be the one that was copied.
+    // Opened twice: sections are read from one copy and deleted from the other, so that the walk
+    // does not lose its place. Both walk in step, for a name may repeat: the section that is
+    // deleted must be the one that was copied.
     for (reading->Restart(), writing->Restart();
          reading->GotoNextSection() && writing->GotoNextSection();) {
         const std::string section = reading->SectionName();
@@ -163,7 +171,7 @@ void ConfigUpgrader::UpdateRtpPortRanges() {
     if (!IsVersionBelow("3.1.25"))
         return;
     Trace(3, "Starting update RTP port ranges\n");
-    bool isNatOn = false;
+    bool isNatOn = false;  // old files have got this section in the file merge
     if (SectionFile sip = OpenSectionFile(configRoot + "sip.cfg", false)) {
         if (sip->GotoSection("features")) {
             const std::string agent = sip->GetSectionEntry("nat agent").value_or("");

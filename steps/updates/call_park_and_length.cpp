@@ -16,7 +16,7 @@ void ConfigUpgrader::UpdateCallPark() {
         const auto callPark = services->GetEntry("call_park_on");
         if (callPark != "1" || !extensionDb->GotoSection("extension"))
             continue;
-        // The line names the value, not the extension.
+        // The line names the value, "1", and not the extension: this is the text that is known.
         Trace(3,
               "Ext %s is callpark extension, moved from \"extension\" section to \"callpark\" "
               "section.\n",
@@ -24,6 +24,7 @@ void ConfigUpgrader::UpdateCallPark() {
         extensionDb->DeleteSectionEntry("ext_" + extension);
         if (!extensionDb->GotoSection("callpark"))
             extensionDb->AddSection("callpark", false);
+        // Added without looking: an extension that stands there already stands there twice.
         extensionDb->AddSectionEntry("ext_" + extension, extension);
         changed = true;
     }

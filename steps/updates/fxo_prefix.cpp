@@ -1,4 +1,5 @@
-// Takes the exchange access digit off stored numbers and keeps it as the FXO prefix.
+// Takes the exchange access digit off stored numbers and keeps it as the FXO prefix. A second time
+// it would take off a 0 that belongs to the number.
 
 #include <optional>
 
@@ -15,8 +16,8 @@ bool IsPstnWithDigit(const std::optional<std::string>& type,
     return type == "PSTN" && number && number->starts_with('0');
 }
 
-/// "PSTN-0555" without the digit. What stands where the hyphen should be is not looked at and
-/// becomes one.
+/// "PSTN-0555" becomes "PSTN-555"; nothing for what has no such digit. Whatever stands between
+/// "PSTN" and the digit becomes a hyphen: this is meant. No entry keeps the digit here.
 std::optional<std::string> WithoutAccessDigit(const std::string& callTo) {
     if (!callTo.starts_with("PSTN") || callTo.size() < 6 || callTo[5] != '0')
         return std::nullopt;
@@ -81,7 +82,7 @@ void UpdateAutomaticCall(ConfigUpgrader& upgrader, const std::string& path) {
 void UpdateForwardTargets(ConfigUpgrader& upgrader, const std::string& directory) {
     upgrader.Trace(3, "Update supservices_x files.\n");
     SectionFile patterns = upgrader.OpenSectionFile(directory + "addresspatterndb", false);
-    if (!patterns) {
+    if (!patterns) {  // the extension has none of its own, and follows the shared ones
         const std::string shared = upgrader.configRoot + "default" + "/" + "addresspatterndb";
         patterns = upgrader.OpenSectionFile(shared, false);
         if (!patterns) {

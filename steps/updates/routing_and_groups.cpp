@@ -25,6 +25,7 @@ void DropAccessRoutes(ConfigUpgrader& upgrader, MultiSectionFile& routes) {
     upgrader.Trace(3, "Starting update localrouttabledb.\n");
     bool changed = false;
     for (routes.Restart(); routes.GotoNextSection();) {
+        // "emergancy" is how the files spell it.
         if (routes.GetSectionEntry("emergancy") == "1" ||
             routes.GetSectionEntry("access_code") == "1") {
             routes.DeleteSection();
@@ -33,6 +34,7 @@ void DropAccessRoutes(ConfigUpgrader& upgrader, MultiSectionFile& routes) {
     }
     if (changed)
         upgrader.Save(routes);
+    // The tool also runs when no route went. Should it fail, the table stays as it is saved.
     const std::string outcome = upgrader.RunWithErrorText(ShellPath(upgrader.appliance.routeTool));
     upgrader.Trace(3, "Update done - %s.\n", outcome.c_str());
 }
@@ -51,8 +53,8 @@ void ConfigUpgrader::UpdateLocalRouteDB() {
             const auto routing = services.GetEntry("routing_on");
             if (!routing)
                 continue;
-            // Switched on for everybody, whatever it was; only one that had it on can cancel the
-            // update of the table.
+            // Whoever has it off gets it switched on: this is meant. Only an extension that had it
+            // on already keeps the table from being changed.
             if (*routing != "1") {
                 services.SetEntry("routing_on", "1");
                 Save(services);
@@ -84,12 +86,15 @@ void ConfigUpgrader::UpdateDialPlan() {
     Trace(3, "Starting update dialplan.cfg.\n");
     const std::string path = configRoot + "dialplan.cfg";
     try {
+        // The site's dial plan gives way to the factory's as a whole, with all patterns that the
+        // site has added. This time-out is all that is kept of it.
         std::optional<std::string> timeout;
         {
             MultiSectionFile dialPlan(path, false);
             if (GotoPattern(dialPlan, "0*"))
                 timeout = dialPlan.GetSectionEntry("timeout");
         }
+        // The text has two blanks and ends with one; it is known so.
         Trace(3, "%s.\n", "File  dialplan.cfg is copied from default-conf ");
         const std::string factoryPath = appliance.factoryTelephony + "dialplan.cfg";
         const bool failed = ShellFailed(CopyWhole("-p -r", factoryPath, path));
@@ -126,12 +131,13 @@ void ConfigUpgrader::UpdateGroupListDB() {
                 for (std::string& item : StringUtils::ParseCommaLine(*addresses, ',')) {
                     const std::size_t slash = item.find('/');
                     if (slash == std::string::npos)
-                        continue;  // no address; dropped on purpose
-                    item[slash] = '-';
+                        continue;       // no address; dropped on purpose
+                    item[slash] = '-';  // the first one only
                     groups.AddSectionEntry("addr", item);
                     changed = true;
                 }
             }
+            // A file whose lists hold no address at all is not saved, and keeps them.
             if (changed)
                 Save(groups);
         } catch (const FileError& error) {

@@ -1,5 +1,5 @@
 // Merges an extension's seven old caller databases, one per service, into one record per caller
-// with a services file of its own.
+// with a services file of its own. UpdateFxoPrefix goes through these files later in the run.
 
 #include <algorithm>
 #include <cstdint>
@@ -79,8 +79,8 @@ std::string Value(MultiSectionFile& file, const char* key) {
     return file.GetSectionEntry(key).value_or("");
 }
 
-/// Reads a party's user name, joined with its host where it is an IP party. Empty where such a
-/// party has no address.
+/// The address of the party that the current record names: its user name, joined with its host for
+/// an IP party. Empty where it has none. `host` is only set for an IP party.
 std::string ReadParty(MultiSectionFile& file, const std::string& type, std::string& host) {
     const std::string user = Value(file, "user_name");
     if (type != "SIP" && type != "IP")
@@ -115,6 +115,8 @@ CallerRecord ReadRecord(MultiSectionFile& file, const OldDatabase& database, std
         record.alias = Value(file, database.aliasKey);
     if (database.effect == Effect::Forward)
         target = ReadTarget(file, host);
+    // With a host, "any" is the name of a single IP party. In forwardlistdb the host is that of the
+    // forwarding target, so that everybody's forwarding to an IP party is a record of its own.
     if (record.caller == "any" && host.empty()) {
         record.type.clear();
         record.key = "any";
@@ -149,6 +151,8 @@ void ApplyRecord(MultiSectionFile& old, const OldDatabase& database, const Servi
     if (!services.GotoSection(forward ? forwardServices[flags.forwardMode] : database.service))
         return;
     const auto copy = [&](const char* key) { services.SetSectionEntry(key, Value(old, key)); };
+    // Only these two switch their service on: the others have been set by the extension's flags,
+    // when the file was made.
     switch (database.effect) {
         case Effect::Switch:
             services.SetSectionEntry("service_on", "1");
@@ -181,6 +185,7 @@ ServiceFlags ReadServiceFlags(ConfigFile& services) {
     flags.hunt = on("hunt_service_on");
     flags.manyExtensions = on("many_extension_ringing_service");
     flags.forwarding = on("call_forwarding_enabled");
+    // Any other text, and none, means on busy.
     flags.forwardMode = mode == "Unconditional" ? 0 : mode == "Noanswer" ? 1 : 2;
     return flags;
 }
@@ -192,13 +197,14 @@ void AddCaller(MultiSectionFile& patterns, const CallerRecord& record, const std
     patterns.SetSectionEntry("address", record.caller);
     patterns.SetSectionEntry("description", record.description);
     patterns.SetSectionEntry("permission", record.key == "any" ? "system" : "user");
-    // The readers of the file know the key in this spelling.
+    // Not a slip: the readers of the file know the key in this spelling.
     if (record.type == "H323")
         patterns.SetSectionEntry("H232_alias", record.alias);
-    patterns.SetSectionEntry("type", record.type);  // once more; it does no harm
+    patterns.SetSectionEntry("type", record.type);  // for the second time, which changes nothing
 }
 
-/// Gives a caller the services that only the caller "any" has settings for.
+/// Gives a caller the services that only the caller "any" has settings for. A section of one entry,
+/// its service_on, has none.
 void InheritServices(MultiSectionFile& any, MultiSectionFile& services) {
     for (any.Restart(); any.GotoNextSection();) {
         if (any.GetSecEntryCount() <= 1)
@@ -226,11 +232,13 @@ public:
     }
 
 private:
+    /// The path of one of the extension's files; kept for the message when it cannot be read.
     const std::string& At(const std::string& name) { return path_ = directory_ + name; }
 
     void Merge() {
         ServiceFlags flags;
         {
+            // Without it nobody knows which services are on, and the extension stays as it is.
             ConfigFile services(At("servicesdb"), false);
             flags = ReadServiceFlags(services);
         }
@@ -245,7 +253,7 @@ private:
             InheritFromAny(*patterns_, any->second);
         SaveAll();
         upgrader_.Trace(3, "Merge Done.\n");
-        upgrader_.Trace(3, "Removing ald services DBs.\n");
+        upgrader_.Trace(3, "Removing ald services DBs.\n");  // spelled so in every log
         // What could not be saved in its new form stays in its old one.
         if (allSaved_)
             for (const OldDatabase& database : oldDatabases)
@@ -256,8 +264,8 @@ private:
 
     void Save(MultiSectionFile& file) { allSaved_ = upgrader_.Save(file) && allSaved_; }
 
-    /// The services file of a caller that has records. It stays open, for the records of seven
-    /// databases may go into it, and is saved when all are in.
+    /// The services file of a caller that has records. It stays open until all seven databases are
+    /// through, for each may have something for it, and is then saved once.
     MultiSectionFile& Services(const std::string& id) {
         const auto open = services_.find(id);
         if (open != services_.end())
@@ -266,8 +274,8 @@ private:
         return *services_.emplace(id, std::move(file)).first->second;
     }
 
-    /// The services first: a caller whom addresspatterndb knows already is taken to have his file,
-    /// and a run that goes on from here would not make it.
+    /// The services files go first: whoever is listed in addresspatterndb is taken to have one. So
+    /// addresspatterndb is not saved at all when one of the databases could not be read.
     void SaveAll() {
         for (const auto& [id, file] : services_)
             Save(*file);
@@ -322,7 +330,8 @@ private:
         }
     }
 
-    /// A file without a record of its own is saved and closed at once: there may be thousands.
+    /// A caller whom none of the old databases named has no file open. His is saved and closed at
+    /// once: there may be thousands.
     void InheritFor(const std::string& id, MultiSectionFile& any) {
         if (const auto open = services_.find(id); open != services_.end()) {
             InheritServices(any, *open->second);
@@ -355,7 +364,7 @@ private:
     std::string directory_;
     std::string path_;
     SectionFile patterns_;
-    bool isMerged_ = false;  // with all databases
+    bool isMerged_ = false;  // patterns_ has the callers of all seven databases
     NameList callerKeys_;
     std::map<std::pair<std::string, std::string>, std::string> ids_;  // by address and type
     std::map<std::string, SectionFile> services_;                     // by identifier

@@ -33,8 +33,8 @@ bool HasVisibleEntries(const std::string& directory) {
                                   [](const auto& entry) { return !entry.name.starts_with('.'); });
 }
 
-/// Whether a name stands for a directory below one of two directories, and for something else below
-/// the other, anywhere in them: no copy can lay one over the other, today or tomorrow.
+/// Whether some name is a directory below `from` and something else below `to`, or the other way
+/// round, at any depth. Then one cannot be copied over the other on this start or any later one.
 bool DoKindsDiffer(const std::string& from, const std::string& to) {
     const auto listing = files::ListDirectory(from);
     return listing && std::any_of(listing->entries.begin(), listing->entries.end(),
@@ -55,7 +55,7 @@ std::string CopyAttendantToSystem(ConfigUpgrader& upgrader) {
     const std::string attendant = upgrader.configRoot + "00/";
     const std::string system = upgrader.configRoot + "system";
     const std::string command = "cp -Rf " + ShellPath(attendant) + "* ";
-    if (!CorrectPath(system))
+    if (!CorrectPath(system))  // cp says in its own words that there is no such directory
         return upgrader.RunWithErrorText(command + ShellPath(system));
     const std::string place = files::RealPath(system);
     const std::string copy = files::TemporaryFor(place);
@@ -67,7 +67,7 @@ std::string CopyAttendantToSystem(ConfigUpgrader& upgrader) {
         if (outcome == "Success")
             error = files::SwapDirectories(copy, place);
         else if (HasVisibleEntries(attendant) && !DoKindsDiffer(attendant, copy))
-            files::NoteRefusal(EIO);  // nothing but the disk keeps it from being made
+            files::NoteRefusal(EIO);  // all was fit to be copied, so the disk is to blame
     }
     if (!files::RemoveTree(copy))
         files::NoteRefusal(errno, "Can't remove: " + copy);
@@ -112,10 +112,13 @@ void UpdateSystemMailbox(ConfigUpgrader& upgrader, int usedPortions) {
     const auto folder = mailbox->GetEntry("voice_data_folder");
     if (!folder)
         return;
+    // The file just copied still names attendant 00's folder, and the greeting goes from there.
     const bool removed = unlink((*folder + "attwelcomerouting.wav").c_str()) == 0;
     upgrader.Trace(3, "Removed %s%s file - %s.\n", folder->c_str(), "attwelcomerouting.wav",
                    removed ? "Success" : "Failed");
+    // Every "00" of the path is replaced, not only that of the folder's own name.
     mailbox->SetEntry("voice_data_folder", StringUtils::ReplaceString(*folder, "00", "system", 0));
+    // With the 1 percent for this mailbox, the sum has to stay below 100.
     mailbox->SetEntry("mail_box_portion", usedPortions <= 98 ? "1" : "0");
     upgrader.Save(*mailbox);
     upgrader.Trace(3, "Update %s file.\n", path.c_str());
@@ -155,6 +158,7 @@ void ConfigUpgrader::UpdateSystemExtension() {
     Trace(3, "Done.\n");
 }
 
+// Without a gate: what the EEPROM says holds for every version.
 void ConfigUpgrader::RestrictAttendants() {
     if (GetEEPROMEntry("restriction", appliance.eeprom) != "br")
         return;
@@ -176,11 +180,13 @@ void ConfigUpgrader::RestrictAttendants() {
         Trace(3, "\tRemove Attendant: %s\n", attendant.c_str());
         removed.push_back(attendant);
     }
+    // A directory goes only when the saved index no longer names it.
     if (!removed.empty() && Save(*extensions)) {
         for (const std::string& attendant : removed)
             if (IsAttendantDirectory(*this, attendant))
                 FileUtility::RemoveDirOrFile(configRoot + attendant);
-        // The database held open still has them; a later save must not bring them back.
+        // The database that the run holds open still lists them, and the call park step saves it:
+        // they would be back.
         try {
             extensionDb = std::make_unique<MultiSectionFile>(configRoot + "extensiondb");
         } catch (const FileError& error) {

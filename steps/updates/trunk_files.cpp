@@ -68,19 +68,22 @@ void MapKeys(const TrunkKey (&keys)[N], MultiSectionFile& old, MultiSectionFile&
     }
 }
 
-/// The trunk's own settings.
+/// The trunk's own settings. The section to write to comes with the factory's file, which the file
+/// set check has copied.
 void MapTrunk(MultiSectionFile& old, MultiSectionFile& target) {
     if (!old.GotoSection("trunk") || !target.GotoSection("trunk"))
         return;
     for (const TrunkKey& key : src_patterns)
         if (key.value != TrunkValue::Dropped)
             target.SetSectionEntry(key.to, old.GetSectionEntry(key.from).value_or(""));
-    // A key of the sides by its name, but the trunk's own here; an absent one is not written.
+    // In the table this key is one of the sides', but it stands in the old file's trunk section
+    // and belongs into the new one's. Unlike those above, it is not written when it is absent.
     if (const auto passiveMode = old.GetSectionEntry("passive_mode"))
         target.SetSectionEntry("passive_mode", *passiveMode);
 }
 
-/// One side's settings: `old` is in the side's section.
+/// One side's settings: `old` is in the side's section. Here too the factory's file brings the
+/// sections.
 void MapSide(MultiSectionFile& old, MultiSectionFile& target) {
     target.GotoSection("level_2");
     MapKeys(isdn_l2_src_patterns, old, target);
@@ -89,7 +92,7 @@ void MapSide(MultiSectionFile& old, MultiSectionFile& target) {
     MapKeys(isdn_bri_patterns, old, target);
     if (Trimmed(old.GetSectionEntry("ddi_service").value_or("")) == "Yes" &&
         target.GotoSection("level_2"))
-        target.SetSectionEntry("tei_number", "0");
+        target.SetSectionEntry("tei_number", "0");  // over the one that was copied above
 }
 
 /// Lowers the echo delay of the named section by 80, when both are there.
@@ -120,7 +123,7 @@ bool MapIsdnTrunk(ConfigUpgrader& upgrader, const std::string& trunkPath) {
     }
     const std::pair<const char*, const char*> sides[] = {{"isdn_user", "bri_user.cfg"},
                                                          {"isdn_net", "bri_net.cfg"}};
-    for (const auto& [section, name] : sides) {
+    for (const auto& [section, name] : sides) {  // also where the old file has no such side
         SectionFile side = upgrader.OpenSectionFile(directory + name, true);
         if (!side) {
             saved = false;
@@ -148,6 +151,7 @@ void ConfigUpgrader::UpdateEchoDelay() {
         LowerEchoDelay(*this, *trunk, "trunk_e1");
         LowerEchoDelay(*this, *trunk, "trunk_t1");
         Save(*trunk);
+        // The line also stands where there was nothing to lower.
         Trace(3, "Updated.\n");
     }
     for (int i = 0; i < isdnTrunks; ++i) {
@@ -176,11 +180,11 @@ void ConfigUpgrader::MapIsdnFiles() {
         CloseSectionFile(index);
         for (int i = 0; i < isdnTrunks; ++i)
             if (!MapIsdnTrunk(*this, TrunkPath(configRoot, i)))
-                break;
+                break;  // unlike for the echo delay, those behind a missing one stay as they are
     } catch (const std::bad_alloc&) {
         throw;
     } catch (const std::exception& error) {
-        Trace(1, "%s", error.what());
+        Trace(1, "%s", error.what());  // without a line end, as it is known
         Tell(Fact::Kind::Incomplete, "isdn", error.what());
         return;
     }

@@ -21,7 +21,7 @@ struct TrunkKey {
 /// The trunk's own keys; one that the old file lacks is written empty.
 inline constexpr TrunkKey src_patterns[] = {
     {"encoding_type", "encoding_type"},
-    // What a BRI trunk has not.
+    // A BRI trunk has none of these four.
     {"line_code", "line_code", TrunkValue::Dropped},
     {"frame_mode", "frame_mode", TrunkValue::Dropped},
     {"tx_lbo", "tx_lbo", TrunkValue::Dropped},
@@ -72,7 +72,7 @@ inline constexpr TrunkKey isdn_l3_src_patterns[] = {
     {"calling_numbering_plan", "calling_numbering_plan"},
     {"enhanced_disconnect_mode", "enhanced_disconnect_mode"},
     {"incoming_dnis_size", "incoming_dnis_size"},
-    // The trunk's section has it, and trunk.cfg gets it from there.
+    // It stands in the trunk's section, not in a side's; MapTrunk takes it from there.
     {"passive_mode", "passive_mode", TrunkValue::Dropped}};
 
 /// Each side's BRI keys, for "level_3" as well.
