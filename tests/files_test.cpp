@@ -248,6 +248,8 @@ TEST_F(Files, ASaveThatIsRefusedLeavesTheOldFileAndTellsWhy) {
     const ReadResult read = ReadFile(dir + "file");
     WithRefused({{"lstat", EIO}},
                 [&] { EXPECT_EQ(ReplaceFile(dir + "file", "known", read.standing), ""); });
+    if (IsSkipped())
+        return;
     EXPECT_EQ(Read("file"), "known");
     EXPECT_EQ(ModeOf(dir + "file"), 0640U);
 }
@@ -319,6 +321,8 @@ TEST_F(Files, SyncsAreLeftForTheEndWhileOneLives) {
         EXPECT_FALSE(later.SyncAll());
         EXPECT_EQ(errno, EIO);
     });
+    if (IsSkipped())
+        return;
     EXPECT_EQ(Read("file"), "new");
     SyncLater later;
     EXPECT_EQ(SyncLater::Living(), &later);
@@ -385,10 +389,9 @@ TEST_F(Files, RemovingGoesDownButNotThroughLinks) {
     Link("tree/sub/link", dir + "keep");
     Link("tree/nowhere", "none");
     const auto removeTree = [&] { return RemoveTree(dir + "tree") ? "" : std::strerror(errno); };
-    const Names before = Tree(dir + "tree");
-    for (const auto& [call, error] : {std::pair("unlink", EPERM), std::pair("unlink", EROFS),
-                                      std::pair("getdents", EIO), std::pair("rmdir", EBUSY)})
-        WithRefused({{call, error}}, [&] { EXPECT_STRNE(removeTree(), "") << call; });
+    for (const RefusedCall& call : {RefusedCall{"unlink", EPERM}, RefusedCall{"unlink", EROFS},
+                                    RefusedCall{"getdents", EIO}, RefusedCall{"rmdir", EBUSY}})
+        WithRefused({call}, [&] { EXPECT_STRNE(removeTree(), "") << call.name; });
     EXPECT_TRUE(IsOwnDirectory(dir + "tree"));
     EXPECT_STREQ(removeTree(), "");
     EXPECT_FALSE(IsThere(dir + "tree"));

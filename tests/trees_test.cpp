@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstring>
 #include <set>
-#include <tuple>
 
 #include "files/attributes.h"
 #include "files/command_copy.h"
@@ -167,10 +166,11 @@ TEST_F(Files, WhatIsTheSameIsNotReplaced) {
         EXPECT_EQ(Read(name), text + "1");
     }
     Write("b", "old");
-    for (const auto& [call, error] : {std::pair("rename", EROFS), std::pair("write", ENOSPC)})
-        WithRefused({{call, error}}, [&] {
-            EXPECT_EQ(replace("a", "b"), (error == EROFS ? "b: " : "b.mend-tmp: ") +
-                                             std::string(std::strerror(error)) + " (noted)");
+    for (const Refusal& test :
+         {Refusal{{"rename", EROFS}, "b: Read-only file system (noted)"},
+          Refusal{{"write", ENOSPC}, "b.mend-tmp: No space left on device (noted)"}})
+        WithRefused({test.call}, [&] {
+            EXPECT_EQ(replace("a", "b"), test.reason);
             EXPECT_FALSE(IsThere(dir + "b.mend-tmp"));
         });
     EXPECT_EQ(Read("b"), "old");
@@ -306,10 +306,7 @@ TEST_F(Files, WhatACommandCopiedIsCompletedAndItsOriginalIsNotTouched) {
     EXPECT_FALSE(IsThere(dir + "to.mend-tmp"));
 
     fs::remove_all(dir + "to");
-    const struct {
-        RefusedCall call;
-        const char* error;
-    } refusals[] = {
+    const Refusal refusals[] = {
         {{"write", ENOSPC}, ": No space left on device (noted)"},
         {{"mkdir", ENOSPC}, "to.mend-tmp/missing: No space left on device (noted)"},
         {{"getdents", EIO},
@@ -317,18 +314,18 @@ TEST_F(Files, WhatACommandCopiedIsCompletedAndItsOriginalIsNotTouched) {
         {{"syncfs", EIO}, "can't sync: Input/output error (noted)"},
         {{"rename", EROFS}, ": Read-only file system (noted)"},
     };
-    for (const auto& [call, error] : refusals) {
+    for (const Refusal& test : refusals) {
         copyHalf(dir + "half");
-        WithRefused({call}, [&] {
+        WithRefused({test.call}, [&] {
             const auto move = [&](const std::string& to) {
                 return renameat2(AT_FDCWD, (dir + "half").c_str(), AT_FDCWD, to.c_str(),
                                  RENAME_NOREPLACE);
             };
             const auto copy = [&] { return CopyBeside(move, dir + "from", dir + "to").error; };
             const std::string told = Told(copy);
-            EXPECT_TRUE(told.ends_with(error)) << told;
+            EXPECT_TRUE(told.ends_with(test.reason)) << told;
         });
-        EXPECT_FALSE(IsThere(dir + "to")) << call.name;
+        EXPECT_FALSE(IsThere(dir + "to")) << test.call.name;
         EXPECT_EQ(Tree(dir + "from"), original);
         fs::remove_all(dir + "half");
         fs::remove_all(dir + "to.mend-tmp");
@@ -444,20 +441,20 @@ TEST_F(Files, AMirrorGoesOnWhereItEndedAndLeavesAloneWhatItIsTold) {
     const std::uint64_t link = *HashOf(dir + "from/link", InfoOf(dir + "from/link"));
     const std::map<std::string, std::uint64_t> all = {
         {"", 0}, {"/a", a}, {"/link", link}, {"/sub", 0}, {"/sub/b", b}};
-    const std::tuple<const char*, int, const char*> refusals[] = {
-        {"getdents", EIO, "from: Input/output error (noted)"},
-        {"lstat", EIO, ": Input/output error (noted)"},
-        {"create", ENOSPC, ": No space left on device (noted)"},
-        {"rmdir", EROFS, "to/surplus: Read-only file system (noted)"},
+    const Refusal refusals[] = {
+        {{"getdents", EIO}, "from: Input/output error (noted)"},
+        {{"lstat", EIO}, ": Input/output error (noted)"},
+        {{"create", ENOSPC}, ": No space left on device (noted)"},
+        {{"rmdir", EROFS}, "to/surplus: Read-only file system (noted)"},
     };
-    for (const auto& [call, error, reason] : refusals) {
+    for (const Refusal& test : refusals) {
         fill();
-        WithRefused({{call, error}}, [&] {
+        WithRefused({test.call}, [&] {
             const std::string told = mirror("to");
-            EXPECT_TRUE(told.ends_with(reason)) << told;
+            EXPECT_TRUE(told.ends_with(test.reason)) << told;
         });
-        EXPECT_TRUE(IsThere(dir + "to/own")) << call;
-        EXPECT_TRUE(IsThere(dir + "to/sub/left-too")) << call;
+        EXPECT_TRUE(IsThere(dir + "to/own")) << test.call.name;
+        EXPECT_TRUE(IsThere(dir + "to/sub/left-too")) << test.call.name;
     }
     fill();
     EXPECT_EQ(mirror("to"), "");
@@ -576,6 +573,8 @@ TEST_F(Files, DirectoriesChangePlacesByWhateverTheSystemOffers) {
             EXPECT_EQ(Told([&] { return SwapDirectories(dir + "fresh", dir + "old"); }),
                       test.reason);
         });
+        if (IsSkipped())
+            return;
         EXPECT_EQ(Read("old/file"), test.first);
         EXPECT_TRUE(IsThere(dir + "old/fifo")) << "goes with the name";
         EXPECT_EQ(InfoOf(dir + "fresh").st_ino == old, test.isExchanged);

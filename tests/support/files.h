@@ -26,6 +26,12 @@ inline void SetTimes(const std::string& path, time_t seconds) {
     utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW);
 }
 
+/// A call that the system refuses, and what is told of it.
+struct Refusal {
+    RefusedCall call;
+    const char* reason;
+};
+
 /// Files in a directory of their own, and what an operation on them tells.
 class Files : public Steps {
 protected:
