@@ -27,6 +27,11 @@ bool IsOpen(const Row& row, const RunContext& run) {
     return *row.below == '\0' || IsOlderVersion(run.liveVersion, row.below);
 }
 
+std::string ModeText(const FileState& state) {
+    return fmt::format("mode {:o}, owner {}:{}", state.info.st_mode & 07777U, state.info.st_uid,
+                       state.info.st_gid);
+}
+
 constexpr const char* fromFactory = "from the factory";
 constexpr const char* nothingToTake = "there was nothing to take over";
 constexpr const char* wasEmpty = "it was empty";
@@ -85,6 +90,10 @@ public:
     }
 
     void Enter() {
+        // The per-file checks are of the files that were there when the set was checked.
+        if (name_ == "file set check")
+            for (const auto& [path, state] : ledger_.state_)
+                ledger_.queued_.insert(path);
         for (const FileChange& change : changes_)
             Read(change);
         for (Event& event : events_)
@@ -99,6 +108,8 @@ public:
             Close(event);
         CheckDue();
         for (FileStep& file : files_) {
+            if (!file.change->before && IsWhole(file))
+                ledger_.whole_.insert(file.change->path);
             if (file.change->after)
                 ledger_.sections_[file.change->path] = std::move(file.sectionsAfter);
             else
@@ -253,7 +264,8 @@ private:
                 const SettingsSection& section = file.sections[i];
                 if (target.section.empty()
                         ? !section.isTop
-                        : section.name != target.section && section.Title() != target.section)
+                        : target.section != "*" && section.name != target.section &&
+                              section.Title() != target.section)
                     continue;
                 for (const Setting& setting : section.settings)
                     if (setting.key == target.key && setting.value == target.value) {
@@ -305,6 +317,8 @@ private:
             Node& node = ledger.nodes_[event.after];
             node.reason = ledger.IdOf(event.reason);
             node.origin = event.change.before ? Fate::Changed : event.origin;
+            if (event.origin != Fate::Factory)
+                hasOthers_.insert(event.file);
             ledger.current_[SlotAfter(event)] = event.after;
         }
         if (!event.isTold)
@@ -338,6 +352,9 @@ private:
                !IsOlderVersion(run_.stamp, event.row->below);
     }
 
+    /// A file whose every setting is the factory's.
+    bool IsWhole(const FileStep& file) const { return !hasOthers_.contains(&file); }
+
     // --- what should have changed, and did not ---------------------------------------------------
 
     void CheckDue() {
@@ -345,8 +362,10 @@ private:
             std::none_of(rows_->begin(), rows_->end(), [](const Row& row) { return row.isDue; }))
             return;
         for (const auto& [path, state] : ledger_.state_) {
+            // What came whole from the factory is in its new form.
             const auto name = ledger_.aliases_.NameOf(path);
-            if (!name)
+            if (!name || ledger_.whole_.contains(path) ||
+                (name_ == "file merge" && !ledger_.queued_.contains(path)))
                 continue;
             const std::vector<const Row*> rows = RowsFor(*name);
             if (std::any_of(rows.begin(), rows.end(), [](const Row* row) { return row->isDue; }))
@@ -414,6 +433,7 @@ private:
     std::uint16_t number_ = 0;
     std::deque<FileStep> files_;
     std::unordered_map<std::string, const FileStep*> filesByPath_;
+    std::set<const FileStep*> hasOthers_;  // settings than the factory's
     std::deque<Event> events_;
     std::unordered_map<Slot, Event*, SlotHash> made_;
 };
@@ -556,10 +576,8 @@ std::vector<std::pair<std::string, std::string>> Ledger::Exposed(const TreeState
             told.erase(to);
             return;
         }
-        exposed.emplace_back(
-            to, fmt::format("mode {:o}, owner {}; in {} its passwords had mode {:o}, owner {}",
-                            now->second->info.st_mode & 07777U, now->second->info.st_uid, from,
-                            before.info.st_mode & 07777U, before.info.st_uid));
+        exposed.emplace_back(to, fmt::format("{}; in {} its passwords had {}",
+                                             ModeText(*now->second), from, ModeText(before)));
     };
     ForEachWay([&](const Way& way) {
         if (way.fate != Fate::Moved || !IsSecretKey(way.from.key) || way.before.empty())
@@ -590,6 +608,15 @@ void Ledger::Compare(const TreeState& other) {
             continue;
         const SettingsFile before = ReadSettings(change.before.get());
         const SettingsFile after = ReadSettings(change.after.get());
+        if (change.before && change.after && ModeText(*change.before) != ModeText(*change.after))
+            open_.push_back({"",
+                             {change.path, "", ModeText(*change.after)},
+                             change.path,
+                             "though the steps leave it with " + ModeText(*change.before),
+                             true,
+                             true,
+                             "",
+                             ""});
         for (const SettingChange& one : CompareSettings(before, after)) {
             const SettingsFile& file = one.before ? before : after;
             const auto index = one.before ? one.sectionBefore : one.sectionAfter;

@@ -4,6 +4,7 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -133,6 +134,8 @@ private:
     std::uint32_t nextSection_ = 0;
     std::vector<std::string> steps_{""};
     std::map<std::string, std::vector<const Row*>> matches_;  // by step and shape of the file
+    std::set<std::string> whole_;                             // files that came from the factory
+    std::set<std::string> queued_;                            // for the per-file checks
     std::vector<Unaccounted> open_;
     std::vector<Unaccounted> again_;
 };

@@ -11,8 +11,8 @@ namespace rehearse {
 
 /// Where a setting that moves is expected, and with which value.
 struct Target {
-    std::string file;  // below the configuration root
-    std::string section;
+    std::string file;     // below the configuration root
+    std::string section;  // by name or title; empty for the top level, "*" for any
     std::string key;
     std::string value;
 };

@@ -66,6 +66,10 @@ std::string Seconds(const Spot& spot) {
     return std::to_string(std::strtoll(spot.Was().c_str(), nullptr, 10) * 60);
 }
 
+std::string FactorySeconds(const Spot& spot) {
+    return std::to_string(std::strtoll(FactoryValue(spot).value_or("").c_str(), nullptr, 10) * 60);
+}
+
 std::vector<Target> ToForwardingMode(const Spot& spot) {
     const std::string mode = spot.Was() == "None" ? "Unconditional" : spot.Was();
     return {{spot.file, "", "call_forwarding_mode", mode}};
@@ -127,6 +131,10 @@ std::vector<Row> FileMergeRows() {
             .If(Merged(IsThere()))
             .Below("2.3.29")
             .Due(),
+        On("stun.cfg", "", "UDP Map Time To Life")
+            .Becomes(Equals(FactorySeconds), "minutes became seconds, of the factory's value too")
+            .If([](const Spot& spot) { return spot.Before() == nullptr; })
+            .Below("2.3.29"),
         On("fax.cfg", "T38", "@(fax_rate|fax_udp_ec)")
             .Becomes(Factory(), followsFirmware)
             .If(Merged([](const Spot& spot) { return FactoryValue(spot).has_value(); }))

@@ -133,6 +133,12 @@ bool HasNoCaller(const Spot& spot) {
            CallerOf(*spot.before, *database).address.empty();
 }
 
+/// Only H.323 callers have an alias.
+bool HasOtherType(const Spot& spot) {
+    const OldDatabase* database = DatabaseNamed(spot.FileName());
+    return database != nullptr && spot.Sibling(database->typeKey) != "H323";
+}
+
 /// A forwarding record without a target says nothing.
 bool HasNoTarget(const Spot& spot) {
     return spot.before != nullptr && spot.FileName() == "forwardlistdb" &&
@@ -155,10 +161,11 @@ bool IsTakenOver(const Spot& spot) {
     return false;
 }
 
-/// The description of the first record that names the caller is kept.
+/// Description and alias of the first record that names the caller are kept.
 bool IsNamedBefore(const Spot& spot) {
     const OldDatabase* own = DatabaseNamed(spot.FileName());
-    if (own == nullptr || spot.before == nullptr || spot.key != own->descriptionKey)
+    if (own == nullptr || spot.before == nullptr ||
+        (spot.key != own->descriptionKey && !spot.key.ends_with("H323_alias_address")))
         return false;
     const Caller caller = CallerOf(*spot.before, *own);
     for (const OldDatabase& database : oldDatabases)
@@ -284,6 +291,13 @@ std::vector<Row> SupplementaryRows() {
             .If(HasNoCaller)
             .Below("3.0.1"),
         On(oldFiles, "*", "*").Moves(ToServices, onePattern).Below("3.0.1"),
+        On(oldFiles, "*", "*")
+            .Moves(ToServices, onePattern)
+            .If([](const Spot& spot) {
+                return spot.step.run.extensions.contains(spot.Directory()) && !spot.Was().empty();
+            })
+            .Below("3.0.1")
+            .Due(),
         On(oldFiles, "*", "@(call_type|user_*|*_alias_address)")
             .Goes("a forwarding without a target says nothing")
             .If(HasNoTarget)
@@ -297,13 +311,10 @@ std::vector<Row> SupplementaryRows() {
             .Below("3.0.1"),
         On(oldFiles, "*", "*H323_alias_address")
             .Goes("an alias is that of an H.323 caller")
-            .If([](const Spot& spot) {
-                return spot.Sibling("caller_type") != "H323" &&
-                       spot.Sibling("call_type") != "H323";
-            })
+            .If(HasOtherType)
             .Below("3.0.1"),
-        On(oldFiles, "*", "@(caller_desc|nick_name)")
-            .Goes("the description of the first record that names the caller is kept")
+        On(oldFiles, "*", "@(caller_desc|nick_name|*H323_alias_address)")
+            .Goes("description and alias of the first record that names the caller are kept")
             .If(IsNamedBefore)
             .Below("3.0.1"),
         On("*/supservices_*", "*", "service_on")

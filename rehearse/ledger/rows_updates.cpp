@@ -35,7 +35,7 @@ std::vector<Target> ToAddresses(const Spot& spot) {
         if (slash == std::string::npos)
             continue;
         item[slash] = '-';
-        targets.push_back({spot.file, spot.after ? spot.after->Title() : "", "addr", item});
+        targets.push_back({spot.file, "*", "addr", item});
     }
     return targets;
 }
@@ -207,6 +207,10 @@ const std::vector<StepRows>& UpdateRows() {
                  })
                  .Below("3.1.0")
                  .Due(),
+             On("*/grouplistdb", "*", "address_list")
+                 .Goes("what has no type before a \"/\" is no address")
+                 .If([](const Spot& spot) { return spot.Was().find('/') == std::string::npos; })
+                 .Below("3.1.0"),
              On("*/grouplistdb", "*", "addr")
                  .Becomes(IsListed, "each address has an entry of its own")
                  .Below("3.1.0"),

@@ -16,6 +16,7 @@ using Sections = std::vector<SettingsSection>;
 using Indexes = std::deque<std::ptrdiff_t>;
 
 constexpr const char* identifier = "section_id";
+constexpr const char* subjects[] = {"pattern", "dialing_template"};
 
 std::vector<Setting> SettingsOf(const Document& document, Document::Scope scope) {
     std::vector<Setting> settings;
@@ -55,8 +56,19 @@ std::size_t CountShared(const SettingsSection& a, const SettingsSection& b) {
         }));
 }
 
+/// What a record is about does not change: another pattern is another record.
+bool AreAboutOthers(const SettingsSection& a, const SettingsSection& b) {
+    return std::any_of(std::begin(subjects), std::end(subjects), [&](const char* key) {
+        const std::string* one = a.Find(key);
+        const std::string* other = b.Find(key);
+        return one != nullptr && other != nullptr && *one != *other;
+    });
+}
+
 /// Whether two sections can be one, before and after an edit: they share a value, or most keys.
 bool AreAlike(const SettingsSection& a, const SettingsSection& b) {
+    if (AreAboutOthers(a, b))
+        return false;
     if (CountShared(a, b) != 0)
         return true;
     const auto keys = static_cast<std::size_t>(
@@ -130,7 +142,7 @@ private:
             auto found = free.end();
             for (auto candidate = free.begin(); candidate != free.end(); ++candidate) {
                 const std::size_t shared = CountShared(Before(index), After(*candidate));
-                if (shared > best) {
+                if (shared > best && !AreAboutOthers(Before(index), After(*candidate))) {
                     best = shared;
                     found = candidate;
                 }

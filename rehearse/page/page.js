@@ -91,10 +91,11 @@ function logText(text) {
 
 // A box to type into and a choice beside it. `work` is done when a choice is made, or when nothing
 // has been typed for a moment.
-function filterTools(what, joint, choices, work, before, after) {
-  const input = element('input', {type: 'search', id: 'filter', autocomplete: 'off', spellcheck: 'false', placeholder: 'Filter'});
-  const choice = element('select', {id: 'scope'}, choices.map(([value, text]) => element('option', {value}, text)));
-  const output = element('output', {for: 'filter scope', id: 'found'});
+function filterTools(what, joint, choices, work, before, after, prefix = '') {
+  const [filter, scope] = [`${prefix}filter`, `${prefix}scope`];
+  const input = element('input', {type: 'search', id: filter, autocomplete: 'off', spellcheck: 'false', placeholder: 'Filter'});
+  const choice = element('select', {id: scope}, choices.map(([value, text]) => element('option', {value}, text)));
+  const output = element('output', {for: `${filter} ${scope}`, id: `${prefix}found`});
   let timer = 0;
   input.addEventListener('input', () => {
     clearTimeout(timer);
@@ -104,19 +105,13 @@ function filterTools(what, joint, choices, work, before, after) {
   return {input, choice, output,
     words: () => input.value.toLowerCase().split(/\s+/).filter(Boolean),
     box: element('div.tools', {role: 'search', 'aria-label': what}, before, element('span.filter',
-      element('label.unseen', {for: 'filter'}, 'Filter'), input, element('label', {for: 'scope'}, joint), choice), after, output)};
+      element('label.unseen', {for: filter}, `Filter ${what.toLowerCase()}`), input, element('label', {for: scope}, joint), choice), after, output)};
 }
 
-const results = {
-  'crashed': {rank: 0, label: 'Crashed', tone: 'bad', sign: '✕'},
-  'timed-out': {rank: 1, label: 'Timed out', tone: 'bad', sign: '✕'},
-  'not-held': {rank: 2, label: 'Rehearsal not held', tone: 'bad', sign: '✕'},
-  'not-upgraded': {rank: 3, label: 'Not upgraded', tone: 'bad', sign: '✕'},
-  'problems': {rank: 4, label: 'Upgraded, with problems', tone: 'warn', sign: '!'},
-  'up-to-date': {rank: 5, label: 'Up to date', tone: 'good', sign: '='},
-  'upgraded': {rank: 6, label: 'Upgraded', tone: 'good', sign: '✓'},
-};
-const resultOf = id => results[id] || {rank: -1, label: id, tone: 'bad', sign: '?'};
+// The kinds of verdict that the data name, in their order, the worst first.
+let kinds = [];
+const resultOf = id => kinds.find(kind => kind.id === id) || {label: id, tone: 'bad', sign: '?'};
+const rankOf = id => kinds.findIndex(kind => kind.id === id);
 const sign = result => element('span.sign', {'aria-hidden': 'true'}, result.sign);
 
 function showHead(kicker, title, ...origin) {
@@ -126,7 +121,7 @@ function showHead(kicker, title, ...origin) {
 
 function showFoot(data) {
   byId('foot').append(element('p', `setupmend-rehearse ${data.program.version}`,
-    data.program.binary !== null && [', running ', name(data.program.binary)],
+    data.program.binary !== '' && [', running ', name(data.program.binary)],
     `. Took ${seconds(data.seconds)}. Nothing on the appliance was changed.`));
 }
 
@@ -138,7 +133,8 @@ function showSite(data) {
   showVerdict(data);
   showProblems(data);
   if (data.verdict.result !== 'not-held' || data.changes.length > 0) {
-    if (data.program.binary === null)
+    showSettings(data.ledger);
+    if (data.program.binary === '')
       showSteps(data);
     showChanges(data);
   }
@@ -147,8 +143,10 @@ function showSite(data) {
   showFoot(data);
 }
 
-function showVerdict({verdict, lacks, harmless, changes}) {
-  const result = resultOf(verdict.result);
+function showVerdict({verdict, lacks, notes, harmless, ledger}) {
+  const known = resultOf(verdict.result);
+  // An up-to-date unit may have problems too.
+  const result = verdict.exitStatus === 1 && known.tone === 'good' ? {...known, label: `${known.label}, with problems`, tone: 'warn', sign: '!'} : known;
   const held = verdict.result !== 'not-held';
   const files = verdict.files;
   const facts = element('dl.facts');
@@ -158,13 +156,16 @@ function showVerdict({verdict, lacks, harmless, changes}) {
   if (held) {
     fact('Stamp', verdict.stamped ? 'The version is stamped into linedb.'
       : `Not stamped${verdict.stampReason === '' ? '.' : `: ${verdict.stampReason}`}`);
+    fact('Settings', `${figure(ledger.carried)} of ${figure(ledger.settings)} carried over as they are`, ledger.unaccounted > 0
+      && element('strong', `; ${count(ledger.unaccounted, 'setting')} that no step accounts for`));
     fact('Files', `${figure(files.changed)} changed, ${figure(files.added)} added, ${figure(files.removed)} removed`);
   }
   if (verdict.nextStart.text !== '') {
-    const touched = verdict.nextStart.files;
-    fact('Next start', !verdict.nextStart.changesNothing && element('strong', 'Look at this: '), verdict.nextStart.text,
-      touched.length > 0 && fold('quiet', `The ${count(touched.length, 'file')}`,
-        () => element('ul.names', touched.map(file => element('li', name(file))))));
+    const touched = verdict.nextStart.settings;
+    fact('Next start', !verdict.nextStart.changesNothing && held && element('strong', 'Look at this: '), verdict.nextStart.text,
+      touched.length > 0 && fold('quiet', `What it would change (${figure(touched.length)})`,
+        () => element('ul.plain', touched.map(one => element('li', name(`${one.file} ${one.section && `[${one.section}] `}${one.key}`), ': ',
+          name(one.before), ' → ', name(one.after), one.note !== '' && element('span.soft', ` (${one.note})`))))));
   }
   if (harmless > 0)
     fact('Harmless', `${count(harmless, 'message')} on files that this unit never had`);
@@ -172,6 +173,8 @@ function showVerdict({verdict, lacks, harmless, changes}) {
     fact('The tree lacks', element('ul.plain', lacks.map(({what, means}) =>
       element('li', name(what), means !== '' && `: ${means}`))));
   }
+  for (const note of notes)
+    fact('Note', note);
   fact('Exit status', String(verdict.exitStatus));
   byId('content').append(element(`section.verdict.tone-${result.tone}`, {id: 'verdict', 'aria-labelledby': 'verdict-title'},
     element('h2', {id: 'verdict-title'}, sign(result), result.label), element('p', verdict.summary)), facts);
@@ -251,6 +254,66 @@ function foldButtons(what, folds) {
     button('Fold all', () => folds().forEach(box => { box.open = false; })));
 }
 
+/* --- A site: the way of its settings ------------------------------------------------------------ */
+
+const fates = {dropped: 'dropped', changed: 'changed', moved: 'moved', computed: 'new, computed', factory: 'new, from the factory'};
+
+function showSettings(ledger) {
+  const groups = ledger.groups.toSorted((a, b) => Object.keys(fates).indexOf(a.fate) - Object.keys(fates).indexOf(b.fate) || b.count - a.count);
+  const list = element('div');
+  const tools = filterTools('Settings', 'that are', [['', 'anything'], ...Object.entries(fates)], apply, null, null, 'setting-');
+  const boxes = groups.map(group => {
+    const content = element('div');
+    const box = fold('group', [element('span.kind', fates[group.fate]), element('span', group.reason || 'No row of the table says why'),
+      element('span.number.soft', count(group.count, 'setting'))], () => content);
+    const texts = group.ways.map(way => [way.from, way.before, way.to, way.after].join('\n').toLowerCase());
+    const unfold = box.unfold;
+    const made = {group, box, content, texts, matching: group.ways, told: false};
+    box.unfold = () => {
+      if (!made.told)
+        tellWays(made);
+      unfold();
+    };
+    return made;
+  });
+  function tellWays(made) {
+    made.told = true;
+    const hidden = made.group.count - made.group.ways.length;
+    made.content.replaceChildren(element('p.soft.small', `By ${made.group.steps.join(', then ') || 'no step'}`),
+      ...[shortened('ul.items', made.matching.map(way => () => element('li', wayText(way))), firstShown, 'setting', 'settings')].flat(),
+      ...(hidden > 0 ? [element('p.soft.small', `${figure(hidden)} more are left out here: --explain tells each.`)] : []));
+  }
+  function apply() {
+    const words = tools.words();
+    let room = openedByFilter;
+    let found = 0;
+    for (const made of boxes) {
+      const isAsked = tools.choice.value === '' || tools.choice.value === made.group.fate;
+      const inReason = words.every(word => made.group.reason.toLowerCase().includes(word));
+      made.matching = !isAsked ? [] : made.group.ways.filter((way, at) => inReason || words.every(word => made.texts[at].includes(word)));
+      made.box.hidden = made.matching.length === 0;
+      found += made.matching.length;
+      made.told = false;
+      const open = words.length > 0 && made.matching.length > 0 && made.matching.length <= room;
+      room -= open ? made.matching.length : 0;
+      if (open || made.box.open)
+        made.box.unfold();
+    }
+    tools.output.textContent = words.length === 0 && tools.choice.value === '' ? '' : found === 0 ? 'No setting matches.' : `${count(found, 'setting')}.`;
+  }
+  list.append(...boxes.map(({box}) => box));
+  section('settings', 'Settings', element('p.soft', `${figure(ledger.carried)} settings are carried over as they are. Here is what became of
+    the others, and where new ones came from; what went the same way for the same reason is told together.`),
+    groups.length === 0 ? element('p', 'There are no others.') : [tools.box, list]);
+}
+
+function wayText({from, before, to, after}) {
+  const valued = (place, value) => [name(place), ' = ', name(value)];
+  if (from === '')
+    return valued(to, after);
+  return [valued(from, before), to === '' ? ' → gone' : [' → ', from === to ? name(after) : valued(to, after)]];
+}
+
 /* --- A site: its changes ----------------------------------------------------------------------- */
 
 const firstShown = 100;       // changes of a group, at first
@@ -260,7 +323,7 @@ const longChange = 40;        // lines; a longer change starts folded
 function showChanges(data) {
   const none = data.changes.length === 0;
   section('changes', 'Changes',
-    data.program.binary !== null && element('p', 'This rehearsal ran ', name(data.program.binary), `. Which step did what is not
+    data.program.binary !== '' && element('p', 'This rehearsal ran ', name(data.program.binary), `. Which step did what is not
       known of a program that is run from outside: the changes are told by file and by extension only.`),
     none ? element('p', 'No file was changed.') : element('p.soft', `${count(data.changes.length, 'different change')} in
       ${count(data.files.length, 'file')}. Equal changes are told once, with * for the directory of an extension.`),
@@ -272,7 +335,7 @@ function showChanges(data) {
 class Changes {
   constructor(data) {
     this.data = data;
-    this.told = data.program.binary === null;
+    this.told = data.program.binary === '';
     this.extensions = new Set(data.extensions);
     this.lowered = data.files.map(file => file.toLowerCase());
     this.texts = new Map(data.changes.map(change => [change,
@@ -482,22 +545,22 @@ function highlight(box, words) {
 function showFleet(data) {
   const total = data.sites.length;
   showHead('Rehearsal of a fleet', count(total, 'site'), `Each site was upgraded on a copy, in ${seconds(data.seconds)} in all.`);
-  const present = Object.keys(results).filter(id => data.counts[id] > 0);
+  const present = kinds.map(({id}) => id).filter(id => data.counts[id] > 0);
   const share = element('div.share', {'aria-hidden': 'true'}, present.map(id => {
-    const part = element(`span.tone-${results[id].tone}`);
+    const part = element(`span.tone-${resultOf(id).tone}`);
     part.style.setProperty('--share', data.counts[id]);
     return part;
   }));
   section('verdict', 'Verdict', total === 0 ? element('p', 'There is no site in this fleet.') : [share,
-    element('ul.legend', present.map(id => element(`li.tone-${results[id].tone}`,
-      element('span.label', sign(results[id]), `${results[id].label}: ${figure(data.counts[id])}`))))]);
+    element('ul.legend', present.map(id => element(`li.tone-${resultOf(id).tone}`,
+      element('span.label', sign(resultOf(id)), `${resultOf(id).label}: ${figure(data.counts[id])}`))))]);
   if (total > 0)
     showSites(data, present);
   section('problems', 'The same problem on many sites', data.problems.length === 0 ? element('p', 'No site has a problem.')
     : shortened('div', data.problems.map(problem => () => fleetProblem(problem, data.sites)), 30, 'problem', 'problems'));
   const most = Math.max(1, total);
   section('fleet-steps', 'Steps', element('p.soft', `On how many sites each step touched files, in the order of the run. A step
-    that stands out here may fire where it should not.`), data.steps.length === 0 ? element('p', data.program.binary === null ? 'No step ran.' : 'The steps of a program that is run from outside are not known.')
+    that stands out here may fire where it should not.`), data.steps.length === 0 ? element('p', data.program.binary === '' ? 'No step ran.' : 'The steps of a program that is run from outside are not known.')
     : sortableTable([
       {head: 'Step', value: step => step.name, cell: step => step.name},
       {head: 'Sites', phone: true, right: true, value: step => step.sites, cell: step => figure(step.sites)},
@@ -525,13 +588,13 @@ function fleetProblem(problem, sites) {
 }
 
 function showSites(data, present) {
-  const grave = new Set(['crashed', 'timed-out', 'not-held', 'not-upgraded']);
+  const grave = new Set(kinds.filter(({tone}) => tone === 'bad').map(({id}) => id));
   const touched = ({files}) => files.changed + files.added + files.removed;
   const {table, rows} = sortableTable([
     {head: 'Site', value: site => site.name, cell: site => [siteLink(site), grave.has(site.result) && element('small', site.summary)]},
     {head: 'From', phone: true, value: site => site.from, cell: site => site.from || '–'},
     {head: 'To', phone: true, value: site => site.to, cell: site => site.to || '–'},
-    {head: 'Verdict', kind: 'wide', value: site => resultOf(site.result).rank, cell: site => {
+    {head: 'Verdict', kind: 'wide', value: site => rankOf(site.result), cell: site => {
       const result = resultOf(site.result);
       return element(`span.label.tone-${result.tone}`, sign(result), result.label);
     }},
@@ -539,7 +602,7 @@ function showSites(data, present) {
     {head: 'Files changed', phone: true, right: true, value: touched, cell: site => figure(touched(site))},
     {head: 'Seconds', phone: true, right: true, value: site => site.seconds, cell: site => site.seconds.toFixed(1)},
   ], data.sites);
-  const tools = filterTools('Sites', 'with', [['', 'every verdict'], ...present.map(id => [id, results[id].label])], apply);
+  const tools = filterTools('Sites', 'with', [['', 'every verdict'], ...present.map(id => [id, resultOf(id).label])], apply);
   const texts = data.sites.map(site => [site.name, site.from, site.to, resultOf(site.result).label, site.summary].join('\n').toLowerCase());
   function apply() {
     const words = tools.words();
@@ -583,7 +646,7 @@ function sortableTable(columns, items) {
 /* --- The data that this page holds ------------------------------------------------------------- */
 
 function start() {
-  const shows = {'setupmend-rehearsal/1': showSite, 'setupmend-fleet/1': showFleet};
+  const shows = {'setupmend-rehearsal/2': showSite, 'setupmend-fleet/2': showFleet};
   const text = byId('data').textContent.trim();
   let trouble = '';
   if (text === '' || text.startsWith('@')) {
@@ -591,10 +654,12 @@ function start() {
   } else {
     try {
       const data = JSON.parse(text);
-      if (Object.hasOwn(shows, data.format))
+      if (Object.hasOwn(shows, data.format)) {
+        kinds = data.kinds;
         shows[data.format](data);
-      else
+      } else {
         trouble = `This page does not know data of the format “${data.format}”.`;
+      }
     } catch (error) {
       trouble = `The data of this page cannot be shown: ${error.message}`;
       console.error(error);

@@ -213,13 +213,15 @@ private:
             return isThere ? "\"" + secrets_.Value(one.place.key, text) + "\""
                            : std::string("(none)");
         };
-        item.values = {value(one.hadValue, one.before), value(one.hasValue, one.after)};
         const std::string place =
             (one.place.section.empty() ? "" : "[" + one.place.section + "] ") + one.place.key;
-        item.text =
-            one.hadValue && one.hasValue && one.before == one.after
-                ? fmt::format("{} = {} {}", place, item.values[0], one.text)
-                : fmt::format("{} {}: {} -> {}", place, one.text, item.values[0], item.values[1]);
+        item.text = place + " " + one.text;
+        const bool isSame = one.hadValue && one.hasValue && one.before == one.after;
+        if (isSame && one.before.empty())
+            return item;  // of a file as a whole
+        item.values = {value(one.hadValue, one.before), value(one.hasValue, one.after)};
+        item.text = isSame ? fmt::format("{} = {} {}", place, item.values[0], one.text)
+                           : fmt::format("{}: {} -> {}", item.text, item.values[0], item.values[1]);
         return item;
     }
 
