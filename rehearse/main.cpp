@@ -4,19 +4,23 @@
 #include <string>
 #include <utility>
 
-#include "rehearse/failure.h"
-#include "rehearse/fleet.h"
-#include "rehearse/inside.h"
-#include "rehearse/progress.h"
-#include "rehearse/site.h"
+#include "rehearse/base/failure.h"
+#include "rehearse/base/progress.h"
+#include "rehearse/base/text_file.h"
+#include "rehearse/fleet/fleet.h"
+#include "rehearse/site/inside.h"
+#include "rehearse/site/site.h"
+#include "rehearse/verdict/outcome.h"
 
 namespace {
 
-constexpr int notHeld = 2;
+constexpr int notHeld = 4;
+constexpr int wrongUsage = 64;
 
 struct CommandLine {
     rehearse::Request site;
     rehearse::FleetRequest fleet;
+    unsigned secondsAtMost = 600;
     int inside = -1;
     bool isQuiet = false;
 };
@@ -33,23 +37,30 @@ void Describe(CLI::App& app, CommandLine& line) {
         "  mnt/bbram             from the unit: the voice-mail storage\n"
         "  usr/share/regional    from the new firmware: the per-country files\n"
         "  bin/rtsync            from the new firmware: the appliance's own tool\n"
-        "\nExit status: 0 upgraded without a problem, 1 with problems to look at, 2 not upgraded, or\n"
-        "the rehearsal could not be held. Of a fleet, the worst of its sites.\n");
+        "\nExit status: 0 upgraded or up to date without a problem, 1 with problems to look at,\n"
+        "2 not or partly upgraded, 3 the program crashed or hung, 4 the rehearsal could not be\n"
+        "held, 64 a wrong command line. Of a fleet, the worst of its sites.\n");
     rehearse::Request& site = line.site;
     app.add_option("TREE", site.tree, "The backup");
     app.add_option("CONFIG_ROOT", site.configRoot,
                    "setupmend's argument, as the appliance sees it, such as "
                    "/etc/orix-conf/telephony; anywhere in TREE");
     app.add_option("--html", site.html, "Write a page that shows everything")->type_name("PAGE");
-    app.add_option("--json", site.json, "Write everything as JSON")->type_name("FILE");
+    app.add_option("--json", site.json, "Write everything as JSON; - for standard output")
+        ->type_name("FILE");
+    app.add_option("--explain", site.explain,
+                   "Tell the way of each setting whose place or value contains TEXT")
+        ->type_name("TEXT");
+    app.add_flag("--show-secrets", site.showsSecrets,
+                 "Tell passwords, PINs and keys as they are, in page, JSON and verdict");
     app.add_option("--apply", site.apply, "Leave the upgraded copy, with its report, in OUT")
         ->type_name("OUT");
     app.add_option("--report", site.report, "Write the report (mend.log)")->type_name("FILE");
-    app.add_option("--diff", site.diff, "Write all changes as a unified difference")
-        ->type_name("FILE");
+    app.add_option("--diff", site.diff, "Write all changes, for git apply")->type_name("FILE");
     app.add_option("--orix-path", site.orixPath, "ORIX_PATH of the appliance")->type_name("PATH");
-    app.add_option("--binary", site.binary,
-                   "Run this setupmend, the one to be shipped; changes are then not told by step")
+    app.add_option(
+           "--binary", site.binary,
+           "Run this setupmend, the one to be shipped, and hold it against the one built in")
         ->type_name("FILE");
     app.add_flag("--quiet", line.isQuiet, "No progress on standard error");
 
@@ -62,7 +73,7 @@ void Describe(CLI::App& app, CommandLine& line) {
                    "again, an interrupted fleet goes on there")
         ->type_name("OUT")
         ->needs(dir);
-    for (const char* one : {"--html", "--json", "--apply", "--report", "--diff"})
+    for (const char* one : {"--html", "--json", "--apply", "--report", "--diff", "--explain"})
         app.get_option(one)->excludes(dir);
     app.add_option("--jobs", fleet.jobs, "Sites at once, as parallel takes it")->needs(dir);
     app.add_option("--sshlogin", fleet.sshLogins,
@@ -70,22 +81,27 @@ void Describe(CLI::App& app, CommandLine& line) {
                    "same names")
         ->allow_extra_args(false)
         ->needs(dir);
-    app.add_option("--time-limit", fleet.secondsAtMost, "Seconds that a site may take")
+    app.add_option("--time-limit", line.secondsAtMost, "Seconds that a site may take")
         ->capture_default_str()
-        ->check(CLI::PositiveNumber)
-        ->needs(dir);
+        ->check(CLI::PositiveNumber);
     app.add_option("--inside", line.inside)->group("");  // the sandbox starts us so
     app.set_version_flag("--version", std::string("setupmend-rehearse ") + SETUPMEND_VERSION);
 }
 
 int RehearseOne(const CommandLine& line) {
-    rehearse::Json result;
+    rehearse::Rehearsed rehearsed;
     {
-        rehearse::Progress progress(!line.isQuiet);
-        result = rehearse::RehearseSite(line.site, progress);
+        rehearse::Progress progress(!line.isQuiet, line.secondsAtMost);
+        rehearsed = rehearse::RehearseSite(line.site, progress);
     }
-    fmt::print("{}", rehearse::VerdictText(result));
-    return result["verdict"]["exitStatus"];
+    const bool isJson = line.site.json == "-";  // and nothing else
+    fmt::print(isJson ? stderr : stdout, "{}", rehearse::VerdictText(rehearsed.result));
+    if (!line.site.explain.empty())
+        fmt::print("\n{} of \"{}\":\n", rehearsed.explained.empty() ? "Nothing" : "The ways",
+                   rehearse::Printable(line.site.explain));
+    for (const std::string& text : rehearsed.explained)
+        fmt::print("{}\n", rehearse::Printable(text));
+    return rehearsed.result.verdict.exitStatus;
 }
 
 int Run(int argc, char** argv) {
@@ -102,12 +118,14 @@ int Run(int argc, char** argv) {
         if (!line.fleet.directory.empty())
             line.site.configRoot = std::exchange(line.site.tree, "");
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : notHeld;
+        return app.exit(error) == 0 ? 0 : wrongUsage;
     }
     if (line.inside >= 0)
-        return rehearse::RunInside({line.site.configRoot, !line.site.apply.empty(),
-                                    !line.site.binary.empty(), line.inside});
+        return rehearse::RunInside({line.site.configRoot, line.site.explain,
+                                    !line.site.apply.empty(), !line.site.binary.empty(),
+                                    line.site.showsSecrets, line.inside});
     rehearse::CatchInterrupts();
+    line.fleet.secondsAtMost = line.secondsAtMost;
     if (!line.fleet.directory.empty())
         return rehearse::RehearseFleet(line.fleet, line.site, !line.isQuiet);
     return RehearseOne(line);
@@ -119,7 +137,7 @@ int main(int argc, char** argv) {
     try {
         return Run(argc, argv);
     } catch (const std::exception& error) {
-        fmt::print(stderr, "setupmend-rehearse: {}\n", error.what());
+        fmt::print(stderr, "setupmend-rehearse: {}\n", rehearse::Printable(error.what()));
         return rehearse::Interruption() != 0 ? 128 + rehearse::Interruption() : notHeld;
     }
 }

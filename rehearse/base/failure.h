@@ -1,0 +1,19 @@
+#pragma once
+
+#include <stdexcept>
+
+namespace rehearse {
+
+/// Why a rehearsal cannot be held, in words for the one who asked for it.
+class Failure : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// What ran in the sandbox did not come to its end: it died, or took too long.
+class Crash : public Failure {
+public:
+    using Failure::Failure;
+};
+
+}  // namespace rehearse

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <map>
+#include <string>
+
+#include "rehearse/ledger/settings.h"
+
+namespace rehearse {
+
+/// Whether values under this key are passwords, PINs or keys.
+bool IsSecretKey(const std::string& key);
+
+/// Takes secrets out of what is told: a value becomes "hidden, N characters", with a number that
+/// equal values share.
+class Secrets {
+public:
+    explicit Secrets(bool areShown) : areShown_(areShown) {}
+
+    /// Learns the secrets of a file, to know them in texts that do not name their keys.
+    void Learn(const SettingsFile& file);
+
+    /// A setting's value, hidden when its key or the value itself is a secret's.
+    std::string Value(const std::string& key, const std::string& value);
+    /// A line of a configuration file or of a difference, or of a report.
+    std::string Line(const std::string& line);
+    std::string Text(const std::string& text);
+
+private:
+    std::string Hidden(const std::string& value);
+    std::string WithoutKnown(std::string text) const;
+
+    bool areShown_;
+    std::map<std::string, unsigned> numbers_;  // by value
+};
+
+}  // namespace rehearse

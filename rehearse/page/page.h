@@ -1,0 +1,12 @@
+#pragma once
+
+#include <string>
+
+#include "rehearse/verdict/result.h"
+
+namespace rehearse {
+
+/// The page that shows a result, of a site or a fleet.
+std::string Page(const Json& result);
+
+}  // namespace rehearse

@@ -1,0 +1,117 @@
+#include "rehearse/site/inside.h"
+
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include "rehearse/base/failure.h"
+#include "rehearse/base/text_file.h"
+#include "rehearse/sandbox/backup.h"
+#include "rehearse/sandbox/sandbox.h"
+#include "rehearse/site/account.h"
+#include "rehearse/site/restore.h"
+#include "rehearse/site/trial.h"
+#include "rehearse/watch/git_difference.h"
+
+namespace fs = std::filesystem;
+
+namespace rehearse {
+namespace {
+
+std::string AtScratch(const std::string& name) {
+    return std::string(scratchInside) + "/" + name;
+}
+
+/// One rehearsal, from the first look to the result.
+class Rehearsal {
+public:
+    explicit Rehearsal(const Inside& inside)
+        : inside_(inside),
+          runner_(inside.configRoot, [this](const std::string& what) { Say(what); }) {}
+
+    InsideResult Hold() {
+        runs_.isOrdered = OrderTree(Order::Ascending);
+        Say("upgrade");
+        if (inside_.runsBinary) {
+            runs_.watched = runner_.RunWatched();
+            SetReportAside("");
+            RestoreTree(Order::Ascending);
+            Say("the program");
+            runs_.shipped = runner_.RunBlind(true);
+        } else {
+            runs_.watched = runner_.RunWatched();
+        }
+        const Trial& trial = runs_.Main();
+        if (inside_.keepsTree)
+            CopyBackup(treeInside, upgradedInside, [] {});
+        const std::vector<FileChange> net = Compare(trial.before, trial.after);
+        WriteFile(AtScratch("diff"), GitDifference(net));
+        SetReportAside("report");
+
+        Say("next start");
+        runs_.next = inside_.runsBinary ? runner_.RunBlind(true) : runner_.RunWatched();
+        SetReportAside("");
+        if (runs_.isOrdered) {
+            Say("other order");
+            runs_.isOrdered = RestoreTree(Order::Descending);
+            runs_.other = runner_.RunBlind(inside_.runsBinary);
+        }
+        fs::rename(AtScratch("report"), AtScratch("mend.log"));
+
+        Say("explain");
+        return Account(runs_, runner_, {inside_.explain, inside_.showsSecrets});
+    }
+
+private:
+    void Say(const std::string& what) const {
+        const std::string line = what + "\n";
+        if (write(inside_.progress, line.data(), line.size()) < 0)
+            return;  // nobody looks any more
+    }
+
+    /// Each run begins its report anew.
+    static void SetReportAside(const std::string& name) {
+        const std::string report = AtScratch("mend.log");
+        if (!fs::exists(report))
+            WriteFile(report, "");
+        if (name.empty())
+            fs::remove(report);
+        else
+            fs::rename(report, AtScratch(name));
+    }
+
+    const Inside& inside_;
+    TrialRunner runner_;
+    Runs runs_;
+};
+
+}  // namespace
+
+std::vector<std::string> ArgumentsOf(const Inside& inside) {
+    std::vector<std::string> arguments = {"--inside", std::to_string(progressInside)};
+    if (inside.runsBinary)
+        arguments.insert(arguments.end(), {"--binary", binaryInside});
+    if (inside.keepsTree)
+        arguments.insert(arguments.end(), {"--apply", upgradedInside});
+    if (inside.showsSecrets)
+        arguments.emplace_back("--show-secrets");
+    if (!inside.explain.empty())
+        arguments.push_back("--explain=" + inside.explain);
+    arguments.insert(arguments.end(), {"--", treeInside});
+    if (!inside.configRoot.empty())
+        arguments.push_back(inside.configRoot);
+    return arguments;
+}
+
+int RunInside(const Inside& inside) {
+    std::signal(SIGPIPE, SIG_IGN);
+    const Json result = Rehearsal(inside).Hold();
+    WriteFile(AtScratch("result.json"), Text(result, -1));
+    return 0;
+}
+
+}  // namespace rehearse

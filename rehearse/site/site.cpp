@@ -1,0 +1,287 @@
+#include "rehearse/site/site.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <fmt/format.h>
+#include <functional>
+#include <set>
+
+#include "app/recovery.h"
+#include "rehearse/base/failure.h"
+#include "rehearse/base/text_file.h"
+#include "rehearse/page/page.h"
+#include "rehearse/sandbox/backup.h"
+#include "rehearse/sandbox/sandbox.h"
+#include "rehearse/site/inside.h"
+
+namespace fs = std::filesystem;
+
+namespace rehearse {
+namespace {
+
+std::string RootOf(const Request& request) {
+    if (!request.configRoot.empty())
+        return request.configRoot;
+    return (request.orixPath.empty() ? "/etc/orix-conf/" : request.orixPath) + "telephony";
+}
+
+/// A directory of the copy with a linedb in it, as the appliance would name it.
+std::string FindTelephony(const std::string& root) {
+    std::error_code error;
+    for (auto entry = fs::recursive_directory_iterator(
+             root, fs::directory_options::skip_permission_denied, error);
+         entry != fs::recursive_directory_iterator(); entry.increment(error)) {
+        if (error)
+            break;
+        if (entry->path().filename() == "default-conf")
+            entry.disable_recursion_pending();
+        else if (entry->path().filename() == "linedb")
+            return entry->path().parent_path().string().substr(root.size());
+    }
+    return {};
+}
+
+void RequireTelephony(const Request& request, const std::string& root) {
+    const std::string configRoot = RootOf(request);
+    if (!configRoot.starts_with('/'))
+        throw Failure("a configuration root is a path from the appliance's root: /" + configRoot);
+    const std::string real = RealBelow(root, configRoot);
+    if (IsHidden(real.empty() ? configRoot : real.substr(root.size())))
+        throw Failure("a rehearsal has something of its own in the place of " + configRoot +
+                      "; move it elsewhere in TREE, and give that as CONFIG_ROOT");
+    // A copy that a run left may be all that there is of it.
+    if (!real.empty() || !RealBelow(root, configRoot + copySuffix).empty())
+        return;
+    const std::string found = FindTelephony(root);
+    throw Failure(
+        request.tree + " has no " + configRoot.substr(configRoot.find_first_not_of('/')) +
+        ": the live configuration is missing" +
+        (found.empty() ? "" : "; there is a linedb in " + found + ", give that as CONFIG_ROOT"));
+}
+
+void RequireBinary(const std::string& binary) {
+    if (binary.empty())
+        return;
+    if (!fs::is_regular_file(binary))
+        throw Failure("no such program: " + binary);
+    if (access(binary.c_str(), X_OK) != 0)
+        throw Failure("not executable: " + binary);
+}
+
+/// Finds out before the run whether a file can be written; what was not there stays so.
+void RequireWritable(const std::string& path) {
+    const bool isThere = access(path.c_str(), F_OK) == 0;
+    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOCTTY, 0600);
+    if (file < 0)
+        throw Failure("cannot write " + path + ": " + std::strerror(errno));
+    close(file);
+    if (!isThere)
+        unlink(path.c_str());
+}
+
+/// Nothing that is written may be TREE or lie within it, which is never changed, and no two outputs
+/// may be one. OUT must be new or empty.
+void RequireOutputs(const Request& request) {
+    const fs::path tree = fs::weakly_canonical(request.tree);
+    std::set<fs::path> known;
+    for (const std::string* output :
+         {&request.apply, &request.report, &request.diff, &request.json, &request.html}) {
+        if (output->empty() || (output == &request.json && *output == "-"))
+            continue;
+        const fs::path path = fs::weakly_canonical(*output);
+        if ((path.string() + "/").starts_with(tree.string() + "/"))
+            throw Failure(*output + " lies inside TREE, which must not change");
+        if (fs::is_other(path))
+            continue;  // a terminal or /dev/null takes everything
+        if (!known.insert(path).second)
+            throw Failure("two outputs have one name: " + *output);
+        if (output != &request.apply)
+            RequireWritable(*output);
+    }
+    if (request.apply.empty())
+        return;
+    if (fs::exists(fs::symlink_status(request.apply)) &&
+        !(fs::is_directory(request.apply) && fs::is_empty(request.apply)))
+        throw Failure("OUT is not empty: " + request.apply);
+    const fs::path above = fs::weakly_canonical(request.apply).parent_path();
+    if (access(above.c_str(), W_OK) != 0)
+        throw Failure("cannot write " + request.apply + ": " + std::strerror(errno));
+}
+
+void HandOver(const Request& request, const std::string& root, const std::string& scratch) {
+    const std::string log = ReadAll(scratch + "/mend.log");
+    if (!request.report.empty())
+        WriteFile(request.report, log);
+    if (!request.diff.empty())
+        WriteFile(request.diff, ReadAll(scratch + "/diff"));
+    if (request.apply.empty())
+        return;
+    fs::remove_all(request.apply);
+    CopyBackup(scratch + "/upgraded", request.apply, [] {});
+    // The place of the sandbox's own links was still there when the copy was made.
+    const std::string alternatives = RealBelow(request.apply, "etc/alternatives");
+    if (!alternatives.empty() && RealBelow(root, "etc/alternatives").empty())
+        fs::remove(alternatives);
+    fs::remove_all(request.apply + "/mend.log");  // what the tree has there may be a link
+    WriteFile(request.apply + "/mend.log", log);
+    fs::permissions(request.apply, fs::perms::owner_all);
+}
+
+/// A result in which nothing was held yet.
+SiteResult EmptyResult(const Request& request) {
+    SiteResult result;
+    std::string name = fs::path(request.tree).lexically_normal().filename();
+    if (name.empty())  // "customer/"
+        name = fs::path(request.tree).lexically_normal().parent_path().filename();
+    result.program = {SETUPMEND_VERSION, request.binary};
+    result.site = {name, request.tree, RootOf(request) + "/"};
+    result.kinds = ResultKinds();
+    return result;
+}
+
+/// How far the run is, by the number of steps that it has ended.
+class Stage {
+public:
+    explicit Stage(Progress& progress) : progress_(progress) {}
+    void operator()(const std::string& said) {
+        constexpr double copied = 0.2;
+        constexpr double each = 0.6 / 50;  // of about fifty steps
+        if (said.empty() || said == ".") {
+            progress_.Tick();
+            return;
+        }
+        last_ = said;
+        done_ = std::min(0.95, (done_ == 0 ? copied : done_) + each);
+        const bool isPart = said == "upgrade" || said == "next start" || said == "explain" ||
+                            said == "other order" || said == "the program";
+        if (isPart)
+            part_ = said;
+        progress_.Show(isPart ? said : part_ + ": after " + said, done_);
+    }
+    /// Where it was, in words.
+    std::string Where() const {
+        return last_.empty() || last_ == part_ ? "in: " + (part_.empty() ? "preparation" : part_)
+                                               : "in " + part_ + ", behind the step " + last_;
+    }
+
+private:
+    Progress& progress_;
+    double done_ = 0;
+    std::string part_;
+    std::string last_;
+};
+
+/// What ran died or hung: that is a result, with the report so far.
+void TellCrash(SiteResult& result, const Crash& crash, const Stage& stage,
+               const std::string& scratch) {
+    result.verdict.result = "crashed";
+    result.verdict.exitStatus = KindOf("crashed").exitStatus;
+    result.verdict.summary = fmt::format("Crashed: {} ({}).", crash.what(), stage.Where());
+    // Unseen by the sandbox's own accounting, so nothing of it is told that may be a secret.
+    const std::string log = ReadAll(scratch + "/mend.log");
+    result.notes.push_back(fmt::format("the report up to there has {} lines; --report writes it",
+                                       LinesOf(log).size()));
+}
+
+/// The copies that a rehearsal works on, and what it leaves.
+struct Places {
+    std::string pristine;  // its root
+    std::string root;
+    std::string scratch;
+};
+
+Places Prepare(const Request& request, const Workspace& work, Progress& progress,
+               SiteResult& result) {
+    Places places;
+    const std::string pristine = work.Path() + "/pristine";
+    places.scratch = work.Path() + "/scratch";
+    progress.Show("copy " + request.tree, 0);
+    CopyBackup(request.tree, pristine, [&] { progress.Tick(); });
+    places.pristine = FindRoot(pristine, request.tree);
+    RequireTelephony(request, places.pristine);
+    result.lacks = CompleteRoot(places.pristine);
+    places.root = work.Path() + "/copy";
+    CopyBackup(places.pristine, places.root, [&] { progress.Tick(); });
+    fs::create_directory(places.scratch);
+    return places;
+}
+
+Rehearsed Hold(const Request& request, Progress& progress, SiteResult result) {
+    if (!fs::exists(request.tree))
+        throw Failure("no such directory or archive: " + request.tree);
+    RequireBinary(request.binary);
+    constexpr std::uint64_t times = 6;  // two copies, the recovery copy, what is new, and some more
+    const Workspace work(times * SizeOf(request.tree));
+    Stage stage(progress);
+    try {
+        const Places places = Prepare(request, work, progress, result);
+        Sandbox sandbox{
+            places.root,      places.pristine,
+            places.scratch,   request.binary.empty() ? "" : fs::canonical(request.binary).string(),
+            request.orixPath, {}};
+        Inside inside;
+        inside.configRoot = request.configRoot;
+        inside.explain = request.explain;
+        inside.keepsTree = !request.apply.empty();
+        inside.runsBinary = !request.binary.empty();
+        inside.showsSecrets = request.showsSecrets;
+        sandbox.arguments = ArgumentsOf(inside);
+        try {
+            RunInSandbox(sandbox, std::ref(stage));
+        } catch (const Crash& crash) {
+            TellCrash(result, crash, stage, places.scratch);
+            if (!request.report.empty())
+                WriteFile(request.report, ReadAll(places.scratch + "/mend.log"));
+            return {result, {}};
+        }
+        InsideResult ran = Json::parse(ReadAll(places.scratch + "/result.json"));
+        HandOver(request, places.root, places.scratch);
+        ran.site.program = result.program;
+        ran.site.site = result.site;
+        ran.site.kinds = result.kinds;
+        ran.site.lacks = result.lacks;
+        return {std::move(ran.site), std::move(ran.explained)};
+    } catch (const std::exception& error) {
+        if (Interruption() == 0 && work.IsFull())
+            throw Failure(fmt::format(
+                "the place to work in, {}, is full; TMPDIR names another, with {} MB or more",
+                work.Path(), (times * SizeOf(request.tree) >> 20) + 64));
+        throw;
+    }
+}
+
+}  // namespace
+
+Rehearsed RehearseSite(const Request& request, Progress& progress) {
+    RequireOutputs(request);
+    const auto begin = std::chrono::steady_clock::now();
+    Rehearsed rehearsed{EmptyResult(request), {}};
+    try {
+        rehearsed = Hold(request, progress, rehearsed.result);
+    } catch (const std::exception& error) {
+        if (Interruption() != 0)
+            throw;
+        rehearsed.result.verdict.summary =
+            std::string("The rehearsal could not be held: ") + error.what();
+    }
+    SiteResult& result = rehearsed.result;
+    result.seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+    const Json json = result;
+    if (request.json == "-")
+        fmt::print("{}\n", Text(json));
+    else if (!request.json.empty())
+        WriteFile(request.json, Text(json) + "\n");
+    if (!request.html.empty())
+        WriteFile(request.html, Page(json));
+    return rehearsed;
+}
+
+}  // namespace rehearse

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "rehearse/base/progress.h"
+#include "rehearse/verdict/result.h"
+
+namespace rehearse {
+
+/// What is asked for. Empty: not asked for.
+struct Request {
+    std::string tree;        // a directory, or an archive of one
+    std::string configRoot;  // as the appliance sees it
+    std::string orixPath;
+    std::string binary;
+    std::string explain;  // tells the ways of settings that hold this text
+    bool showsSecrets = false;
+    // Where to leave what; "-" for standard output, of the JSON.
+    std::string apply;
+    std::string report;
+    std::string diff;
+    std::string json;
+    std::string html;
+};
+
+/// A result, and what --explain asked for.
+struct Rehearsed {
+    SiteResult result;
+    std::vector<std::string> explained;
+};
+
+/// Rehearses the upgrade of one site. A rehearsal that can't be held is a result too. Throws
+/// Failure when what was asked for can't be written, or the user interrupted it.
+Rehearsed RehearseSite(const Request& request, Progress& progress);
+
+}  // namespace rehearse

@@ -1,0 +1,138 @@
+#include "rehearse/watch/tree_watch.h"
+
+#include <fts.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstring>
+#include <ctime>
+#include <fstream>
+#include <iterator>
+#include <string_view>
+
+#include "app/recovery.h"
+#include "files/replace.h"
+#include "rehearse/base/failure.h"
+
+namespace rehearse {
+namespace {
+
+constexpr off_t largest = 4 << 20;  // bytes; settings are smaller, recordings may be larger
+
+/// The recovery copy comes and goes with an upgrade, and a temporary with a save: neither is what
+/// the upgrade is about. What stands at the top for the sandbox's sake is not the tree's.
+bool IsPassedOver(const FTSENT& entry) {
+    const std::string_view name(entry.fts_name, entry.fts_namelen);
+    return name.ends_with(copySuffix) || name.ends_with(files::temporarySuffix);
+}
+
+bool IsOlder(const struct timespec& time, const struct timespec& than) {
+    return time.tv_sec != than.tv_sec ? time.tv_sec < than.tv_sec : time.tv_nsec < than.tv_nsec;
+}
+
+bool IsSameTime(const struct timespec& a, const struct timespec& b) {
+    return !IsOlder(a, b) && !IsOlder(b, a);
+}
+
+bool IsUntouched(const struct stat& now, const struct stat& before) {
+    return now.st_ino == before.st_ino && now.st_size == before.st_size &&
+           now.st_mode == before.st_mode && now.st_uid == before.st_uid &&
+           now.st_gid == before.st_gid && IsSameTime(now.st_ctim, before.st_ctim) &&
+           IsSameTime(now.st_mtim, before.st_mtim);
+}
+
+std::shared_ptr<const std::string> ReadContent(const char* path, const struct stat& info) {
+    if (S_ISLNK(info.st_mode)) {
+        char target[PATH_MAX];
+        const ssize_t length = readlink(path, target, sizeof target);
+        return std::make_shared<std::string>(target,
+                                             length < 0 ? 0 : static_cast<std::size_t>(length));
+    }
+    if (!S_ISREG(info.st_mode) || info.st_size > largest)
+        return nullptr;
+    std::ifstream file(path, std::ios::binary);
+    if (!file)
+        return nullptr;
+    return std::make_shared<std::string>(std::istreambuf_iterator<char>(file),
+                                         std::istreambuf_iterator<char>());
+}
+
+bool IsSame(const FileState& a, const FileState& b) {
+    if (a.info.st_mode != b.info.st_mode || a.info.st_uid != b.info.st_uid ||
+        a.info.st_gid != b.info.st_gid)
+        return false;
+    if (a.content && b.content)
+        return *a.content == *b.content;
+    return IsUntouched(a.info, b.info);
+}
+
+struct timespec ShortlyBeforeNow() {
+    constexpr long tick = 20'000'000;  // nanoseconds, longer than any kernel's
+    struct timespec now {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    now.tv_nsec -= tick;
+    if (now.tv_nsec < 0) {
+        now.tv_nsec += 1'000'000'000;
+        --now.tv_sec;
+    }
+    return now;
+}
+
+}  // namespace
+
+std::vector<FileChange> Compare(const TreeState& before, const TreeState& after) {
+    std::vector<FileChange> changes;
+    auto old = before.begin();
+    auto now = after.begin();
+    while (old != before.end() || now != after.end()) {
+        if (now == after.end() || (old != before.end() && old->first < now->first)) {
+            changes.push_back({old->first, old->second, nullptr});
+            ++old;
+        } else if (old == before.end() || now->first < old->first) {
+            changes.push_back({now->first, nullptr, now->second});
+            ++now;
+        } else {
+            if (old->second != now->second && !IsSame(*old->second, *now->second))
+                changes.push_back({now->first, old->second, now->second});
+            ++old;
+            ++now;
+        }
+    }
+    return changes;
+}
+
+void TreeWatch::Look() {
+    const struct timespec begin = ShortlyBeforeNow();
+    char* const roots[] = {root_.data(), nullptr};
+    const std::unique_ptr<FTS, int (*)(FTS*)> walk(
+        fts_open(roots, FTS_PHYSICAL | FTS_NOCHDIR, nullptr), fts_close);
+    if (!walk)
+        throw Failure("cannot read " + root_ + ": " + std::strerror(errno));
+    TreeState state;
+    while (const FTSENT* entry = fts_read(walk.get())) {
+        if (IsPassedOver(*entry)) {
+            fts_set(walk.get(), const_cast<FTSENT*>(entry), FTS_SKIP);
+            continue;
+        }
+        if (entry->fts_info != FTS_F && entry->fts_info != FTS_SL &&
+            entry->fts_info != FTS_SLNONE && entry->fts_info != FTS_DEFAULT)
+            continue;
+        std::string path = entry->fts_path + root_.size() + 1;
+        const struct stat& info = *entry->fts_statp;
+        const auto known = state_.find(path);
+        const bool isUntouched = known != state_.end() && IsUntouched(info, known->second->info) &&
+                                 IsOlder(info.st_ctim, safeBefore_);
+        auto now = isUntouched ? known->second
+                               : std::make_shared<const FileState>(
+                                     FileState{info, ReadContent(entry->fts_path, info)});
+        // The same entry for the same file, so that a comparison need not look at its bytes.
+        if (!isUntouched && known != state_.end() && IsUntouched(info, known->second->info) &&
+            IsSame(*known->second, *now))
+            now = known->second;
+        state.emplace(std::move(path), std::move(now));
+    }
+    state_ = std::move(state);
+    safeBefore_ = begin;
+}
+
+}  // namespace rehearse
