@@ -8,12 +8,11 @@
 #include <fmt/format.h>
 #include <map>
 #include <memory>
-#include <optional>
-#include <sstream>
 
 #include "rehearse/base/child.h"
 #include "rehearse/base/failure.h"
 #include "rehearse/base/text_file.h"
+#include "rehearse/fleet/job_log.h"
 #include "rehearse/fleet/result.h"
 #include "rehearse/page/page.h"
 #include "rehearse/watch/pattern.h"
@@ -22,18 +21,6 @@ namespace fs = std::filesystem;
 
 namespace rehearse {
 namespace {
-
-/// What GNU parallel's job log tells of a site.
-struct Job {
-    double seconds = 0;
-    int exitStatus = -1;
-    int signal = 0;
-};
-
-/// parallel leaves a site that it ended for its time without an exit status.
-bool WasTooLong(const Job& job) {
-    return job.exitStatus < 0;
-}
 
 /// A name for the shell that parallel starts.
 std::string Quoted(const std::string& text) {
@@ -191,20 +178,6 @@ private:
             throw Failure(
                 "GNU parallel ended before all sites were rehearsed; the same command "
                 "goes on where it was");
-    }
-
-    /// A line of the job log: the site's number from 0, and what became of it.
-    static std::optional<std::pair<std::size_t, Job>> ParseJob(const std::string& line) {
-        std::istringstream words(line);
-        std::size_t number = 0;
-        std::string host;
-        std::string unused;
-        Job job;
-        if (words >> number >> host >> unused >> job.seconds >> unused >> unused >>
-                job.exitStatus >> job.signal &&
-            number >= 1)
-            return std::pair(number - 1, job);
-        return std::nullopt;  // the heads of the columns
     }
 
     /// By the number of the site. Of one that was begun twice, the last.

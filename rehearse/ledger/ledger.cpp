@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <numeric>
 #include <set>
 
 #include "app/version.h"
@@ -94,10 +95,29 @@ public:
         if (name_ == "file set check")
             for (const auto& [path, state] : ledger_.state_)
                 ledger_.queued_.insert(path);
+        std::map<std::string, std::vector<const FileChange*>> batches;
         for (const FileChange& change : changes_)
-            Read(change);
+            if (const auto name = ledger_.aliases_.NameOf(change.path)) {
+                waiting_.insert(change.path);
+                const std::size_t slash = name->find('/');
+                batches[slash == std::string::npos ? "" : name->substr(0, slash)].push_back(
+                    &change);
+            }
+        // A directory after the other, so that thousands of extensions need the memory of one. What
+        // moves out of the files at the top is waited for.
+        for (const auto& [directory, batch] : batches)
+            EnterBatch(directory, batch);
+        CheckDue();
+        ledger_.state_ = std::move(after_);
+    }
+
+private:
+    void EnterBatch(const std::string& directory, const std::vector<const FileChange*>& batch) {
+        for (const FileChange* change : batch)
+            Read(*change);
         for (Event& event : events_)
             MakeNodes(event);
+        Receive();
         for (Event& event : events_)
             if (event.change.before)
                 AccountForOld(event);
@@ -106,19 +126,25 @@ public:
                 AccountForNew(event);
         for (Event& event : events_)
             Close(event);
-        CheckDue();
         for (FileStep& file : files_) {
-            if (!file.change->before && IsWhole(file))
+            if (!file.change->before && !hasOthers_.contains(&file))
                 ledger_.whole_.insert(file.change->path);
             if (file.change->after)
                 ledger_.sections_[file.change->path] = std::move(file.sectionsAfter);
             else
                 ledger_.sections_.erase(file.change->path);
         }
-        ledger_.state_ = std::move(after_);
+        files_.clear();
+        filesByPath_.clear();
+        hasOthers_.clear();
+        events_.clear();
+        made_.clear();
+        if (!directory.empty()) {
+            treeBefore_.Forget(directory);
+            treeAfter_.Forget(directory);
+        }
     }
 
-private:
     Spot SpotOf(const Event& event) const {
         return {
             context_,         event.file->name,       event.SectionBefore(), event.SectionAfter(),
@@ -141,6 +167,7 @@ private:
                           {},
                           {}});
         FileStep& file = files_.back();
+        waiting_.erase(change.path);
         filesByPath_[change.path] = &file;
         file.sectionsBefore = ledger_.SectionsOf(change.path, *file.before);
         const std::vector<std::ptrdiff_t> match = MatchSections(*file.before, *file.after);
@@ -277,13 +304,32 @@ private:
         return isFound;
     }
 
+    /// A setting that another became, in a file whose turn comes later.
+    struct Expected {
+        NodeId from;
+        const Row* row;
+        std::size_t section;
+        std::string key;
+        unsigned occurrence;
+    };
+
     void Lead(const Event& event, const Row& row, const std::string& path, const SettingsFile& file,
               std::size_t section, const Setting& setting) {
+        if (waiting_.contains(path)) {
+            expected_[path].push_back(
+                {event.before, &row, section, setting.key, setting.occurrence});
+            return;
+        }
         const auto changed = filesByPath_.find(path);
         const std::uint32_t number = changed != filesByPath_.end()
                                          ? changed->second->sectionsAfter[section]
                                          : ledger_.SectionsOf(path, file)[section];
-        const Slot slot{number, ledger_.IdOf(setting.key), setting.occurrence};
+        Link(event.before, row, {number, ledger_.IdOf(setting.key), setting.occurrence},
+             {path, file.sections[section].Title(), setting.key}, setting.value);
+    }
+
+    void Link(NodeId from, const Row& row, const Slot& slot, const Place& place,
+              const std::string& value) {
         const auto made = made_.find(slot);
         NodeId to = none;
         if (made != made_.end()) {
@@ -294,10 +340,26 @@ private:
             if (*target.reason == '\0')
                 target.reason = row.reason;
         } else {
-            to = ledger_.NodeAt(slot, {path, file.sections[section].Title(), setting.key},
-                                setting.value);
+            to = ledger_.NodeAt(slot, place, value);
         }
-        ledger_.edges_.push_back({event.before, to, ledger_.IdOf(row.reason), number_});
+        ledger_.edges_.push_back({from, to, ledger_.IdOf(row.reason), number_});
+    }
+
+    /// Takes in what came from files that were entered before.
+    void Receive() {
+        for (const FileStep& file : files_) {
+            const auto expected = expected_.find(file.change->path);
+            if (expected == expected_.end())
+                continue;
+            for (const Expected& one : expected->second) {
+                const SettingsSection& section = file.after->sections[one.section];
+                const std::string* value = section.Find(one.key, one.occurrence);
+                Link(one.from, *one.row,
+                     {file.sectionsAfter[one.section], ledger_.IdOf(one.key), one.occurrence},
+                     {file.change->path, section.Title(), one.key}, value ? *value : "");
+            }
+            expected_.erase(expected);
+        }
     }
 
     void Close(Event& event) {
@@ -351,9 +413,6 @@ private:
                !run_.stamp.empty() && run_.isDue && IsOlderVersion(run_.liveVersion, run_.stamp) &&
                !IsOlderVersion(run_.stamp, event.row->below);
     }
-
-    /// A file whose every setting is the factory's.
-    bool IsWhole(const FileStep& file) const { return !hasOthers_.contains(&file); }
 
     // --- what should have changed, and did not ---------------------------------------------------
 
@@ -436,6 +495,8 @@ private:
     std::set<const FileStep*> hasOthers_;  // settings than the factory's
     std::deque<Event> events_;
     std::unordered_map<Slot, Event*, SlotHash> made_;
+    std::set<std::string> waiting_;  // files that are not entered yet
+    std::map<std::string, std::vector<Expected>> expected_;
 };
 
 Ledger::Ledger(TreeState before, const std::string& root, const std::string& stunFile)
@@ -491,12 +552,16 @@ void Ledger::Enter(const std::string& step, const std::vector<FileChange>& chang
 }
 
 void Ledger::ForEachWay(const std::function<void(const Way&)>& visit) const {
-    std::vector<std::vector<const Edge*>> out(nodes_.size());
+    std::vector<Edge> edges = edges_;
+    std::stable_sort(edges.begin(), edges.end(),
+                     [](const Edge& a, const Edge& b) { return a.from < b.from; });
+    std::vector<std::uint32_t> first(nodes_.size() + 1, 0);  // of a node's edges
     std::vector<bool> hasParent(nodes_.size(), false);
-    for (const Edge& edge : edges_) {
-        out[edge.from].push_back(&edge);
+    for (const Edge& edge : edges) {
+        ++first[edge.from + 1];
         hasParent[edge.to] = true;
     }
+    std::partial_sum(first.begin(), first.end(), first.begin());
     for (NodeId origin = 0; origin < nodes_.size(); ++origin) {
         const Node& node = nodes_[origin];
         if (hasParent[origin] || (node.origin == Fate::Carried && node.isAlive))
@@ -518,10 +583,10 @@ void Ledger::ForEachWay(const std::function<void(const Way&)>& visit) const {
             if (!seen.insert(walk.at).second)
                 continue;
             const Node& at = nodes_[walk.at];
-            if (!out[walk.at].empty()) {
-                for (const Edge* edge : out[walk.at]) {
-                    Walk next{edge->to, walk.steps, edge->reason};
-                    next.steps.push_back(steps_[edge->step]);
+            if (first[walk.at] != first[walk.at + 1]) {
+                for (std::uint32_t i = first[walk.at]; i < first[walk.at + 1]; ++i) {
+                    Walk next{edges[i].to, walk.steps, edges[i].reason};
+                    next.steps.push_back(steps_[edges[i].step]);
                     walks.push_back(std::move(next));
                 }
                 continue;

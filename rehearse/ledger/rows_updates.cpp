@@ -148,7 +148,7 @@ std::vector<Target> ToNoTerminal(const Spot& spot) {
 constexpr const char* echoDelay = "echo delays are counted from 80 less since 3.0.32";
 constexpr const char* digit = "the exchange digit is kept in fxo_prefix";
 constexpr const char* autoDigit = "the exchange digit is kept in auto_fxo_prefix";
-constexpr const char* plan = "the firmware's dial plan takes the place of the site's";
+constexpr const char* dialPlan = "the firmware's dial plan takes the place of the site's";
 constexpr const char* trunks = "each ISDN trunk has a directory of its own";
 constexpr const char* noE1 = "a BRI trunk has no such setting";
 constexpr const char* notFitted = "the ISDN trunk is not fitted";
@@ -194,8 +194,8 @@ const std::vector<StepRows>& UpdateRows() {
              On("dialplan.cfg", "*", "timeout")
                  .Becomes(IsKeptTimeout, "the time-out of 0* is kept for R*")
                  .Below("3.0.7"),
-             On("dialplan.cfg", "*", "*").Becomes(Factory(), plan).Below("3.0.7"),
-             On("dialplan.cfg", "*", "*").Goes(plan).Below("3.0.7"),
+             On("dialplan.cfg", "*", "*").Becomes(Factory(), dialPlan).Below("3.0.7"),
+             On("dialplan.cfg", "*", "*").Goes(dialPlan).Below("3.0.7"),
          }},
         {"group lists",
          {

@@ -74,6 +74,13 @@ const SettingsFile& TreeSettings::FileAt(const std::string& path) {
     return files_.emplace(path, ReadSettings(state->second.get())).first->second;
 }
 
+void TreeSettings::Forget(const std::string& directory) {
+    const std::string path = aliases_.PathOf(directory) + "/";
+    auto end = files_.lower_bound(path);
+    while (end != files_.end() && end->first.starts_with(path))
+        end = files_.erase(end);
+}
+
 std::optional<std::string> TreeSettings::Value(const std::string& name, const std::string& section,
                                                const std::string& key) {
     const SettingsSection* found = File(name).Section(section);

@@ -55,6 +55,8 @@ public:
     std::optional<std::string> Value(const std::string& name, const std::string& section,
                                      const std::string& key);
     const TreeState& State() const { return state_; }
+    /// Forgets what is read of a directory below the configuration root.
+    void Forget(const std::string& directory);
 
 private:
     const TreeState& state_;

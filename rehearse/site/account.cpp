@@ -156,11 +156,12 @@ private:
             outcome.hasEndedEarly = watched.Has(Fact::Kind::EndedEarly);
             for (const StepRecord& step : watched.steps)
                 outcome.hasConverted =
-                    outcome.hasConverted || (step.name != "stamp" && !step.changes.empty());
+                    outcome.hasConverted ||
+                    (step.name != "stamp" && step.changed + step.added + step.removed != 0);
         } else {
             const std::string& report = main_.steps.front().report;
             outcome.hasEndedEarly = report.find("exiting setupmend...") != std::string::npos;
-            outcome.hasConverted = !main_.steps.front().changes.empty();
+            outcome.hasConverted = !Compare(main_.before, main_.after).empty();
             outcome.crash = main_.crash;
         }
         return outcome;
@@ -322,21 +323,19 @@ private:
     // ----------------------------------------------------------------------------
 
     void AddSteps(SiteResult& site) {
-        ChangeTable table;
         for (const StepRecord& step : main_.steps) {
-            table.Add(step.name, step.changes);
-            if (runs_.IsShipped() || (step.changes.empty() && step.report.empty()))
+            if (runs_.IsShipped() ||
+                (step.changed + step.added + step.removed == 0 && step.report.empty()))
                 continue;
-            const FileCounts counts = CountOf(step.changes);
             std::string log = FoldReport(secrets_.Text(step.report), extensions_);
             if (!step.printed.empty())
                 log += "\nprinted by commands:\n" +
                        FoldReport(secrets_.Text(step.printed), extensions_);
             site.steps.push_back(
-                {step.name, step.seconds, counts.changed, counts.added, counts.removed, log});
+                {step.name, step.seconds, step.changed, step.added, step.removed, log});
         }
-        site.files = table.Files();
-        site.changes = table.Groups(extensions_);
+        site.files = main_.changes.Files();
+        site.changes = main_.changes.Groups();
         for (EqualChanges& change : site.changes)
             for (std::string& line : change.lines)
                 line = secrets_.Line(line);

@@ -37,13 +37,14 @@ public:
         runs_.isOrdered = OrderTree(Order::Ascending);
         Say("upgrade");
         if (inside_.runsBinary) {
-            runs_.watched = runner_.RunWatched();
+            runs_.watched = runner_.RunWatched({});
             SetReportAside("");
             RestoreTree(Order::Ascending);
             Say("the program");
-            runs_.shipped = runner_.RunBlind(true);
+            const Extensions& extensions = runs_.watched.context.extensions;
+            runs_.shipped = runner_.RunBlind(true, runs_.watched.before, extensions);
         } else {
-            runs_.watched = runner_.RunWatched();
+            runs_.watched = runner_.RunWatched({});
         }
         const Trial& trial = runs_.Main();
         if (inside_.keepsTree)
@@ -53,12 +54,13 @@ public:
         SetReportAside("report");
 
         Say("next start");
-        runs_.next = inside_.runsBinary ? runner_.RunBlind(true) : runner_.RunWatched();
+        runs_.next = inside_.runsBinary ? runner_.RunBlind(true, trial.after, {})
+                                        : runner_.RunWatched(trial.after);
         SetReportAside("");
         if (runs_.isOrdered) {
             Say("other order");
             runs_.isOrdered = RestoreTree(Order::Descending);
-            runs_.other = runner_.RunBlind(inside_.runsBinary);
+            runs_.other = runner_.RunBlind(inside_.runsBinary, trial.after, {});
         }
         fs::rename(AtScratch("report"), AtScratch("mend.log"));
 

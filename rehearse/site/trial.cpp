@@ -77,6 +77,14 @@ void SetArguments(const std::string& configRoot) {
     Thread::SetCommandLine(argument.empty() ? 1 : 2, arguments);
 }
 
+StepRecord RecordOf(const std::string& name, double seconds, const std::vector<FileChange>& changes,
+                    Growth& report, Growth& printed) {
+    StepRecord record{name, seconds, 0, 0, 0, report.Take(), printed.Take()};
+    for (const FileChange& change : changes)
+        ++(!change.before ? record.added : !change.after ? record.removed : record.changed);
+    return record;
+}
+
 /// Facts are of the step in which they are told, whose name is known at its end.
 class FactKeeper {
 public:
@@ -179,9 +187,9 @@ void TrialRunner::RunLinked(const std::function<void(ConfigUpgrader&, const char
         std::rethrow_exception(failure);
 }
 
-Trial TrialRunner::RunWatched() {
+Trial TrialRunner::RunWatched(const TreeState& known) {
     Trial trial;
-    TreeWatch watch(treeInside);
+    TreeWatch watch(treeInside, known);
     trial.before = watch.State();
     trial.oldStamp = ReadStamp("/" + root_);
     FactKeeper facts(root_);
@@ -195,8 +203,8 @@ Trial TrialRunner::RunWatched() {
         watch.Look();
         facts.EndStep(name);
         isChecked = isChecked || name == "version check";
-        trial.steps.push_back(
-            {name, seconds, Compare(before, watch.State()), report.Take(), printed.Take()});
+        const std::vector<FileChange> changes = Compare(before, watch.State());
+        trial.steps.push_back(RecordOf(name, seconds, changes, report, printed));
         trial.context = ContextOf(upgrader, root_, isChecked);
         trial.context.stamp = trial.oldStamp;
         // What an interrupted upgrade left half done is put back before anything is accounted for.
@@ -205,7 +213,10 @@ Trial TrialRunner::RunWatched() {
             trial.ledger =
                 std::make_unique<Ledger>(isRecovery ? watch.State() : before, root_, stunFile_);
         if (!isRecovery)
-            trial.ledger->Enter(name, trial.steps.back().changes, trial.context);
+            trial.ledger->Enter(name, changes, trial.context);
+        Extensions directories = trial.context.extensions;
+        directories.insert(trial.context.attendants.begin(), trial.context.attendants.end());
+        trial.changes.Add(name, changes, directories);
         say_(name);
         begin = Clock::now();  // looking is not the step's time
     };
@@ -219,9 +230,9 @@ Trial TrialRunner::RunWatched() {
     return trial;
 }
 
-Trial TrialRunner::RunBlind(bool isProgram) {
+Trial TrialRunner::RunBlind(bool isProgram, const TreeState& known, const Extensions& extensions) {
     Trial trial;
-    TreeWatch watch(treeInside);
+    TreeWatch watch(treeInside, known);
     trial.before = watch.State();
     trial.oldStamp = ReadStamp("/" + root_);
     Growth report(InScratch("mend.log"), 64 << 20);
@@ -234,8 +245,9 @@ Trial TrialRunner::RunBlind(bool isProgram) {
     const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
     watch.Look();
     trial.after = watch.State();
-    trial.steps.push_back(
-        {"", seconds, Compare(trial.before, trial.after), report.Take(), printed.Take()});
+    const std::vector<FileChange> changes = Compare(trial.before, trial.after);
+    trial.steps.push_back(RecordOf("", seconds, changes, report, printed));
+    trial.changes.Add("", changes, extensions);
     trial.stamp = ReadStamp("/" + root_);
     return trial;
 }

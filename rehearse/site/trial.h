@@ -7,6 +7,7 @@
 
 #include "rehearse/ledger/ledger.h"
 #include "rehearse/verdict/problems.h"
+#include "rehearse/watch/change_table.h"
 #include "rehearse/watch/tree_watch.h"
 
 class ConfigUpgrader;
@@ -17,7 +18,9 @@ namespace rehearse {
 struct StepRecord {
     std::string name;
     double seconds = 0;
-    std::vector<FileChange> changes;
+    std::size_t changed = 0;
+    std::size_t added = 0;
+    std::size_t removed = 0;
     std::string report;
     std::string printed;  // by the commands that it ran
 };
@@ -27,6 +30,7 @@ struct Trial {
     TreeState before;
     TreeState after;
     std::vector<StepRecord> steps;
+    ChangeTable changes;
     std::vector<KeptFact> facts;
     RunContext context;
     std::unique_ptr<Ledger> ledger;  // of a run that was watched by step
@@ -43,10 +47,11 @@ public:
 
     TrialRunner(std::string configRoot, Say say);
 
-    /// Runs the linked upgrade and looks after each step.
-    Trial RunWatched();
+    /// Runs the linked upgrade and looks after each step. What the tree has in common with `known`
+    /// is kept once.
+    Trial RunWatched(const TreeState& known);
     /// Runs the linked upgrade, or a program, and looks at the end alone.
-    Trial RunBlind(bool isProgram);
+    Trial RunBlind(bool isProgram, const TreeState& known, const Extensions& extensions);
 
     /// The configuration root below the tree, with a "/" at its end.
     const std::string& Root() const { return root_; }

@@ -93,7 +93,7 @@ const Rule rules[] = {
      "Commands that failed",
      "What the command should have done is not done.",
      "Read what it said.",
-     {"Can't run: ", "Update done - Failed", "to System done - Failed", "%s - Failed"}},
+     {"Can't run: ", "Failed: "}},
     {"incomplete",
      "Settings that could not be carried over",
      "What is named could not be converted, and its old form may be gone.",

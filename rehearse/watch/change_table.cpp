@@ -1,36 +1,25 @@
 #include "rehearse/watch/change_table.h"
 
 #include <algorithm>
-#include <map>
-#include <set>
 
 #include "rehearse/watch/differences.h"
-#include "rehearse/watch/pattern.h"
 
 namespace rehearse {
 
-void ChangeTable::Add(const std::string& step, std::vector<FileChange> changes) {
-    if (!changes.empty())
-        steps_.emplace_back(step, std::move(changes));
+void ChangeTable::Add(const std::string& step, const std::vector<FileChange>& changes,
+                      const Extensions& extensions) {
+    if (changes.empty())
+        return;
+    std::map<Alike, FileNumbers>& groups =
+        steps_.emplace_back(step, std::map<Alike, FileNumbers>()).second;
+    for (const FileChange& change : changes)
+        Collect(change, Pattern(change.path, extensions), groups);
 }
 
-namespace {
-
-/// What is alike in equal changes.
-struct Alike {
-    std::string pattern;
-    std::string kind;
-    std::string where;
-    std::string note;
-    std::vector<std::string> lines;
-    auto operator<=>(const Alike&) const = default;
-};
-
-using FileNumbers = std::vector<std::size_t>;
-
 /// A change of one file, each of its hunks beside those like it.
-void Collect(const FileChange& change, std::size_t number, const std::string& pattern,
-             std::map<Alike, FileNumbers>& groups) {
+void ChangeTable::Collect(const FileChange& change, const std::string& pattern,
+                          std::map<Alike, FileNumbers>& groups) {
+    const std::size_t number = numbers_.emplace(change.path, numbers_.size()).first->second;
     Difference difference = Describe(change);
     if (difference.hunks.empty() || !difference.note.empty())
         difference.hunks.insert(difference.hunks.begin(), Hunk{});
@@ -44,41 +33,31 @@ void Collect(const FileChange& change, std::size_t number, const std::string& pa
     }
 }
 
-/// The most widespread first.
-void WriteStep(const std::string& step, const std::map<Alike, FileNumbers>& groups,
-               std::vector<EqualChanges>& changes) {
-    std::vector<const std::pair<const Alike, FileNumbers>*> sorted;
-    for (const auto& group : groups)
-        sorted.push_back(&group);
-    std::stable_sort(sorted.begin(), sorted.end(), [](const auto* a, const auto* b) {
-        return a->second.size() > b->second.size();
-    });
-    for (const auto* group : sorted)
-        changes.push_back({step, group->first.kind, group->first.pattern, group->first.where,
-                           group->first.lines, group->first.note, group->second});
-}
-
-}  // namespace
-
 std::vector<std::string> ChangeTable::Files() const {
-    std::set<std::string> paths;
-    for (const auto& [step, changes] : steps_)
-        for (const FileChange& change : changes)
-            paths.insert(change.path);
-    return {paths.begin(), paths.end()};
+    std::vector<std::string> files;
+    for (const auto& [path, number] : numbers_)
+        files.push_back(path);
+    return files;
 }
 
-std::vector<EqualChanges> ChangeTable::Groups(const Extensions& extensions) const {
-    const std::vector<std::string> files = Files();
+std::vector<EqualChanges> ChangeTable::Groups() const {
+    std::vector<std::size_t> places(numbers_.size());
+    std::size_t place = 0;
+    for (const auto& [path, number] : numbers_)
+        places[number] = place++;
     std::vector<EqualChanges> table;
-    for (const auto& [step, changes] : steps_) {
-        std::map<Alike, FileNumbers> groups;
-        for (const FileChange& change : changes) {
-            const auto place = std::lower_bound(files.begin(), files.end(), change.path);
-            Collect(change, static_cast<std::size_t>(place - files.begin()),
-                    Pattern(change.path, extensions), groups);
+    for (const auto& [step, groups] : steps_) {
+        const auto begin = static_cast<std::ptrdiff_t>(table.size());
+        for (const auto& [alike, members] : groups) {
+            table.push_back(
+                {step, alike.kind, alike.pattern, alike.where, alike.lines, alike.note, members});
+            for (std::size_t& file : table.back().files)
+                file = places[file];
         }
-        WriteStep(step, groups, table);
+        std::stable_sort(table.begin() + begin, table.end(),
+                         [](const EqualChanges& a, const EqualChanges& b) {
+                             return a.files.size() > b.files.size();
+                         });
     }
     return table;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -20,19 +21,35 @@ struct EqualChanges {
 };
 
 /// The changes of a run, equal ones told once: the same step, the same file of whatever extension,
-/// the same lines.
+/// the same lines. It keeps what it tells and not the files.
 class ChangeTable {
 public:
     /// Adds what a step changed. The step's name is empty when it is not known.
-    void Add(const std::string& step, std::vector<FileChange> changes);
+    void Add(const std::string& step, const std::vector<FileChange>& changes,
+             const Extensions& extensions);
 
     /// All changed paths, sorted.
     std::vector<std::string> Files() const;
     /// The changes, the most widespread of each step first.
-    std::vector<EqualChanges> Groups(const Extensions& extensions) const;
+    std::vector<EqualChanges> Groups() const;
 
 private:
-    std::vector<std::pair<std::string, std::vector<FileChange>>> steps_;
+    /// What is alike in equal changes.
+    struct Alike {
+        std::string pattern;
+        std::string kind;
+        std::string where;
+        std::string note;
+        std::vector<std::string> lines;
+        auto operator<=>(const Alike&) const = default;
+    };
+    using FileNumbers = std::vector<std::size_t>;
+
+    void Collect(const FileChange& change, const std::string& pattern,
+                 std::map<Alike, FileNumbers>& groups);
+
+    std::map<std::string, std::size_t> numbers_;  // of the paths, as they were met
+    std::vector<std::pair<std::string, std::map<Alike, FileNumbers>>> steps_;
 };
 
 }  // namespace rehearse

@@ -15,7 +15,7 @@ bool IsText(const FileState& state) {
 
 /// The section that a line stands in, by the lines down to it. An unnamed one is "section": its
 /// place in the file would keep equal changes apart.
-class Place {
+class Enclosing {
 public:
     void Pass(std::string_view line) {
         while (!line.empty() && (line.front() == ' ' || line.front() == '\t'))
@@ -35,7 +35,7 @@ std::vector<Hunk> Hunks(const Lines& before, const Lines& after) {
     LineDiff diff(before, after, true);
     diff.compose();
     std::vector<Hunk> hunks;
-    Place place;
+    Enclosing place;
     bool isOpen = false;
     for (const auto& [line, info] : diff.getSes().getSequence()) {
         if (info.type == dtl::SES_COMMON) {

@@ -30,7 +30,7 @@ std::string Name(const std::string& side, const std::string& path) {
 }
 
 /// Behind the name in a line of its own: a tab ends one with blanks.
-std::string Ended(const std::string& name) {
+std::string EndedName(const std::string& name) {
     return name.find(' ') == std::string::npos || name.front() == '"' ? name : name + "\t";
 }
 
@@ -54,8 +54,8 @@ void AddLines(std::ostringstream& text, const State& before, const State& after,
     const Lines to = LinesIn(after);
     if (from == to)
         return;
-    text << "--- " << (before ? Ended(old) : "/dev/null") << "\n+++ "
-         << (after ? Ended(now) : "/dev/null") << "\n";
+    text << "--- " << (before ? EndedName(old) : "/dev/null") << "\n+++ "
+         << (after ? EndedName(now) : "/dev/null") << "\n";
     if (from.empty() || to.empty() || IsTooLong(from, to)) {
         text << fmt::format("@@ -{},{} +{},{} @@\n", from.empty() ? 0 : 1, from.size(),
                             to.empty() ? 0 : 1, to.size());

@@ -3,6 +3,7 @@
 #include <fts.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <ctime>
@@ -17,7 +18,10 @@
 namespace rehearse {
 namespace {
 
-constexpr off_t largest = 4 << 20;  // bytes; settings are smaller, recordings may be larger
+// Bytes. Settings of thousands of extensions are text; what is no text is a recording when it is
+// large, and not looked into.
+constexpr off_t large = 4 << 20;
+constexpr off_t largest = 256 << 20;
 
 /// The recovery copy comes and goes with an upgrade, and a temporary with a save: neither is what
 /// the upgrade is about. What stands at the top for the sandbox's sake is not the tree's.
@@ -53,8 +57,15 @@ std::shared_ptr<const std::string> ReadContent(const char* path, const struct st
     std::ifstream file(path, std::ios::binary);
     if (!file)
         return nullptr;
-    return std::make_shared<std::string>(std::istreambuf_iterator<char>(file),
-                                         std::istreambuf_iterator<char>());
+    std::string text(static_cast<std::size_t>(std::min(info.st_size, large)), '\0');
+    file.read(text.data(), static_cast<std::streamsize>(text.size()));
+    text.resize(static_cast<std::size_t>(file.gcount()));
+    if (info.st_size > large) {
+        if (text.find('\0') != std::string::npos)
+            return nullptr;
+        text.append(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    }
+    return std::make_shared<std::string>(std::move(text));
 }
 
 bool IsSame(const FileState& a, const FileState& b) {
@@ -125,10 +136,14 @@ void TreeWatch::Look() {
         auto now = isUntouched ? known->second
                                : std::make_shared<const FileState>(
                                      FileState{info, ReadContent(entry->fts_path, info)});
-        // The same entry for the same file, so that a comparison need not look at its bytes.
-        if (!isUntouched && known != state_.end() && IsUntouched(info, known->second->info) &&
-            IsSame(*known->second, *now))
-            now = known->second;
+        // The same entry for the same file, so that a comparison need not look at its bytes; and
+        // the same bytes for another that holds them, of which there may be hundreds of thousands.
+        if (!isUntouched && known != state_.end() && IsSame(*known->second, *now)) {
+            if (IsUntouched(info, known->second->info))
+                now = known->second;
+            else
+                now = std::make_shared<const FileState>(FileState{info, known->second->content});
+        }
         state.emplace(std::move(path), std::move(now));
     }
     state_ = std::move(state);

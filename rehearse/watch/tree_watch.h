@@ -34,7 +34,11 @@ std::vector<FileChange> Compare(const TreeState& before, const TreeState& after)
 /// of `files`, which note what the disk refuses: looking on must not change what is looked at.
 class TreeWatch {
 public:
-    explicit TreeWatch(std::string root) : root_(std::move(root)) { Look(); }
+    /// What the tree has in common with `known` is kept once.
+    explicit TreeWatch(std::string root, const TreeState& known = {})
+        : root_(std::move(root)), state_(known) {
+        Look();
+    }
 
     /// Looks again. What was touched since the last time, or shortly before it, is read again: a
     /// clock tick is long enough for two saves of the same size.
