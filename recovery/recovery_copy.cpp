@@ -224,8 +224,10 @@ bool RecoveryCopy::Make(const std::string& version, const NamePredicate& isEnter
     }
     copy_ = places.front();
     const bool isShort = watch.HasSeenShortage();
-    report_ += "\tcan't make recovery copy " + copy_ + " (" + reason + "), upgrade " +
-               (isShort ? "is not begun" + MissingRoom(tree_) : "goes on without it") + "\n";
+    report_ +=
+        "\tcan't make recovery copy " + copy_ + " (" + reason + "), " +
+        (isShort ? "upgrade is not begun" + MissingRoom(tree_) : "upgrade goes on without it") +
+        "\n";
     return !isShort;
 }
 

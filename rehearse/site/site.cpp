@@ -13,7 +13,7 @@
 #include <functional>
 #include <set>
 
-#include "app/recovery.h"
+#include "recovery/recovery_copy.h"
 #include "rehearse/base/failure.h"
 #include "rehearse/base/text_file.h"
 #include "rehearse/page/page.h"
@@ -57,7 +57,7 @@ void RequireTelephony(const Request& request, const std::string& root) {
         throw Failure("a rehearsal has something of its own in the place of " + configRoot +
                       "; move it elsewhere in TREE, and give that as CONFIG_ROOT");
     // A copy that a run left may be all that there is of it.
-    if (!real.empty() || !RealBelow(root, configRoot + copySuffix).empty())
+    if (!real.empty() || !RealBelow(root, configRoot + files::recoverySuffix).empty())
         return;
     const std::string found = FindTelephony(root);
     throw Failure(

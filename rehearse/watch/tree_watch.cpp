@@ -11,8 +11,8 @@
 #include <iterator>
 #include <string_view>
 
-#include "app/recovery.h"
 #include "files/replace.h"
+#include "recovery/recovery_copy.h"
 #include "rehearse/base/failure.h"
 
 namespace rehearse {
@@ -27,7 +27,7 @@ constexpr off_t largest = 256 << 20;
 /// the upgrade is about. What stands at the top for the sandbox's sake is not the tree's.
 bool IsPassedOver(const FTSENT& entry) {
     const std::string_view name(entry.fts_name, entry.fts_namelen);
-    return name.ends_with(copySuffix) || name.ends_with(files::temporarySuffix);
+    return files::IsOwnName(name);
 }
 
 bool IsOlder(const struct timespec& time, const struct timespec& than) {

@@ -103,7 +103,7 @@ TEST(Verdict, AReportOfAnotherProgramIsRead) {
 // A text that no line of the product prints finds nothing for ever.
 TEST(Verdict, EachTextThatIsLookedForIsPrinted) {
     std::string sources;
-    for (const char* folder : {"app", "files", "steps", "store", "util"})
+    for (const char* folder : {"app", "files", "recovery", "steps", "store", "util"})
         for (const auto& entry :
              std::filesystem::recursive_directory_iterator(std::string(SOURCES) + "/" + folder)) {
             std::stringstream text;
