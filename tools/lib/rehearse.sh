@@ -7,18 +7,29 @@ rehearse_needs=(g++=g++ cmake=cmake ninja=ninja-build bwrap=bubblewrap parallel=
     /usr/include/dtl/dtl.hpp=libdtl-dev /usr/include/nlohmann/json.hpp=nlohmann-json3-dev
     /usr/include/fmt/format.h=libfmt-dev)
 
-# build_rehearse: quiet unless it fails.
-build_rehearse() {
+# show_progress: of what ninja says, the last line, where somebody looks.
+show_progress() {
+    local line
+    while IFS= read -r line; do
+        printf '%s\n' "$line"
+        [ ! -t 2 ] || printf '\r\033[K%.78s' "$line" >&2
+    done
+    [ ! -t 2 ] || printf '\r\033[K' >&2
+}
+
+# build_rehearse: says how far it is, and all only when it fails.
+build_rehearse() (
+    set -o pipefail
     local root log
     root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd -P)
     mkdir -p "$root/build/release"
     log=$root/build/release/rehearse.log
     [ -e "$root/build/release/setupmend-rehearse" ] ||
         echo '==> building setupmend-rehearse (preset rehearse)'
-    if ! (cd "$root" && cmake --preset rehearse && cmake --build build/release) \
-        >"$log" 2>&1 </dev/null; then
+    if ! { (cd "$root" && cmake --preset rehearse && cmake --build build/release) 2>&1 </dev/null |
+        show_progress >"$log"; }; then
         cat "$log"
         echo 'error: the build failed' >&2
         return 1
     fi
-}
+)
