@@ -250,7 +250,7 @@ TEST_F(Steps, WhatNoCopyCanLayOverIsNotTheDisksFault) {
 
 TEST_F(Steps, ACopyThatWasKilledHasItsModesInTheEnd) {
     site.appliance.runShell = [this](const std::string& command) {
-        std::system(command.c_str());
+        EXPECT_EQ(std::system(command.c_str()), 0);
         const std::string copy = site.Live("new.mend-tmp");
         return std::system(("rm " + copy + "/sub/b && chmod 600 " + copy + "/sub/a && chmod 700 " +
                             copy + "/sub " + copy)
