@@ -14,71 +14,12 @@ if [ "${1-}" = --picture ]; then
         "file://$(realpath -- "$3")" 2>"$work/errors" || { cat "$work/errors" && exit 1; }
     exit
 fi
-cat >"$work/test.html" <<'HTML'
-<script>
-const told = [];
-const check = (what, holds) => told.push((holds ? 'ok       ' : 'FAILED   ') + what);
-const all = selector => [...document.querySelectorAll(selector)];
-const seen = selector => all(selector).filter(found => found.checkVisibility());
-const pause = () => new Promise(done => setTimeout(done, 400));
-const click = text => pause(all('button').findLast(button => button.textContent.startsWith(text)).click());
-const data = JSON.parse(document.getElementById('data').textContent);
-const filter = async (text, scope = '') => {
-  document.getElementById('scope').value = scope;
-  document.getElementById('filter').value = text;
-  await pause(document.getElementById('filter').dispatchEvent(new Event('input')));
-  return document.getElementById('found').textContent;
-};
-async function site() {
-  check('name, summary and steps are there', all('h1')[0].textContent === data.site.name
-    && all('.verdict')[0].textContent.includes(data.verdict.summary) && all('.steps > li').length === data.steps.length);
-  const first = all('.group')[0];
-  check('a fold is empty until it opens', all('.change').length === 0);
-  for (const open of [true, false]) {
-    await pause(first.firstChild.click());
-    check(`a fold ${open ? 'opens' : 'closes'}`, first.open === open && (seen('.change').length > 0) === open);
-  }
-  const path = data.files[Math.floor(data.files.length / 2)];
-  const hits = data.changes.filter(({files}) => files.some(file => data.files[file].includes(path))).length;
-  check('the filter finds a file', (await filter(path, 'file')).startsWith(`${hits} of `) && seen('.change').length === hits);
-  check('the filter says when nothing matches', /^No change/.test(await filter('no such text')) && seen('.group').length === 0);
-  check('an empty filter shows all, folded as before', await filter('') === '' && seen('.group').length > 0 && !first.open);
-  document.querySelector('[value=extension]').click();
-  const name = data.extensions.find(extension => extension.includes('<'));
-  await filter(name, 'extension');
-  check('a name with markup is text', seen('.group h3').map(title => title.textContent).join() === `Extension ${name}`);
-  await click('Fold all', await filter(''));
-  check('all fold', !all('.group').some(fold => fold.open));
-  await click('Unfold all');
-  check('all unfold', all('.group, .change').every(fold => fold.open) && seen('ins').length > 0);
-  check('nothing in the data became an element', all('script').length === 3 && all('img, iframe, main i').length === 0);
-}
-async function fleet() {
-  const rows = () => all('#sites tbody tr').filter(row => !row.hidden);
-  check('a row a site, in the order given', rows().map(row => row.querySelector('bdi').textContent).join() === data.sites.map(({name}) => name).join());
-  const last = data.sites.at(-1).name;
-  await filter(last);
-  check('the filter finds a site', rows().length > 0 && rows().every(row => row.textContent.includes(last)));
-  check('the filter says when nothing matches', await filter('no such site') === 'No site matches.' && rows().length === 0);
-  await click('Seconds', await filter(''));
-  const took = rows().map(row => Number(row.lastChild.textContent));
-  check('sorted by seconds', all('[aria-sort=descending]').length === 1 && took.join() === took.toSorted((a, b) => b - a).join());
-  check('each step and problem is told once', all('#fleet-steps tbody tr').length === data.steps.length
-    && (data.problems.length > 31 || all('.problem').length === data.problems.length));
-  all('#sites a').forEach(link => told.push(`link ${link.getAttribute('href')}`));
-}
-(data.sites ? fleet() : site()).catch(error => check(error.stack, false)).finally(() => {
-  check('nothing is wider than a phone', innerWidth === 360 && document.documentElement.scrollWidth <= 360);
-  parent.postMessage(`\n${told.join('\n')}\n`, '*');
-});
-</script>
-HTML
 # A window cannot be as narrow as a phone, a frame can.
 echo '<iframe src="page.html" width="360" height="800" style="border: 0"></iframe><pre></pre>
     <script>onmessage = ({data}) => { document.querySelector("pre").textContent = data; };</script>' >"$work/frame.html"
 for page in "${1:?usage: tests/page_test.sh SITE_PAGE FLEET_PAGE}" "${2:?and a FLEET_PAGE}"; do
     printf '%s\n' "$page:"
-    cat -- "$page" "$work/test.html" >"$work/page.html"
+    { cat -- "$page" && echo "<script>" && cat "${BASH_SOURCE[0]%.sh}.js" && echo "</script>"; } >"$work/page.html"
     timeout 120 "$browser" "${options[@]}" --virtual-time-budget=60000 --dump-dom "file://$work/frame.html" \
         >"$work/dom" 2>"$work/errors" || echo 'FAILED   the browser ran'
     grep -E '^(ok|FAILED) ' "$work/dom" || echo 'FAILED   the test came to its end'

@@ -118,7 +118,8 @@ std::string Secrets::Line(const std::string& line) {
         std::string key = Trimmed(line.substr(0, equals));
         key = key.substr(key.rfind(": ") == std::string::npos ? 0 : key.rfind(": ") + 2);
         const std::size_t end = std::min(line.find_first_of("\r\n", equals), line.size());
-        if (IsSecretKey(key))
+        // A sentence is no key.
+        if (IsSecretKey(key) && key.find(',') == std::string::npos)
             return line.substr(0, equals + 1) + Hidden(line.substr(equals + 1, end - equals - 1)) +
                    line.substr(end);
     }

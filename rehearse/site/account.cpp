@@ -8,14 +8,11 @@
 #include <set>
 
 #include "app/appliance.h"
-#include "app/config_root.h"
 #include "app/version.h"
-#include "files/look.h"
 #include "rehearse/ledger/secrets.h"
 #include "rehearse/verdict/outcome.h"
 #include "rehearse/verdict/problems.h"
 #include "rehearse/watch/change_table.h"
-#include "store/multi_section_file.h"
 
 namespace rehearse {
 namespace {
@@ -39,7 +36,7 @@ bool Mentions(const std::string& text, const Place& place, const std::string& va
 
 class Accountant {
 public:
-    Accountant(const Runs& runs, const TrialRunner& runner, const AccountOptions& options)
+    Accountant(Runs& runs, const TrialRunner& runner, const AccountOptions& options)
         : runs_(runs),
           main_(runs.Main()),
           root_(runner.Root()),
@@ -49,7 +46,8 @@ public:
 
     InsideResult Make() {
         LearnSecrets();
-        AddExtensions();
+        for (const TreeState* state : {&main_.before, &main_.after})
+            extensions_.merge(ExtensionsIn(*state, root_));
         if (runs_.IsShipped())
             runs_.watched.ledger->Compare(main_.after);
         const Outcome outcome = FindOutcome();
@@ -61,6 +59,8 @@ public:
         else
             problems_.AddFacts(main_.facts);
         const NextStart next = FindNext();
+        runs_.other = {};
+        runs_.next = {};
         InsideResult result;
         SiteResult& site = result.site;
         site.problems = problems_.Sorted();
@@ -72,8 +72,7 @@ public:
         site.extensions = {extensions_.begin(), extensions_.end()};
         AddSteps(site);
         AddLedger(site);
-        for (const StepRecord& step : main_.steps)
-            site.report += secrets_.Text(step.report);
+        AddReport(site);
         if (!runs_.isOrdered)
             site.notes.emplace_back(
                 "the place of the copy lists directories in an order of its own, so only one order "
@@ -112,30 +111,6 @@ private:
         for (ProblemItem& item : problem.items) {
             item.text = secrets_.Line(item.text);
             item.reason = secrets_.Line(item.reason);
-        }
-    }
-
-    /// The directories of extensions and attendants, by the extension index in its old form or the
-    /// new, before and after.
-    void AddExtensions() {
-        for (const TreeState* state : {&main_.before, &main_.after}) {
-            const auto index = state->find(root_ + "extensiondb");
-            const SettingsFile file =
-                ReadSettings(index == state->end() ? nullptr : index->second.get());
-            const auto add = [&](const std::string& name) {
-                const std::string directory = root_ + name + "/";
-                const auto inside = state->lower_bound(directory);
-                const bool isThere = inside != state->end() && inside->first.starts_with(directory);
-                if (files::IsDirectoryName(name) && isThere &&
-                    std::find(std::begin(unitDirectories), std::end(unitDirectories), name) ==
-                        std::end(unitDirectories))
-                    extensions_.insert(name);
-            };
-            for (const SettingsSection& section : file.sections) {
-                add(section.name);
-                for (const Setting& setting : section.settings)
-                    add(setting.value);
-            }
         }
     }
 
@@ -226,16 +201,39 @@ private:
         return item;
     }
 
+    /// Many settings of one file that share a fate are one item, but where an old value is lost.
+    void AddFolded(const std::string& rule, const std::vector<Unaccounted>& all) {
+        constexpr std::size_t many = 5;
+        std::map<std::tuple<std::string, std::string, std::string>, std::vector<const Unaccounted*>>
+            alike;
+        for (const Unaccounted& one : all)
+            alike[{one.path, one.step, one.text}].push_back(&one);
+        std::size_t told = 0;
+        for (const Unaccounted& one : all) {
+            std::vector<const Unaccounted*>& group = alike[{one.path, one.step, one.text}];
+            if (group.empty() || ++told > mostTold)
+                continue;
+            const bool isLost = one.hadValue && (!one.hasValue || one.before != one.after);
+            if (group.size() < many || isLost) {
+                problems_.Add(rule, ItemOf(one));
+                continue;
+            }
+            ProblemItem item{fmt::format("{} settings {}, the first: {}", group.size(), one.text,
+                                         ItemOf(one).text),
+                             one.path,
+                             0,
+                             "",
+                             one.step,
+                             {}};
+            group.clear();
+            problems_.Add(rule, std::move(item));
+        }
+    }
+
     void AddLedgerProblems() {
         const Ledger& ledger = *runs_.watched.ledger;
-        std::size_t told = 0;
-        for (const Unaccounted& one : ledger.Open())
-            if (told++ < mostTold)
-                problems_.Add("unaccounted", ItemOf(one));
-        told = 0;
-        for (const Unaccounted& one : ledger.Again())
-            if (told++ < mostTold)
-                problems_.Add("converted-again", ItemOf(one));
+        AddFolded("unaccounted", ledger.Open());
+        AddFolded("converted-again", ledger.Again());
         for (const auto& [file, text] : ledger.Exposed(main_.after))
             problems_.Add("exposed", {text, file, 0, "", "", {}});
     }
@@ -344,6 +342,17 @@ private:
     // --- the ledger
     // ------------------------------------------------------------------------------------
 
+    void AddReport(SiteResult& site) {
+        constexpr std::size_t most = 4 << 20;
+        for (const StepRecord& step : main_.steps) {
+            if (site.report.size() > most) {
+                site.report += "...\nThe rest is left out here: --report writes it.\n";
+                break;
+            }
+            site.report += secrets_.Text(step.report.substr(0, most));
+        }
+    }
+
     void AddLedger(SiteResult& site) {
         constexpr std::size_t mostOfGroup = 1000;
         constexpr std::size_t mostOfAll = 40'000;
@@ -421,7 +430,7 @@ private:
                     visit({file->first, section.Title(), setting.key}, setting.value);
     }
 
-    const Runs& runs_;
+    Runs& runs_;
     const Trial& main_;
     std::string root_;
     const AccountOptions& options_;
@@ -432,7 +441,7 @@ private:
 
 }  // namespace
 
-InsideResult Account(const Runs& runs, const TrialRunner& runner, const AccountOptions& options) {
+InsideResult Account(Runs& runs, const TrialRunner& runner, const AccountOptions& options) {
     return Accountant(runs, runner, options).Make();
 }
 

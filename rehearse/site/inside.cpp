@@ -57,10 +57,12 @@ public:
         runs_.next = inside_.runsBinary ? runner_.RunBlind(true, trial.after, {})
                                         : runner_.RunWatched(trial.after);
         SetReportAside("");
+        runs_.next.before.clear();
         if (runs_.isOrdered) {
             Say("other order");
             runs_.isOrdered = RestoreTree(Order::Descending);
             runs_.other = runner_.RunBlind(inside_.runsBinary, trial.after, {});
+            runs_.other.before.clear();
         }
         fs::rename(AtScratch("report"), AtScratch("mend.log"));
 

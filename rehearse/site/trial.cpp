@@ -135,6 +135,27 @@ RunContext ContextOf(const ConfigUpgrader& upgrader, const std::string& root, bo
 
 }  // namespace
 
+Extensions ExtensionsIn(const TreeState& state, const std::string& root) {
+    const auto index = state.find(root + "extensiondb");
+    const SettingsFile file = ReadSettings(index == state.end() ? nullptr : index->second.get());
+    Extensions extensions;
+    const auto add = [&](const std::string& name) {
+        const std::string directory = root + name + "/";
+        const auto inside = state.lower_bound(directory);
+        const bool isThere = inside != state.end() && inside->first.starts_with(directory);
+        if (isThere && files::IsDirectoryName(name) &&
+            std::find(std::begin(unitDirectories), std::end(unitDirectories), name) ==
+                std::end(unitDirectories))
+            extensions.insert(name);
+    };
+    for (const SettingsSection& section : file.sections) {
+        add(section.name);
+        for (const Setting& setting : section.settings)
+            add(setting.value);
+    }
+    return extensions;
+}
+
 bool Trial::Has(Fact::Kind kind) const {
     return std::any_of(facts.begin(), facts.end(),
                        [&](const KeptFact& fact) { return fact.kind == kind; });
@@ -192,6 +213,7 @@ Trial TrialRunner::RunWatched(const TreeState& known) {
     TreeWatch watch(treeInside, known);
     trial.before = watch.State();
     trial.oldStamp = ReadStamp("/" + root_);
+    Extensions directories = ExtensionsIn(trial.before, root_);
     FactKeeper facts(root_);
     Growth report(InScratch("mend.log"), 64 << 20);
     Growth printed(InScratch("console"), 64 << 10);
@@ -214,7 +236,7 @@ Trial TrialRunner::RunWatched(const TreeState& known) {
                 std::make_unique<Ledger>(isRecovery ? watch.State() : before, root_, stunFile_);
         if (!isRecovery)
             trial.ledger->Enter(name, changes, trial.context);
-        Extensions directories = trial.context.extensions;
+        directories.insert(trial.context.extensions.begin(), trial.context.extensions.end());
         directories.insert(trial.context.attendants.begin(), trial.context.attendants.end());
         trial.changes.Add(name, changes, directories);
         say_(name);

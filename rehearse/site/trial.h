@@ -40,6 +40,9 @@ struct Trial {
     bool Has(Fact::Kind kind) const;
 };
 
+/// The directories of extensions and attendants, by the extension index in its old form or the new.
+Extensions ExtensionsIn(const TreeState& state, const std::string& root);
+
 /// Runs upgrades in the sandbox.
 class TrialRunner {
 public:
