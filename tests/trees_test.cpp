@@ -102,6 +102,9 @@ TEST_F(Files, ACopyIsLikeItsOriginalAndLeavesNothingWhenItFails) {
 
 TEST_F(Files, ACopyIsWrittenUnlessItsBlocksAreShared) {
     // Whether a file system shares them is asked once, so each time in a process of its own.
+    WithRefused({{"ioctl", EOPNOTSUPP}}, [] {});
+    if (IsSkipped())
+        return;
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const std::string text(70'000, 'x');
     Write("file", text);
