@@ -11,7 +11,10 @@ rehearse=$(realpath -- "${1:?usage: tests/rehearse_test.sh SETUPMEND_REHEARSE SE
 binary=$(realpath -- "$2")
 sites=${3-8}
 
-[ ! -w /dev/shm ] || export TMPDIR=${TMPDIR-/dev/shm}
+# Directories can be listed in either order in memory alone, wherever the other rehearsals work.
+memory=${TMPDIR-/tmp}
+[ ! -w /dev/shm ] || memory=/dev/shm
+export TMPDIR=${TMPDIR-$memory}
 work=$(mktemp -d)
 trap 'rm -rf -- "$work"' EXIT
 failures=0
@@ -76,13 +79,16 @@ spoilt() {
 # --- the sample: one thing to look at -------------------------------------------------------------
 
 cp -a "$sample" "$work/before"
-ORIX_PATH=/nowhere run 1 --apply "$work/out" --report "$work/report" --diff "$work/diff" \
+ORIX_PATH=/nowhere TMPDIR=$memory run 1 --apply "$work/out" --report "$work/report" --diff "$work/diff" \
     --json "$work/json" --html "$work/html" --explain Tighe "$sample"
 says "appliance: Upgraded from 2.2.0 to $newest, with 1 problem to look at."
 says 'extension 22 is in routing mode'
 says 'The next start changes nothing.'
 says 'extensiondb [21] user_display_name = "Nora Tighe" moved to etc/orix-conf/telephony/21/personaldatadb'
-check 'both orders were tried' [ "$(json "$work/json" 'r["notes"]')" = '[]' ]
+case $(stat -f -c %T "$memory") in
+tmpfs) check 'both orders were tried' [ "$(json "$work/json" 'r["notes"]')" = '[]' ] ;;
+*) check 'that one order was tried is said' grep -qF 'only one order' "$work/json" ;;
+esac
 check 'the settings add up' [ "$(json "$work/json" '500 < r["ledger"]["settings"] - r["ledger"]["carried"] <= sum(
     g["count"] for g in r["ledger"]["groups"] if g["fate"] in ("changed", "moved", "dropped"))')" = True ]
 check 'outputs are for their owner alone' [ "$(stat -c %a "$work/json" "$work/html" "$work/out" | sort -u | tr '\n' ' ')" = '600 700 ' ]
@@ -178,8 +184,12 @@ told 'a password that would be lost is told' "$work/again.json" unaccounted '21/
 spoilt twice
 cp "$site/etc/default-conf/telephony/dspload.cfg" "$site/etc/default-conf/telephony/04-lines/"
 sed -i 's/=.*/=7/' "$site/etc/default-conf/telephony/04-lines/dspload.cfg"
-run 1 --json "$work/twice.json" "$site"
-told 'a result that the order of a directory decides is told' "$work/twice.json" order 'dspload.cfg .*upwards'
+if [ "$(stat -f -c %T "$memory")" = tmpfs ]; then
+    TMPDIR=$memory run 1 --json "$work/twice.json" "$site"
+    told 'a result that the order of a directory decides is told' "$work/twice.json" order 'dspload.cfg .*upwards'
+else
+    echo 'skipped  two orders: no memory to work in'
+fi
 spoilt emptied
 echo 2.4.10 >"$site/etc/orix-conf/config_label.txt"
 printf 'section dynamic\n{\nmapped_host=192.168.7.4\n}\n' >"$live/nat.cfg"
