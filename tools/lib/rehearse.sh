@@ -20,13 +20,13 @@ show_progress() {
 # build_rehearse: says how far it is, and all only when it fails.
 build_rehearse() (
     set -o pipefail
-    local root log
-    root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd -P)
-    mkdir -p "$root/build/release"
-    log=$root/build/release/rehearse.log
-    [ -e "$root/build/release/setupmend-rehearse" ] ||
+    local sources log
+    sources=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd -P)
+    mkdir -p "$sources/build/release"
+    log=$sources/build/release/rehearse.log
+    [ -e "$sources/build/release/setupmend-rehearse" ] ||
         echo '==> building setupmend-rehearse (preset rehearse)'
-    if ! { (cd "$root" && cmake --preset rehearse && cmake --build build/release) 2>&1 </dev/null |
+    if ! { (cd "$sources" && cmake --preset rehearse && cmake --build build/release) 2>&1 </dev/null |
         show_progress >"$log"; }; then
         cat "$log"
         echo 'error: the build failed' >&2
