@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 #include <map>
 #include <memory>
+#include <tuple>
 
 #include "rehearse/base/child.h"
 #include "rehearse/base/failure.h"
@@ -230,8 +231,7 @@ private:
     std::size_t CollectProblems(std::size_t number, const SiteResult& site) {
         const Extensions extensions(site.extensions.begin(), site.extensions.end());
         std::size_t count = 0;
-        for (std::size_t rank = 0; rank < site.problems.size(); ++rank) {
-            const Problem& group = site.problems[rank];
+        for (const Problem& group : site.problems) {
             count += group.items.size();
             for (const ProblemItem& item : group.items) {
                 const std::string place =
@@ -284,7 +284,10 @@ private:
         std::size_t result;
         long problems;
         std::string name;
-        auto operator<=>(const Rank&) const = default;
+        bool operator<(const Rank& other) const {
+            return std::tie(result, problems, name) <
+                   std::tie(other.result, other.problems, other.name);
+        }
     };
 
     const FleetRequest& request_;
@@ -340,9 +343,9 @@ int RehearseFleet(const FleetRequest& request, const Request& site, bool showsPr
     FleetResult result = fleet.Gather();
     result.seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
-    const Json json = result;
+    Json json = result;
     WriteFile(fleet.Out() + "/fleet.json", Text(json) + "\n");
-    WriteFile(fleet.Out() + "/fleet.html", Page(json));
+    WriteFile(fleet.Out() + "/fleet.html", Page(std::move(json)));
     Tell(result, fleet.Out());
     return fleet.Worst();
 }

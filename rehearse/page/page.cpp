@@ -6,17 +6,18 @@
 
 namespace rehearse {
 
-std::string Page(const Json& result) {
+std::string Page(Json result) {
     // The report tells of 300 extensions in megabytes, of which the steps' own show what counts.
     constexpr std::size_t mostReport = 200'000;
-    Json shown = result;
-    if (shown.contains("report") &&
-        shown["report"].get_ref<const std::string&>().size() > mostReport)
-        shown["report"] = shown["report"].get<std::string>().substr(0, mostReport) +
-                          "\n...\nThe rest is left out here: --report writes it.\n";
+    if (result.contains("report")) {
+        auto& report = result["report"].get_ref<std::string&>();
+        if (report.size() > mostReport)
+            report = report.substr(0, mostReport) +
+                     "\n...\nThe rest is left out here: --report writes it.\n";
+    }
     // Nothing in it may end the script element, or be taken for markup.
     std::string data;
-    for (const char c : Text(shown, -1))
+    for (const char c : Text(result, -1))
         switch (c) {
             case '<':
                 data += "\\u003c";

@@ -7,6 +7,6 @@
 namespace rehearse {
 
 /// The page that shows a result, of a site or a fleet.
-std::string Page(const Json& result);
+std::string Page(Json result);
 
 }  // namespace rehearse

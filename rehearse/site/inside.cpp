@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
+#include <utility>
 
 #include "rehearse/base/failure.h"
 #include "rehearse/base/text_file.h"
@@ -113,8 +113,9 @@ std::vector<std::string> ArgumentsOf(const Inside& inside) {
 
 int RunInside(const Inside& inside) {
     std::signal(SIGPIPE, SIG_IGN);
-    const Json result = Rehearsal(inside).Hold();
-    WriteFile(AtScratch("result.json"), Text(result, -1));
+    InsideResult result = Rehearsal(inside).Hold();  // which lets go of the trees
+    const Json json = std::exchange(result, {});
+    WriteFile(AtScratch("result.json"), Text(json, -1));
     return 0;
 }
 

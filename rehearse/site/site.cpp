@@ -274,13 +274,13 @@ Rehearsed RehearseSite(const Request& request, Progress& progress) {
     SiteResult& result = rehearsed.result;
     result.seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
-    const Json json = result;
+    Json json = result;
     if (request.json == "-")
         fmt::print("{}\n", Text(json));
     else if (!request.json.empty())
         WriteFile(request.json, Text(json) + "\n");
     if (!request.html.empty())
-        WriteFile(request.html, Page(json));
+        WriteFile(request.html, Page(std::move(json)));
     return rehearsed;
 }
 

@@ -2,6 +2,7 @@
 
 #include <map>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "rehearse/watch/pattern.h"
@@ -41,7 +42,10 @@ private:
         std::string where;
         std::string note;
         std::vector<std::string> lines;
-        auto operator<=>(const Alike&) const = default;
+        bool operator<(const Alike& other) const {
+            return std::tie(pattern, kind, where, note, lines) <
+                   std::tie(other.pattern, other.kind, other.where, other.note, other.lines);
+        }
     };
     using FileNumbers = std::vector<std::size_t>;
 
