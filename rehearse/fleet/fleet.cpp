@@ -16,6 +16,7 @@
 #include "rehearse/fleet/job_log.h"
 #include "rehearse/fleet/result.h"
 #include "rehearse/page/page.h"
+#include "rehearse/verdict/problems.h"
 #include "rehearse/watch/pattern.h"
 
 namespace fs = std::filesystem;
@@ -273,10 +274,12 @@ private:
             std::sort(problem.sites.begin(), problem.sites.end());
             problems.push_back(std::move(problem));
         }
-        std::stable_sort(problems.begin(), problems.end(),
-                         [](const FleetProblem& a, const FleetProblem& b) {
-                             return a.sites.size() > b.sites.size();
-                         });
+        std::stable_sort(
+            problems.begin(), problems.end(), [](const FleetProblem& a, const FleetProblem& b) {
+                const std::size_t rankA = RankOf(a.rule);
+                const std::size_t rankB = RankOf(b.rule);
+                return rankA != rankB ? rankA < rankB : a.sites.size() > b.sites.size();
+            });
         return problems;
     }
 
@@ -321,7 +324,7 @@ void Tell(const FleetResult& fleet, const std::string& out) {
         fmt::print("  {}: {}\n", Printable(site.name), Printable(site.summary));
     }
     if (!fleet.problems.empty())
-        fmt::print("The problems of most sites:\n");
+        fmt::print("The gravest problems:\n");
     told = 0;
     for (const FleetProblem& problem : fleet.problems) {
         if (told++ == most)

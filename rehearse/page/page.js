@@ -646,7 +646,7 @@ function sortableTable(columns, items) {
 /* --- The data that this page holds ------------------------------------------------------------- */
 
 function start() {
-  const shows = {'setupmend-rehearsal/2': showSite, 'setupmend-fleet/2': showFleet};
+  const shows = {'setupmend-rehearsal/2': showSite, 'setupmend-fleet/3': showFleet};
   const text = byId('data').textContent.trim();
   let trouble = '';
   if (text === '' || text.startsWith('@')) {

@@ -320,6 +320,12 @@ std::vector<Problem> Problems::Sorted() const {
     return sorted;
 }
 
+std::size_t RankOf(const std::string& rule) {
+    const auto* found = std::find_if(std::begin(rules), std::end(rules),
+                                     [&](const Rule& one) { return rule == one.name; });
+    return static_cast<std::size_t>(found - std::begin(rules));
+}
+
 std::vector<std::string> ReportTexts() {
     std::vector<std::string> texts;
     for (const Rule& rule : rules)

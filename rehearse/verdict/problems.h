@@ -58,6 +58,9 @@ private:
     std::set<std::string> harmless_;
 };
 
+/// The gravity of a kind of problem: 0 for the worst.
+std::size_t RankOf(const std::string& rule);
+
 /// All texts by which a report is sorted, for the test that has each of them printed by a step.
 std::vector<std::string> ReportTexts();
 
