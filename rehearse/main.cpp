@@ -39,8 +39,11 @@ void Describe(CLI::App& app, CommandLine& line) {
         "  bin/rtsync            from the new firmware: the appliance's own tool\n"
         "\nExit status: 0 upgraded or up to date without a problem, 1 with problems to look at,\n"
         "2 not or partly upgraded, 3 the program crashed or hung, 4 the rehearsal could not be\n"
-        "held, 64 a wrong command line. Of a fleet, the worst of its sites.\n");
+        "held, 64 a wrong command line. Of a fleet, the worst of its sites; with a baseline: 0 all\n"
+        "unchanged or fixed, 1 something regressed, changed or unstable, 4 something could not be\n"
+        "compared.\n");
     rehearse::Request& site = line.site;
+    rehearse::FleetRequest& fleet = line.fleet;
     app.add_option("TREE", site.tree, "The backup");
     app.add_option("CONFIG_ROOT", site.configRoot,
                    "setupmend's argument, as the appliance sees it, such as "
@@ -62,15 +65,23 @@ void Describe(CLI::App& app, CommandLine& line) {
            "--binary", site.binary,
            "Run this setupmend, the one to be shipped, and hold it against the one built in")
         ->type_name("FILE");
+    app.add_option("--firmware", site.firmware,
+                   "The candidate's tree, or an archive of it: its etc/default-conf, "
+                   "usr/share/regional and bin take the place of the backup's")
+        ->type_name("FIRMWARE");
+    app.add_option("--expect", site.expected, "Refuse a firmware of any other version")
+        ->type_name("VERSION");
+    app.add_option("--waivers", site.waivers,
+                   "What is known and accepted (TOML): counted, and no problem")
+        ->type_name("FILE");
     app.add_flag("--quiet", line.isQuiet, "No progress on standard error");
 
-    rehearse::FleetRequest& fleet = line.fleet;
     auto* dir = app.add_option("--fleet", fleet.directory,
                                "Rehearse all backups in DIR, with GNU parallel");
     dir->type_name("DIR");
     app.add_option("--out", fleet.out,
                    "Where fleet.html, fleet.json and the sites' pages go (DIR-rehearsed); started "
-                   "again, an interrupted fleet goes on there")
+                   "again, only what changed is rehearsed")
         ->type_name("OUT")
         ->needs(dir);
     for (const char* one : {"--html", "--json", "--apply", "--report", "--diff", "--explain"})
@@ -81,10 +92,35 @@ void Describe(CLI::App& app, CommandLine& line) {
                    "same names")
         ->allow_extra_args(false)
         ->needs(dir);
+    app.add_option("--only", fleet.only, "Only backups whose names match, such as 'site-00*'")
+        ->type_name("PATTERN")
+        ->allow_extra_args(false)
+        ->needs(dir);
+    app.add_flag("--retry", fleet.triesAgain, "Try again what crashed or could not be held")
+        ->needs(dir);
+    auto* baseline = app.add_option("--baseline", fleet.baseline,
+                                    "Compare with the OUT of another run; the exit status tells "
+                                    "the comparison alone");
+    baseline->type_name("OUT")->needs(dir);
+    app.add_option("--against-firmware", fleet.againstFirmware,
+                   "Rehearse this firmware first, and compare with it")
+        ->type_name("FIRMWARE")
+        ->needs(dir)
+        ->excludes(baseline);
+    app.add_option("--against-binary", fleet.againstBinary, "The same by this program, as --binary")
+        ->type_name("FILE")
+        ->needs(dir)
+        ->excludes(baseline);
+    app.add_option("--junit", fleet.junit, "Write the fleet as a test suite, for a CI job")
+        ->type_name("FILE")
+        ->needs(dir);
     app.add_option("--time-limit", line.secondsAtMost, "Seconds that a site may take")
         ->capture_default_str()
         ->check(CLI::PositiveNumber);
-    app.add_option("--inside", line.inside)->group("");  // the sandbox starts us so
+    // The sandbox starts us so, and a fleet.
+    app.add_option("--inside", line.inside)->group("");
+    app.add_option("--keep", site.keep)->group("");
+    app.add_option("--common", site.common)->group("");
     app.set_version_flag("--version", std::string("setupmend-rehearse ") + SETUPMEND_VERSION);
 }
 

@@ -16,6 +16,8 @@ public:
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
+    /// From the begin on; 0 for no limit.
+    void Limit(unsigned secondsAtMost) { secondsAtMost_ = secondsAtMost; }
     /// `done` is the part of the whole, from 0 to 1.
     void Show(const std::string& what, double done);
     /// The same again, for those who wait.

@@ -28,11 +28,6 @@ bool IsOpen(const Row& row, const RunContext& run) {
     return *row.below == '\0' || IsOlderVersion(run.liveVersion, row.below);
 }
 
-std::string ModeText(const FileState& state) {
-    return fmt::format("mode {:o}, owner {}:{}", state.info.st_mode & 07777U, state.info.st_uid,
-                       state.info.st_gid);
-}
-
 constexpr const char* fromFactory = "from the factory";
 constexpr const char* nothingToTake = "there was nothing to take over";
 constexpr const char* wasEmpty = "it was empty";

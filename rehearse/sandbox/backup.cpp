@@ -119,19 +119,6 @@ bool HoldsConfiguration(const std::string& root) {
            !RealBelow(root, "etc/orix-conf").empty();
 }
 
-/// The directories on the way to a place, made where they are missing. One that is a link is not
-/// followed: it might lead out of the copy, to the host's own.
-void MakeDirectories(const std::string& root, const std::string& place) {
-    for (std::size_t end = 0; end != std::string::npos;) {
-        end = place.find('/', end + 1);
-        const std::string path = root + "/" + place.substr(0, end);
-        struct stat info {};
-        if (lstat(path.c_str(), &info) != 0 ? mkdir(path.c_str(), 0755) != 0
-                                            : !S_ISDIR(info.st_mode))
-            throw Failure("cannot make " + place + " in the copy: something is in its way");
-    }
-}
-
 }  // namespace
 
 Workspace::Workspace(std::uint64_t need) {
@@ -200,7 +187,7 @@ void CopyBackup(const std::string& tree, const std::string& copy,
     fs::permissions(copy, fs::perms::owner_all, fs::perm_options::add);
 }
 
-std::string FindRoot(const std::string& copy, const std::string& tree) {
+std::string FindRoot(const std::string& copy, const std::string& tree, bool needsFactory) {
     std::string root = copy;
     if (!HoldsConfiguration(root)) {
         std::vector<fs::path> below;
@@ -209,7 +196,7 @@ std::string FindRoot(const std::string& copy, const std::string& tree) {
         if (below.size() == 1 && !fs::is_symlink(below[0]))
             root = below[0];
     }
-    if (RealBelow(root, "etc/default-conf/telephony").empty())
+    if (needsFactory && RealBelow(root, "etc/default-conf/telephony").empty())
         throw Failure(
             tree +
             " has no etc/default-conf/telephony: the new firmware's factory configuration "
@@ -233,6 +220,17 @@ std::string RealBelow(const std::string& root, const std::string& place) {
     if (top >= 0)
         close(top);
     return real;
+}
+
+void MakeDirectories(const std::string& root, const std::string& place) {
+    for (std::size_t end = 0; end != std::string::npos;) {
+        end = place.find('/', end + 1);
+        const std::string path = root + "/" + place.substr(0, end);
+        struct stat info {};
+        if (lstat(path.c_str(), &info) != 0 ? mkdir(path.c_str(), 0755) != 0
+                                            : !S_ISDIR(info.st_mode))
+            throw Failure("cannot make " + place + " in the copy: something is in its way");
+    }
 }
 
 std::vector<Lack> CompleteRoot(const std::string& root) {

@@ -40,12 +40,16 @@ void CopyBackup(const std::string& tree, const std::string& copy,
 
 /// The directory in the copy that is the appliance's root: the copy itself or, when somebody packed
 /// the directory and not what is in it, the only one below. Throws Failure when neither holds the
-/// live and the factory configuration.
-std::string FindRoot(const std::string& copy, const std::string& tree);
+/// factory configuration, unless that comes from elsewhere.
+std::string FindRoot(const std::string& copy, const std::string& tree, bool needsFactory = true);
 
 /// The path on this machine of a place in the copy, links followed as the appliance would follow
 /// them, from its own root. Empty when there is no such place; never outside the copy.
 std::string RealBelow(const std::string& root, const std::string& place);
+
+/// The directories on the way to a place, made where they are missing. One that is a link is not
+/// followed: it might lead out of the copy, to the host's own. Throws Failure.
+void MakeDirectories(const std::string& root, const std::string& place);
 
 /// Tells what the copy lacks, and makes the directories that the sandbox needs all the same. Throws
 /// Failure.

@@ -10,6 +10,7 @@
 
 #include "rehearse/base/failure.h"
 #include "rehearse/base/text_file.h"
+#include "rehearse/keep/keep_tree.h"
 #include "rehearse/sandbox/backup.h"
 #include "rehearse/sandbox/sandbox.h"
 #include "rehearse/site/account.h"
@@ -67,6 +68,10 @@ public:
         fs::rename(AtScratch("report"), AtScratch("mend.log"));
 
         Say("explain");
+        const std::string key = ReadAll(AtScratch("key"));
+        if (!key.empty())
+            WriteFile(AtScratch("kept"),
+                      PackedTree(KeepTree(trial.before, trial.after, *runs_.watched.ledger, key)));
         return Account(runs_, runner_, {inside_.explain, inside_.showsSecrets});
     }
 

@@ -11,15 +11,22 @@
 #include <filesystem>
 #include <fmt/format.h>
 #include <functional>
+#include <map>
 #include <set>
 
 #include "recovery/recovery_copy.h"
+#include "rehearse/base/digest.h"
 #include "rehearse/base/failure.h"
 #include "rehearse/base/text_file.h"
+#include "rehearse/keep/kept.h"
 #include "rehearse/page/page.h"
 #include "rehearse/sandbox/backup.h"
+#include "rehearse/sandbox/firmware.h"
 #include "rehearse/sandbox/sandbox.h"
 #include "rehearse/site/inside.h"
+#include "rehearse/site/own_settings.h"
+#include "rehearse/verdict/outcome.h"
+#include "rehearse/waivers/waivers.h"
 
 namespace fs = std::filesystem;
 
@@ -197,14 +204,70 @@ struct Places {
     std::string scratch;
 };
 
-Places Prepare(const Request& request, const Workspace& work, Progress& progress,
-               SiteResult& result) {
+/// What the site's own settings say goes before what is asked for of a whole fleet, and behind what
+/// is asked for of the one.
+void TakeOwnSettings(Request& request, const std::string& path, Progress& progress) {
+    const OwnSettings own = ReadOwnSettings(path);
+    const bool isOfFleet = !request.keep.empty();
+    if (!own.configRoot.empty() && (isOfFleet || request.configRoot.empty()))
+        request.configRoot = own.configRoot;
+    if (!own.orixPath.empty() && (isOfFleet || request.orixPath.empty()))
+        request.orixPath = own.orixPath;
+    if (own.secondsAtMost != 0)
+        progress.Limit(own.secondsAtMost);
+}
+
+/// In the backup, at its top or at the appliance's root. What is beside it goes before.
+std::string FindOwnSettings(const Request& request, const std::string& copy,
+                            const std::string& root) {
+    const std::string beside = OwnSettingsBeside(request.tree);
+    const bool isItsOwn = beside.size() > std::string(ownSettingsName).size() &&
+                          beside[beside.size() - std::string(ownSettingsName).size() - 1] == '.';
+    if (isItsOwn)
+        return beside;
+    for (const std::string& place : {copy, root})
+        if (const std::string real = RealBelow(place, ownSettingsName); !real.empty())
+            return real;
+    return beside;
+}
+
+/// Lays the firmware under the backup.
+void UseFirmware(const Request& request, const Workspace& work, const std::string& root,
+                 Progress& progress, SiteResult& result) {
+    const auto goOn = [&] { progress.Tick(); };
+    const std::string unpacked = work.Path() + "/firmware";
+    const bool isArchive = !fs::is_directory(request.firmware);
+    if (isArchive) {
+        fs::create_directory(unpacked);
+        TakeFirmware(request.firmware, unpacked, goOn);
+    }
+    const std::string tree = isArchive ? unpacked : FindRoot(request.firmware, request.firmware);
+    std::string asides;
+    for (const std::string& aside : LayFirmware(tree, root, goOn))
+        asides += (asides.empty() ? "" : ", ") + aside;
+    result.notes.push_back(fmt::format(
+        "the firmware is {} of {}; {}", TargetOf(root), request.firmware,
+        asides.empty() ? "the backup holds none" : "set aside of the backup: " + asides));
+    fs::remove_all(unpacked);
+}
+
+Places Prepare(Request& request, const Workspace& work, Progress& progress, SiteResult& result) {
     Places places;
     const std::string pristine = work.Path() + "/pristine";
     places.scratch = work.Path() + "/scratch";
     progress.Show("copy " + request.tree, 0);
     CopyBackup(request.tree, pristine, [&] { progress.Tick(); });
-    places.pristine = FindRoot(pristine, request.tree);
+    places.pristine = FindRoot(pristine, request.tree, request.firmware.empty());
+    if (const std::string own = FindOwnSettings(request, pristine, places.pristine); !own.empty())
+        TakeOwnSettings(request, own, progress);
+    result.site.configRoot = RootOf(request) + "/";
+    if (!request.firmware.empty())
+        UseFirmware(request, work, places.pristine, progress, result);
+    const std::string target = TargetOf(places.pristine);
+    if (!request.expected.empty() && target != request.expected)
+        throw Failure(fmt::format("the firmware is {}, and {} was expected (--expect)",
+                                  target.empty() ? "of no known version" : target,
+                                  request.expected));
     RequireTelephony(request, places.pristine);
     result.lacks = CompleteRoot(places.pristine);
     places.root = work.Path() + "/copy";
@@ -213,7 +276,14 @@ Places Prepare(const Request& request, const Workspace& work, Progress& progress
     return places;
 }
 
-Rehearsed Hold(const Request& request, Progress& progress, SiteResult result) {
+/// A result, what --explain asked for, and the upgraded tree as it is kept.
+struct Held {
+    SiteResult site;
+    std::vector<std::string> explained;
+    std::string packedTree;
+};
+
+Held Hold(Request request, const std::string& key, Progress& progress, SiteResult& result) {
     if (!fs::exists(request.tree))
         throw Failure("no such directory or archive: " + request.tree);
     RequireBinary(request.binary);
@@ -222,6 +292,8 @@ Rehearsed Hold(const Request& request, Progress& progress, SiteResult result) {
     Stage stage(progress);
     try {
         const Places places = Prepare(request, work, progress, result);
+        if (!key.empty())
+            WriteFile(places.scratch + "/key", key);
         Sandbox sandbox{
             places.root,      places.pristine,
             places.scratch,   request.binary.empty() ? "" : fs::canonical(request.binary).string(),
@@ -239,7 +311,7 @@ Rehearsed Hold(const Request& request, Progress& progress, SiteResult result) {
             TellCrash(result, crash, stage, places.scratch);
             if (!request.report.empty())
                 WriteFile(request.report, ReadAll(places.scratch + "/mend.log"));
-            return {result, {}};
+            return {result, {}, ""};
         }
         InsideResult ran = Json::parse(ReadAll(places.scratch + "/result.json"));
         HandOver(request, places.root, places.scratch);
@@ -247,7 +319,9 @@ Rehearsed Hold(const Request& request, Progress& progress, SiteResult result) {
         ran.site.site = result.site;
         ran.site.kinds = result.kinds;
         ran.site.lacks = result.lacks;
-        return {std::move(ran.site), std::move(ran.explained)};
+        ran.site.notes.insert(ran.site.notes.begin(), result.notes.begin(), result.notes.end());
+        return {std::move(ran.site), std::move(ran.explained),
+                key.empty() ? "" : ReadAll(places.scratch + "/kept")};
     } catch (const std::exception& error) {
         if (Interruption() == 0 && work.IsFull())
             throw Failure(fmt::format(
@@ -257,31 +331,84 @@ Rehearsed Hold(const Request& request, Progress& progress, SiteResult result) {
     }
 }
 
+/// Takes out what is known and accepted, and says so.
+void WaiveIn(SiteResult& result, const Waivers& waivers) {
+    const std::vector<std::size_t> taken = waivers.Take(result.site.name, result.problems);
+    std::map<std::size_t, std::size_t> counts;
+    for (const std::size_t number : taken)
+        ++counts[number];
+    for (const auto& [number, count] : counts) {
+        const Waiver& waiver = waivers.All()[number];
+        result.notes.push_back(fmt::format("{} problem{} known and waived until {}: {} ({})", count,
+                                           count == 1 ? " is" : "s are", waiver.until,
+                                           waiver.reason, waiver.owner));
+    }
+    for (const Waiver& waiver : waivers.All())
+        if (waiver.isExpired)
+            result.notes.push_back(fmt::format("a waiver of {} is out of date since {}: {}",
+                                               waiver.owner, waiver.until, waiver.reason));
+    if (!taken.empty())
+        Waive(result.verdict, CountItems(result.problems));
+}
+
+/// Tells one backup from another, and does not give away its content's digest.
+std::string BackupId(const std::string& backup) {
+    constexpr std::size_t digits = 16;
+    return Digest().Add("backup").Add(backup).Text().substr(0, digits);
+}
+
+void Keep(const Request& request, const std::string& backup, const Held& held) {
+    const SiteResult& site = held.site;
+    KeptSummary kept;
+    kept.run = RunOf(request.tree, backup, request.common);
+    kept.backup = BackupId(backup);
+    kept.program = site.program;
+    kept.seconds = site.seconds;
+    kept.verdict = site.verdict;
+    kept.problems = site.problems;
+    kept.harmless = site.harmless;
+    for (const StepResult& step : site.steps)
+        kept.steps.push_back({step.name, 0, step.changed, step.added, step.removed, ""});
+    kept.extensions = site.extensions;
+    WriteKept(request.keep, kept, held.packedTree);
+}
+
 }  // namespace
+
+std::string RunOf(const std::string& tree, const std::string& backup, const std::string& common) {
+    const std::string own = OwnSettingsBeside(tree);
+    return Digest().Add(common).Add(backup).Add(own.empty() ? "" : ReadAll(own)).Text();
+}
 
 Rehearsed RehearseSite(const Request& request, Progress& progress) {
     RequireOutputs(request);
+    const Waivers waivers = request.waivers.empty() ? Waivers() : Waivers(request.waivers, Today());
     const auto begin = std::chrono::steady_clock::now();
-    Rehearsed rehearsed{EmptyResult(request), {}};
+    // The backup's content is the key to what is kept of it, and never kept itself.
+    const std::string backup = request.keep.empty() ? "" : Digest().AddTree(request.tree).Text();
+    Held held{EmptyResult(request), {}, ""};
+    SiteResult& result = held.site;
     try {
-        rehearsed = Hold(request, progress, rehearsed.result);
+        SiteResult empty = result;
+        held = Hold(request, backup, progress, empty);
     } catch (const std::exception& error) {
         if (Interruption() != 0)
             throw;
-        rehearsed.result.verdict.summary =
-            std::string("The rehearsal could not be held: ") + error.what();
+        result.verdict.summary = std::string("The rehearsal could not be held: ") + error.what();
     }
-    SiteResult& result = rehearsed.result;
+    WaiveIn(result, waivers);
     result.seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
-    Json json = result;
+    const Json json = result;
     if (request.json == "-")
         fmt::print("{}\n", Text(json));
     else if (!request.json.empty())
         WriteFile(request.json, Text(json) + "\n");
     if (!request.html.empty())
-        WriteFile(request.html, Page(std::move(json)));
-    return rehearsed;
+        WriteFile(request.html, Page(json));
+    if (!request.keep.empty())
+        Keep(request, backup, held);
+    return {std::move(held.site), std::move(held.explained)};
 }
 
 }  // namespace rehearse

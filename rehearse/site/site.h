@@ -14,7 +14,10 @@ struct Request {
     std::string configRoot;  // as the appliance sees it
     std::string orixPath;
     std::string binary;
-    std::string explain;  // tells the ways of settings that hold this text
+    std::string firmware;  // a tree, or an archive of one
+    std::string expected;  // the version that must be upgraded to
+    std::string waivers;   // a file
+    std::string explain;   // tells the ways of settings that hold this text
     bool showsSecrets = false;
     // Where to leave what; "-" for standard output, of the JSON.
     std::string apply;
@@ -22,6 +25,9 @@ struct Request {
     std::string diff;
     std::string json;
     std::string html;
+    // Of a fleet: a file that keeps the result for comparisons, and what all sites have in common.
+    std::string keep;
+    std::string common;
 };
 
 /// A result, and what --explain asked for.
@@ -29,6 +35,10 @@ struct Rehearsed {
     SiteResult result;
     std::vector<std::string> explained;
 };
+
+/// Tells what is asked for of one site from anything else: its backup, its own settings, and what
+/// it has in common with other sites of a fleet.
+std::string RunOf(const std::string& tree, const std::string& backup, const std::string& common);
 
 /// Rehearses the upgrade of one site. A rehearsal that can't be held is a result too. Throws
 /// Failure when what was asked for can't be written, or the user interrupted it.

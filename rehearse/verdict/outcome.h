@@ -22,6 +22,11 @@ struct Outcome {
 Verdict Decide(const Outcome& outcome, const std::vector<Problem>& problems,
                const FileCounts& files);
 
+/// The verdict when some of its problems are accepted, and so many are left.
+void Waive(Verdict& verdict, std::size_t left);
+
+std::size_t CountItems(const std::vector<Problem>& problems);
+
 /// The verdict in ten to thirty lines of text.
 std::string VerdictText(const SiteResult& result);
 

@@ -7,6 +7,7 @@
 #include <climits>
 #include <cstring>
 #include <ctime>
+#include <fmt/format.h>
 #include <fstream>
 #include <iterator>
 #include <string_view>
@@ -91,6 +92,11 @@ struct timespec ShortlyBeforeNow() {
 }
 
 }  // namespace
+
+std::string ModeText(const FileState& state) {
+    return fmt::format("mode {:o}, owner {}:{}", state.info.st_mode & 07777U, state.info.st_uid,
+                       state.info.st_gid);
+}
 
 std::vector<FileChange> Compare(const TreeState& before, const TreeState& after) {
     std::vector<FileChange> changes;

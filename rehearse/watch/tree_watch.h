@@ -17,6 +17,9 @@ struct FileState {
     std::shared_ptr<const std::string> content;
 };
 
+/// A file's mode and owner, in words.
+std::string ModeText(const FileState& state);
+
 /// What became of one file between two looks. One side is missing when it came or went.
 struct FileChange {
     std::string path;  // below the tree, without a "/" at its begin

@@ -5,7 +5,9 @@
 rehearse_needs=(g++=g++ cmake=cmake ninja=ninja-build bwrap=bubblewrap parallel=parallel
     /usr/include/CLI/CLI.hpp=libcli11-dev /usr/include/archive.h=libarchive-dev
     /usr/include/dtl/dtl.hpp=libdtl-dev /usr/include/nlohmann/json.hpp=nlohmann-json3-dev
-    /usr/include/fmt/format.h=libfmt-dev)
+    /usr/include/fmt/format.h=libfmt-dev /usr/include/toml++/toml.h=libtomlplusplus-dev
+    /usr/include/pugixml.hpp=libpugixml-dev /usr/include/zstd.h=libzstd-dev
+    /usr/include/sha2.h=libmd-dev)
 
 # show_progress: of what ninja says, the last line, where somebody looks.
 show_progress() {

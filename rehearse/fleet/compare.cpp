@@ -1,0 +1,136 @@
+#include "rehearse/fleet/compare.h"
+
+#include <filesystem>
+#include <fmt/format.h>
+
+#include "rehearse/base/failure.h"
+#include "rehearse/base/text_file.h"
+#include "rehearse/compare/compare_sites.h"
+#include "rehearse/compare/difference_table.h"
+
+namespace fs = std::filesystem;
+
+namespace rehearse {
+namespace {
+
+ComparedSide ReadSide(const std::string& out) {
+    const Json json = Json::parse(ReadAll(out + "/side.json"), nullptr, false);
+    if (!json.is_object())
+        throw Failure(out + " is not the OUT of a fleet that was rehearsed to its end");
+    ComparedSide side = json;
+    side.out = out;
+    return side;
+}
+
+class FleetComparer {
+public:
+    FleetComparer(FleetRunner& runner, Gatherer& gatherer, const std::string& baseline,
+                  const Waivers& waivers)
+        : runner_(runner),
+          gatherer_(gatherer),
+          waivers_(waivers),
+          baseline_(fs::weakly_canonical(baseline)) {
+        comparison_.baseline = ReadSide(baseline_);
+        comparison_.candidate = ReadSide(runner.Out());
+        comparison_.kinds = SiteClasses();
+    }
+
+    Comparison Compare(bool showsProgress) {
+        std::vector<std::string> doubtful;
+        for (GatheredSite& site : gatherer_.Sites()) {
+            Classify(site);
+            if (site.row.comparedClass == "regressed" || site.row.comparedClass == "fixed")
+                doubtful.push_back(site.row.name);
+        }
+        runner_.RunAgain(doubtful, showsProgress);
+        for (std::size_t i = 0; i < gatherer_.Sites().size(); ++i)
+            Tell(i, gatherer_.Sites()[i]);
+        comparison_.differences = table_.Take();
+        const auto count = [&](const char* id) {
+            const auto found = comparison_.counts.find(id);
+            return found == comparison_.counts.end() ? std::size_t{0} : found->second;
+        };
+        comparison_.exitStatus = count("regressed") + count("changed") + count("unstable") != 0 ? 1
+                                 : count("unknown") != 0                                        ? 4
+                                                                                                : 0;
+        for (const SiteClass& one : comparison_.kinds)
+            if (count(one.id.c_str()) != 0)
+                comparison_.summary +=
+                    fmt::format("{}{} {}", comparison_.summary.empty() ? "" : ", ",
+                                count(one.id.c_str()), one.id);
+        return std::move(comparison_);
+    }
+
+private:
+    /// What is kept now. Of a site whose process died there is nothing, which is a verdict too.
+    KeptResult Candidate(const GatheredSite& site, const KeptResult& baseline) const {
+        if (auto kept = ReadKeptResult(runner_.KeptOf(site.row.name)))
+            return std::move(*kept);
+        KeptResult dead;
+        dead.summary.backup = baseline.summary.backup;
+        dead.summary.verdict.result = "crashed";
+        dead.summary.verdict.summary = site.row.summary;
+        return dead;
+    }
+
+    SiteComparison CompareSite(const GatheredSite& site) const {
+        const auto old = ReadKeptResult(baseline_ + "/sites/" + site.row.name + ".kept");
+        if (!old)
+            return {"unknown", "the baseline has no result of it", {}, {}};
+        return CompareSites(site.row.name, *old, Candidate(site, *old), waivers_);
+    }
+
+    void Classify(GatheredSite& site) const {
+        const SiteComparison compared = CompareSite(site);
+        site.row.comparedClass = compared.comparedClass;
+        site.row.note = compared.note;
+        site.waivers.insert(site.waivers.end(), compared.waived.begin(), compared.waived.end());
+    }
+
+    /// What is regressed or fixed must be so the second time.
+    bool IsStable(const GatheredSite& site) const {
+        const auto first = ReadKeptResult(runner_.KeptOf(site.row.name));
+        const auto second = ReadKeptResult(runner_.KeptAgainOf(site.row.name));
+        return first && second ? AreAlike(*first, *second) : !first && !second;
+    }
+
+    void Tell(std::size_t number, GatheredSite& site) {
+        SiteRow& row = site.row;
+        const bool isDoubtful = row.comparedClass == "regressed" || row.comparedClass == "fixed";
+        if (isDoubtful && !IsStable(site)) {
+            row.note = "rehearsed twice, it was " + row.comparedClass + " once, and otherwise once";
+            row.comparedClass = "unstable";
+        } else if (isDoubtful || row.comparedClass == "changed") {
+            const SiteComparison compared = CompareSite(site);
+            const auto kept = ReadKept(runner_.KeptOf(row.name));
+            const Extensions extensions =
+                kept ? Extensions(kept->extensions.begin(), kept->extensions.end()) : Extensions();
+            table_.Add(number, compared.differences, extensions);
+            DifferenceTable own;
+            own.Add(number, compared.differences, extensions);
+            for (const FleetDifference& one : own.Take())
+                site.differences.push_back((one.title.empty() ? "" : one.title + ": ") + one.text);
+        }
+        ++comparison_.counts[row.comparedClass];
+    }
+
+    FleetRunner& runner_;
+    Gatherer& gatherer_;
+    const Waivers& waivers_;
+    std::string baseline_;
+    Comparison comparison_;
+    DifferenceTable table_;
+};
+
+}  // namespace
+
+Comparison CompareFleet(FleetRunner& runner, Gatherer& gatherer, const std::string& baseline,
+                        const Waivers& waivers, bool showsProgress) {
+    return FleetComparer(runner, gatherer, baseline, waivers).Compare(showsProgress);
+}
+
+void WriteSide(const std::string& out, const ComparedSide& side) {
+    WriteFile(out + "/side.json", Text(side) + "\n");
+}
+
+}  // namespace rehearse

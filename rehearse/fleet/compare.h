@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string>
+
+#include "rehearse/fleet/gather.h"
+
+namespace rehearse {
+
+/// Compares gathered sites with another OUT, which keeps its results, and gives each its class.
+/// What is regressed or fixed is rehearsed once more before it is said. Throws Failure.
+Comparison CompareFleet(FleetRunner& runner, Gatherer& gatherer, const std::string& baseline,
+                        const Waivers& waivers, bool showsProgress);
+
+/// What a comparison has to know of an OUT, which keeps it.
+void WriteSide(const std::string& out, const ComparedSide& side);
+
+}  // namespace rehearse
