@@ -1,5 +1,6 @@
 #include "files/attributes.h"
 
+#include <fcntl.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <map>
 #include <optional>
 
+#include "files/read.h"
 #include "files/refusals.h"
 
 namespace files {
@@ -147,6 +149,19 @@ std::string KeepRights(int file, const struct stat& from, const std::string& pat
     if (!GiveRights(file, from.st_mode, *wanted, *now))
         return NotedReason("can't keep the mode");
     return {};
+}
+
+bool IsOpenToMore(const struct stat& file, const struct stat& than) {
+    return (file.st_mode & ~than.st_mode & (S_IRWXG | S_IRWXO)) != 0;
+}
+
+std::string Tighten(const std::string& path, const std::string& model) {
+    struct stat info {};
+    struct stat wanted {};
+    const FileDescriptor file = OpenForReading(path, O_NOFOLLOW);
+    if (!file.IsOpen() || fstat(file.Get(), &info) != 0 || stat(model.c_str(), &wanted) != 0)
+        return NotedReason(path);
+    return IsOpenToMore(info, wanted) ? KeepRights(file.Get(), wanted, model) : "";
 }
 
 std::string KeepExtended(int file, const std::string& path) {

@@ -15,7 +15,15 @@ namespace files {
 /// is rather not saved than open to more people.
 std::string KeepRights(int file, const struct stat& from, const std::string& path);
 
-/// The same for the other attributes; behind the bytes, for writing takes capabilities off.
+/// Whether a file is open to more users than another, by the modes.
+bool IsOpenToMore(const struct stat& file, const struct stat& than);
+
+/// Gives a file the rights of `model` where it is open to more users. Returns the reason in words,
+/// noted, on failure.
+std::string Tighten(const std::string& path, const std::string& model);
+
+/// The same as KeepRights for the other attributes; behind the bytes, for writing takes
+/// capabilities off.
 std::string KeepExtended(int file, const std::string& path);
 
 /// Gives a copy of `from` all of that, and the times. All is tried, whatever fails first; false,

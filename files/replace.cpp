@@ -21,7 +21,6 @@ namespace {
 struct Model {
     struct stat info {};
     std::string path;
-    bool isOldFile;  // the one that it replaces
 };
 
 /// The first of the models, less the rights that any other denies.
@@ -32,17 +31,24 @@ std::optional<Model> Joined(const std::vector<std::string>& paths) {
         if (stat(path.c_str(), &info) != 0)
             continue;
         if (!joined)
-            joined = Model{info, path, false};
+            joined = Model{info, path};
         else
             joined->info.st_mode &= info.st_mode | ~static_cast<mode_t>(0777);
     }
     return joined;
 }
 
-/// Writes the bytes into a new file at `path`, like the model if there is one; durably, unless that
-/// is left for later.
+/// Whose rights a file gets: those of the one that it replaces, unless the models are stricter.
+std::optional<Model> RightsFor(const std::optional<Model>& old,
+                               const std::vector<std::string>& models) {
+    std::optional<Model> joined = Joined(models);
+    return old && !(joined && IsOpenToMore(old->info, joined->info)) ? old : joined;
+}
+
+/// Writes the bytes into a new file at `path`, with the rights of the model if there is one, and
+/// what else belongs to the `old` file; durably, unless that is left for later.
 std::string WriteTemporary(const std::string& path, const std::optional<Model>& model,
-                           std::string_view bytes) {
+                           const std::optional<Model>& old, std::string_view bytes) {
     const int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW;
     // Until the access list stands, the mode's group bits would say too much.
     const mode_t mode = model ? S_IRUSR | S_IWUSR : 0666;
@@ -54,8 +60,8 @@ std::string WriteTemporary(const std::string& path, const std::optional<Model>& 
     std::string error = model ? KeepRights(file.Get(), model->info, model->path) : "";
     if (error.empty() && !WriteAll(file.Get(), bytes))
         error = NotedReason("can't write");
-    if (error.empty() && model && model->isOldFile)
-        error = KeepExtended(file.Get(), model->path);
+    if (error.empty() && old)
+        error = KeepExtended(file.Get(), old->path);
     if (!error.empty())
         return error;
     if (SyncLater::Living() == nullptr && fsync(file.Get()) != 0)
@@ -153,8 +159,8 @@ std::string ReplaceFile(const std::string& path, std::string_view bytes,
     if (later != nullptr ? !later->NoteChange(parent) : !directory.IsOpen())
         return NotedReason("can't open the directory");
     const std::string temporary = TemporaryFor(target);
-    const std::optional<Model> model = exists ? Model{old, target, true} : Joined(models);
-    std::string error = WriteTemporary(temporary, model, bytes);
+    const auto replaced = exists ? std::optional(Model{old, target}) : std::nullopt;
+    std::string error = WriteTemporary(temporary, RightsFor(replaced, models), replaced, bytes);
     if (error.empty() && !PutInPlace(temporary, target))
         error = NotedReason("can't rename the new file");
     if (!error.empty()) {

@@ -25,8 +25,9 @@ inline std::string TemporaryFor(const std::string& path) {
 /// durable when SyncAll has said so.
 ///
 /// `known` is what reading told of the path, if nothing has changed it since; it saves a look.
-/// A file that is new gets what belongs to the first of `models`, less the rights that any other of
-/// them denies; without models, what the umask leaves. Models that are not there do not count.
+/// A file that is new, or is open to more users than one of `models`, gets the rights of the first
+/// of them, less those that any other denies; without models a new one gets what the umask leaves.
+/// Models that are not there do not count.
 std::string ReplaceFile(const std::string& path, std::string_view bytes,
                         const std::optional<Standing>& known = std::nullopt,
                         const std::vector<std::string>& models = {});

@@ -270,9 +270,15 @@ TEST_F(Files, ANewFileIsLikeItsModelsAndForNobodyElse) {
         EXPECT_EQ(ModeOf(dir + "new"), mode);
         fs::remove(dir + "new");
     }
+    Write("own", "", 0600);
     Write("old", "", 0600);
     EXPECT_EQ(ReplaceFile(dir + "old", "text", std::nullopt, {dir + "most"}), "");
-    EXPECT_EQ(ModeOf(dir + "old"), 0600U) << "a file that is there is its own model";
+    EXPECT_EQ(ModeOf(dir + "old"), 0600U) << "a file that is there is its own model,";
+    EXPECT_EQ(chmod((dir + "old").c_str(), 0644), 0);
+    EXPECT_EQ(ReplaceFile(dir + "old", "text", std::nullopt, {dir + "most", dir + "none"}), "");
+    EXPECT_EQ(ModeOf(dir + "old"), 0644U);
+    EXPECT_EQ(ReplaceFile(dir + "old", "text", std::nullopt, {dir + "most", dir + "own"}), "");
+    EXPECT_EQ(ModeOf(dir + "old"), 0600U) << "unless it is open to more users";
     Link("link", "made");
     EXPECT_EQ(ReplaceFile(dir + "link", "text"), "");
     EXPECT_EQ(Read("made"), "text");

@@ -9,6 +9,7 @@
 
 #include "app/config_root.h"
 #include "app/config_upgrader.h"
+#include "files/attributes.h"
 #include "files/look.h"
 #include "files/mirror.h"
 #include "files/move.h"
@@ -49,6 +50,25 @@ bool DoKindsDiffer(const std::string& from, const std::string& to) {
                                   });
 }
 
+/// cp leaves a file that it writes over its own mode, but what it wrote is the attendant's: the
+/// password of a mailbox, for one.
+std::string TightenFiles(const std::string& from, const std::string& to) {
+    const auto listing = files::ListDirectory(from);
+    if (!listing)
+        return files::NotedReason(from);
+    std::string error;
+    for (const files::DirectoryEntry& entry : listing->entries) {
+        const std::string source = from + "/" + entry.name;
+        const std::string target = to + "/" + entry.name;
+        if (error.empty() && files::IsOwnDirectory(target))
+            error = TightenFiles(source, target);
+        else if (error.empty() && files::KindOf(target) == files::Kind::Other &&
+                 !files::IsLink(target))
+            error = files::Tighten(target, source);
+    }
+    return error;
+}
+
 /// Lays the files of attendant 00 over those of the system extension: over a copy of its directory,
 /// which then takes the directory's place. A copy that fails half way changes nothing.
 std::string CopyAttendantToSystem(ConfigUpgrader& upgrader) {
@@ -64,7 +84,7 @@ std::string CopyAttendantToSystem(ConfigUpgrader& upgrader) {
     std::string outcome;
     if (error.empty()) {
         outcome = upgrader.RunWithErrorText(command + ShellPath(copy));
-        if (outcome == "Success")
+        if (outcome == "Success" && (error = TightenFiles(attendant, copy)).empty())
             error = files::SwapDirectories(copy, place);
         else if (HasVisibleEntries(attendant) && !DoKindsDiffer(attendant, copy))
             files::NoteRefusal(EIO);  // all was fit to be copied, so the disk is to blame
