@@ -124,13 +124,22 @@ std::string CopyLink(const std::string& source, const struct stat& info, const s
     return {};
 }
 
+/// Whether it is the file that cannot be linked, and not the disk that refuses: another file
+/// system, one without links, a file of somebody else's or an immutable one, the most that a file
+/// may have.
+bool IsNotLinkable(int error) {
+    return IsUnsupported(error) || error == EPERM || error == EACCES || error == EMLINK;
+}
+
 std::string LinkFile(const std::string& source, const struct stat& info, const std::string& path,
                      std::uint64_t& hash) {
+    if (link(source.c_str(), path.c_str()) != 0)
+        return IsNotLinkable(errno) ? CopyFile(source, info, path, hash) : NotedReason(path);
     const auto read = HashOf(source, info);
     if (!read)
         return NotedReason(source);
     hash = *read;
-    return link(source.c_str(), path.c_str()) == 0 ? "" : NotedReason(path);
+    return {};
 }
 
 bool IsSame(const std::string& source, const struct stat& from, const std::string& destination,

@@ -8,8 +8,9 @@
 
 namespace files {
 
-/// How a file is given to another tree. A link needs no room; it serves where nobody writes into
-/// the file itself, as no save does.
+/// How a file is given to another tree. A link costs nothing, and serves where nobody writes into
+/// the file itself, as no save does. Where the file system or its rules have no link for a file, it
+/// is copied.
 enum class By { Copying, Linking };
 
 /// Copies a regular file or a link (as a link) under a name that is free, with all that belongs to

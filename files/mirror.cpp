@@ -106,10 +106,8 @@ private:
         }
         const std::string to = destination_ + name;
         std::uint64_t hash = 0;
-        const bool isCopied = options_.isWrittenInto && options_.isWrittenInto(name);
-        const By by = isCopied ? By::Copying : by_;
         std::string error =
-            isFree ? GiveEntry(from, info, to, by, hash) : ReplaceEntry(from, info, to, by, hash);
+            isFree ? GiveEntry(from, info, to, by_, hash) : ReplaceEntry(from, info, to, by_, hash);
         if (error.empty() && options_.visit)
             options_.visit(name, info, hash);
         return error;

@@ -17,8 +17,6 @@ struct MirrorOptions {
     std::function<void(const std::string& name, const struct stat& info, std::uint64_t hash)> visit;
     /// Whether an entry of either directory is none of the mirror's: neither copied nor removed.
     std::function<bool(const std::string& name, const struct stat& info)> isLeftAlone;
-    /// Whether somebody may write into a file itself, which is copied then where others are linked.
-    std::function<bool(const std::string& name)> isWrittenInto;
 };
 
 /// Makes the directory `destination` hold what `source` holds, with all that belongs to it: entries

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -76,6 +77,21 @@ std::optional<TreeContent> ParseContent(const std::string& line) {
     return content;
 }
 
+/// The digests, behind a version: the one text in a mark that may be of several lines, but has no
+/// NUL. They are the machine's own numbers, for no mark leaves it.
+std::string DigestText(const EntryDigests& digests) {
+    std::string text(digests.empty() ? 0 : 1, '\0');
+    return text.append(reinterpret_cast<const char*>(digests.data()),
+                       digests.size() * sizeof(EntryDigests::value_type));
+}
+
+EntryDigests ParseDigests(const std::string& text) {
+    EntryDigests digests(text.size() / sizeof(EntryDigests::value_type));
+    if (!digests.empty())
+        std::memcpy(digests.data(), text.data(), digests.size() * sizeof digests.front());
+    return digests;
+}
+
 }  // namespace
 
 std::optional<Mark> ReadMark(const std::string& copy) {
@@ -91,14 +107,16 @@ std::optional<Mark> ReadMark(const std::string& copy) {
         return mark;
     mark.held = ParseContent(text.substr(0, first));
     mark.left = ParseContent(text.substr(first + 1, second - first - 1));
-    mark.version = text.substr(second + 1);
+    const std::size_t end = std::min(text.size(), text.find('\0', second));
+    mark.version = text.substr(second + 1, end - second - 1);
+    mark.digests = ParseDigests(text.substr(std::min(text.size(), end + 1)));
     return mark;
 }
 
 std::string WriteMark(const std::string& copy, const Mark& mark) {
-    // The version stands last: a label's text may be of several lines.
-    return files::ReplaceFile(MarkPath(copy, mark.state),
-                              ContentText(mark.held) + ContentText(mark.left) + mark.version);
+    return files::ReplaceFile(
+        MarkPath(copy, mark.state),
+        ContentText(mark.held) + ContentText(mark.left) + mark.version + DigestText(mark.digests));
 }
 
 bool MarkLeft(const std::string& copy, const std::optional<TreeContent>& left) {

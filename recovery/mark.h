@@ -22,6 +22,7 @@ struct Mark {
     std::optional<TreeContent> held;  // by the copy, when it was made
     std::optional<TreeContent> left;  // of the tree, by a run that ended
     std::string version;              // to be stamped; empty when there is none
+    EntryDigests digests;             // of what is held; empty in a mark of an older build
 };
 
 /// The mark of a copy. Nothing when it has none: then it is not ours.

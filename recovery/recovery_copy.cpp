@@ -1,5 +1,6 @@
 #include "recovery/recovery_copy.h"
 
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 
 #include <cerrno>
@@ -14,7 +15,6 @@
 
 using Configuration::FileError;
 using Configuration::MultiSectionFile;
-using files::By;
 
 namespace {
 
@@ -39,6 +39,25 @@ std::string WriteStamp(const std::string& tree, const std::string& version) {
     return {};
 }
 
+/// Whether a tree's linedb is what a telephony directory has.
+bool IsLineDbSound(const std::string& tree) {
+    try {
+        MultiSectionFile(tree + "/linedb");
+        return true;
+    } catch (const FileError&) {
+        return false;
+    }
+}
+
+/// Puts a tree's linedb back from a copy. False when it can't.
+bool PutLineDbBack(const std::string& copy, const std::string& tree) {
+    const std::string kept = copy + "/linedb";
+    struct stat info {};
+    std::uint64_t hash = 0;
+    return lstat(kept.c_str(), &info) == 0 &&
+           files::ReplaceEntry(kept, info, tree + "/linedb", files::By::Copying, hash).empty();
+}
+
 /// What the file system behind a path has left. One that does not know its own size has enough.
 Room FreeRoom(const std::string& path) {
     constexpr auto enough = static_cast<std::uint64_t>(-1);
@@ -49,9 +68,9 @@ Room FreeRoom(const std::string& path) {
             info.f_files == 0 ? enough : info.f_favail};
 }
 
-/// What the file system of a tree lacks for a copy of links; empty when it lacks neither.
+/// What the file system of a tree lacks for a copy; empty when it lacks neither.
 std::string MissingRoom(const std::string& tree) {
-    const Room needed = RoomForLinks(tree);
+    const Room needed = RoomForCopy(tree);
     const Room left = FreeRoom(tree);
     if (left.bytes >= needed.bytes && left.inodes >= needed.inodes)
         return {};
@@ -60,12 +79,6 @@ std::string MissingRoom(const std::string& tree) {
     };
     return ": at least " + missing(needed.bytes, left.bytes) + " bytes and " +
            missing(needed.inodes, left.inodes) + " inodes more are needed";
-}
-
-std::string ShortOfRoom() {
-    errno = ENOSPC;
-    files::NoteRefusal(errno);
-    return std::strerror(errno);
 }
 
 }  // namespace
@@ -95,6 +108,10 @@ bool RecoveryCopy::Resume(const std::string& configRoot, const std::optional<std
     if (tree_.empty())  // the root directory itself: no copy can stand beside it
         return true;
     lock_.emplace(tree_);
+    if (lock_->IsDenied()) {
+        report_ += "\tanother program holds " + lock_->Path() + " locked, upgrade is not begun\n";
+        return false;
+    }
     for (const std::string& place : PlacesFor(tree_)) {
         copy_ = place;
         if (watch_.HasSeenOne())
@@ -140,19 +157,20 @@ bool RecoveryCopy::BeginAgain(const Mark& mark, const std::optional<std::string>
                               bool isSecondTry) {
     if (!version)
         return GiveUp("labels can't be read");
-    const auto held = ContentOfCopy(copy_);
-    if (watch_.HasSeenOne() || !held || !mark.held || !IsWhole(*held, *mark.held))
+    const auto held = ContentOfCopy(copy_, tree_);
+    if (watch_.HasSeenOne() || !held || !mark.held || !IsWhole(*held, *mark.held, mark.digests))
         return GiveUp("it is not whole");
     // While it is put back, the tree is neither what the last run left nor what it found, and the
     // mark has to say so first. Its name changes before the fingerprint goes: a mark "again"
     // without one would say that settings have changed. A new file for the mark, which a full disk
-    // refuses, is only made where the firmware has changed since.
+    // refuses, is only made where the firmware or what the copy holds has changed since: the
+    // upgrade will take from the tree what they share now.
     isSecondTry_ = isSecondTry;
     bool isMarked = SetState(copy_, isSecondTry ? State::SecondUnderWay : State::UnderWay) &&
                     (!mark.left || MarkLeft(copy_, std::nullopt));
-    if (isMarked && (mark.version != *version || !mark.held->hash))
-        isMarked = WriteMark(copy_, {isSecondTry ? State::SecondUnderWay : State::UnderWay, held,
-                                     std::nullopt, *version})
+    if (isMarked && (mark.version != *version || mark.digests != held->digests))
+        isMarked = WriteMark(copy_, {isSecondTry ? State::SecondUnderWay : State::UnderWay,
+                                     held->total, std::nullopt, *version, held->digests})
                        .empty();
     if (!isMarked)
         return GiveUp("it can't be marked");
@@ -183,7 +201,13 @@ bool RecoveryCopy::GiveUp(const std::string& reason) {
 bool RecoveryCopy::StampAndRemove(const std::string& version) {
     // Without a linedb there is nothing to stamp, and nothing that was converted to keep.
     const bool isStamped = !version.empty() && files::IsThere(tree_ + "/linedb");
-    const std::string error = isStamped ? WriteStamp(tree_, version) : "";
+    std::string error = isStamped ? WriteStamp(tree_, version) : "";
+    // One that nobody can read would keep the tree from being stamped for good, and the factory's
+    // would have it upgraded a second time.
+    if (!error.empty() && !IsLineDbSound(tree_) && PutLineDbBack(copy_, tree_)) {
+        report_ += "\tfile linedb is corrupted, it is put back from " + copy_ + "\n";
+        error = WriteStamp(tree_, version);
+    }
     if (!error.empty())
         return GiveUp("it has changed since, and can't be stamped: " + error);
     report_ += "\tconfiguration has changed since last upgrade, which was not finished: it stays" +
@@ -202,25 +226,18 @@ bool RecoveryCopy::Make(const std::string& version, const NamePredicate& isEnter
     const files::RefusalsForgiven forgiven;
     const files::RefusalWatch watch;
     const std::vector<std::string> places = PlacesFor(tree_);
-    std::string reason;  // why there is no plain copy beside the tree, which is the first choice
+    std::string reason;  // why there is none beside the tree, which is the first choice
     for (const std::string& place : places) {
-        // Without room for the files, links to them serve as well: they are replaced by what the
-        // upgrade saves, never written into.
-        for (const By by : {By::Copying, By::Linking}) {
-            const std::string error = MakeAt(place, by, version, isEntered);
-            if (error.empty()) {
-                if (!reason.empty())
-                    report_ += "\tcan't make recovery copy " + places.front() + " (" + reason +
-                               "), " +
-                               (place != places.front() ? "it is made as " + place
-                                                        : "its files are linked") +
-                               "\n";
-                Stand();
-                return true;
-            }
-            if (reason.empty())
-                reason = error;
+        const std::string error = MakeAt(place, version, isEntered);
+        if (error.empty()) {
+            if (!reason.empty())
+                report_ += "\tcan't make recovery copy " + places.front() + " (" + reason +
+                           "), it is made as " + place + "\n";
+            Stand();
+            return true;
         }
+        if (reason.empty())
+            reason = error;
     }
     copy_ = places.front();
     const bool isShort = watch.HasSeenShortage();
@@ -233,24 +250,18 @@ bool RecoveryCopy::Make(const std::string& version, const NamePredicate& isEnter
 
 /// Makes a copy under its temporary name, with its mark, on the disk, and gives it its name. The
 /// reason in words when it can't; then nothing is left of it.
-std::string RecoveryCopy::MakeAt(const std::string& copy, By by, const std::string& version,
+std::string RecoveryCopy::MakeAt(const std::string& copy, const std::string& version,
                                  const NamePredicate& isEntered) {
     copy_ = copy;
     const std::string temporary = files::TemporaryFor(copy);
     if (files::IsThere(copy))  // Resume has left it there
         return files::IsOwnDirectory(copy) ? "a directory of that name is not ours"
                                            : std::strerror(ENOTDIR);
-    Mark mark;
-    TreeContent held;
-    std::string error = CopyTree(tree_, temporary, by, isEntered, NotOfTheTree(log_), held);
-    // As much again for the upgrade: one that ends on a disk filled by the copy is worse than none.
-    if (error.empty() && by == By::Copying &&
-        (FreeRoom(temporary).bytes < held.bytes || FreeRoom(tree_).bytes < held.bytes))
-        error = ShortOfRoom();
-    mark.held = held;
-    mark.version = version;
+    CopyContent held;
+    std::string error = CopyTree(tree_, temporary, isEntered, NotOfTheTree(log_), held);
     if (error.empty())
-        error = WriteMark(temporary, mark);
+        error = WriteMark(temporary,
+                          {State::UnderWay, held.total, std::nullopt, version, held.digests});
     if (error.empty() && !files::SyncFileSystem(temporary))
         error = files::NotedReason(temporary);
     if (error.empty() && std::rename(temporary.c_str(), copy.c_str()) != 0)
@@ -294,6 +305,11 @@ bool RecoveryCopy::SyncTree() {
     return synced;
 }
 
+void RecoveryCopy::Unshare() {
+    if (stands_)
+        ::Unshare(copy_, tree_);
+}
+
 void RecoveryCopy::MarkDone() {
     if (stands_)
         SetState(copy_, State::Done);
@@ -308,10 +324,14 @@ void RecoveryCopy::End(bool isFinished) {
         return;
     }
     SyncTree();
-    // Without a fingerprint the next start takes the tree for changed, and leaves it.
-    MarkLeft(copy_, FingerprintOf(tree_, copy_, NotOfTheTree(log_)));
-    SetState(copy_, State::Refused);
-    report_ += "\tupgrade is not finished, next start begins again from " + copy_ + "\n";
+    const auto left = FingerprintOf(tree_, copy_, NotOfTheTree(log_));
+    // A disk that refuses files may refuse the mark, too. Without a fingerprint the next start
+    // can't tell what people change until then, so the tree must not be left to it as half
+    // converted as it is; but it is put back for that only once.
+    const bool isLeft = left && MarkLeft(copy_, left);
+    SetState(copy_, isLeft ? State::Refused : State::SecondUnderWay);
+    report_ += "\tupgrade is not finished, next start begins again from " + copy_ +
+               (isLeft ? "" : ", settings that are changed until then are lost") + "\n";
 }
 
 void RecoveryCopy::TakeBack() {

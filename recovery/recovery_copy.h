@@ -25,6 +25,9 @@ std::string ReadStamp(const std::string& tree);
 /// - A mark in it says how far the upgrade is, which version it would stamp, and what the copy
 ///   holds, by its bytes. A copy that no longer holds what its mark says is neither put back nor
 ///   removed; a directory of that name without a mark is not ours and is left alone.
+/// - The copy is made of links, which cost nothing, for saves replace files and never write into
+///   them. What others write into a file that is not converted yet is the newest setting, in the
+///   copy as in the tree.
 /// - Where nothing can be made beside the tree, the copy stands in the tree itself, under a name
 ///   that no step enters.
 /// - A run that was killed is begun again by the next start. So is, once, a run that ended because
@@ -56,6 +59,8 @@ public:
     bool SyncTree();
     /// Marks that nothing but the stamp is left to do.
     void MarkDone();
+    /// Before a command that may write into files of the tree: has the copy share none of them.
+    void Unshare();
     /// At the end: removes the copy, or leaves it to the next start.
     void End(bool isFinished);
     /// At the end of a run that had too little memory: puts the tree back at once and removes the
@@ -78,7 +83,7 @@ private:
     std::string PutBack();
     bool GiveUp(const std::string& reason);
     bool StampAndRemove(const std::string& version);
-    std::string MakeAt(const std::string& copy, files::By by, const std::string& version,
+    std::string MakeAt(const std::string& copy, const std::string& version,
                        const NamePredicate& isEntered);
     void Stand();
     void Remove();

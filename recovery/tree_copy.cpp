@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstring>
@@ -54,29 +55,40 @@ std::string PutBackFile(const std::string& kept, const std::string& link) {
     return files::ReplaceFile(link, *saved.bytes, std::nullopt, {kept});
 }
 
-/// Calls `visit(kept, link, isDirectory)` for all that a copy keeps of what links led to, as long
-/// as it returns an empty text.
-template <typename Visit>
-std::string ForEachLinked(const std::string& copy, const std::string& tree, const Visit& visit) {
+/// Told of what a copy keeps under a path, the path of the original, and whether it is a directory;
+/// returns a reason to end.
+using KeptVisitor =
+    std::function<std::string(const std::string& kept, const std::string& original, bool)>;
+
+/// Visits all that a copy keeps, a directory before what is in it, as long as no reason comes back.
+std::string ForEachKept(const std::string& copy, const std::string& tree,
+                        const KeptVisitor& visit) {
     const auto listing = ListDirectory(copy);
     if (!listing)
         return NotedReason(copy);
-    std::string error;
     for (const DirectoryEntry& entry : listing->entries) {
         const std::string path = copy + "/" + entry.name;
         const bool isDirectory =
             IsMaybe(entry, DirectoryEntry::Type::Directory) && files::IsOwnDirectory(path);
         std::string original = tree + "/" + entry.name;
-        if (IsLinked(entry.name)) {
+        if (IsLinked(entry.name))
             original.resize(original.size() - linkedSuffix.size());
-            error = visit(path, original, isDirectory);
-        }
+        std::string error = visit(path, original, isDirectory);
         if (error.empty() && isDirectory)
-            error = ForEachLinked(path, original, visit);
+            error = ForEachKept(path, original, visit);
         if (!error.empty())
             return error;
     }
     return {};
+}
+
+/// The same for what links led to alone.
+std::string ForEachLinked(const std::string& copy, const std::string& tree,
+                          const KeptVisitor& visit) {
+    return ForEachKept(copy, tree,
+                       [&](const std::string& kept, const std::string& link, bool isDirectory) {
+                           return IsLinked(kept) ? visit(kept, link, isDirectory) : "";
+                       });
 }
 
 constexpr std::uint64_t block = 4096;
@@ -86,10 +98,10 @@ std::uint64_t InBlocks(const struct stat& info) {
     return (static_cast<std::uint64_t>(info.st_size) + block - 1) / block * block;
 }
 
-/// Adds an entry, with the hash of its bytes or target. The hashes are added up, so that the order
-/// of a directory's entries does not count.
-void AddEntry(const std::string& name, const struct stat& info, std::uint64_t hash,
-              TreeContent& content) {
+/// Adds an entry, with the hash of its bytes or target, and returns its digest. The digests are
+/// added up, so that the order of a directory's entries does not count.
+std::uint64_t AddEntry(const std::string& name, const struct stat& info, std::uint64_t hash,
+                       TreeContent& content) {
     files::Digest digest;
     digest.Add(name);
     digest.Add(std::uint64_t{info.st_mode & S_IFMT});
@@ -98,15 +110,20 @@ void AddEntry(const std::string& name, const struct stat& info, std::uint64_t ha
     ++content.entries;
     if (S_ISREG(info.st_mode))
         content.bytes += InBlocks(info);
+    return digest.Value();
 }
 
 /// A tree being read for its content.
 class TreeReader {
 public:
-    /// `isPassed` tells what does not count, by its name and kind.
-    TreeReader(TreeContent& content,
-               std::function<bool(const std::string& name, const struct stat& info)> isPassed)
-        : content_(content), isPassed_(std::move(isPassed)) {}
+    /// `isPassed` tells what does not count, by its name and kind; `note` is told of each entry
+    /// that does, with its digest.
+    TreeReader(
+        TreeContent& content,
+        std::function<bool(const std::string& name, const struct stat& info)> isPassed,
+        std::function<void(const std::string& name, const struct stat& info, std::uint64_t digest)>
+            note = nullptr)
+        : content_(content), isPassed_(std::move(isPassed)), note_(std::move(note)) {}
 
     /// Adds a directory and all below it. False, and noted, when something cannot be read.
     bool Add(const std::string& path, const std::string& name) {
@@ -115,7 +132,7 @@ public:
         const auto entries = directory.IsOpen() ? directory.Entries() : std::nullopt;
         if (!entries || fstat(directory.Descriptor(), &info) != 0)
             return Fail(path);
-        AddEntry(name, info, 0, content_);
+        Note(name, info, 0);
         for (const DirectoryEntry& entry : *entries) {
             const std::string below = path + "/" + entry.name;
             if (!directory.Look(entry.name, info))
@@ -136,11 +153,17 @@ public:
         const auto hash = files::HashOf(path, info);
         if (!hash)
             return Fail(path);
-        AddEntry(name, info, *hash, content_);
+        Note(name, info, *hash);
         return true;
     }
 
 private:
+    void Note(const std::string& name, const struct stat& info, std::uint64_t hash) {
+        const std::uint64_t digest = AddEntry(name, info, hash, content_);
+        if (note_)
+            note_(name, info, digest);
+    }
+
     static bool Fail(const std::string& path) {
         files::NoteRefusal(errno, "Can't read: " + path);
         return false;
@@ -148,22 +171,47 @@ private:
 
     TreeContent& content_;
     std::function<bool(const std::string& name, const struct stat& info)> isPassed_;
+    std::function<void(const std::string& name, const struct stat& info, std::uint64_t digest)>
+        note_;
 };
 
-/// The route tool, which an upgrade runs, may write into the tables at the tree's top, and a file
-/// that the copy has by a link would change with the tree's.
-bool IsWrittenInto(const std::string& name) {
-    return name.rfind('/') == 0;
+/// The name below the tree of what has this name below the copy.
+std::string OriginalName(std::string name) {
+    if (IsLinked(name))
+        name.resize(name.size() - linkedSuffix.size());
+    return StringUtils::ReplaceString(name, std::string(linkedSuffix) + "/", "/", 0);
+}
+
+/// Whether what a copy has under a path is the very file that the tree has under another.
+bool IsShared(const struct stat& kept, const std::string& original) {
+    struct stat there {};
+    return S_ISREG(kept.st_mode) && kept.st_nlink > 1 && stat(original.c_str(), &there) == 0 &&
+           there.st_dev == kept.st_dev && there.st_ino == kept.st_ino;
+}
+
+/// Gives a file another inode, with the same bytes and all that belongs to it.
+std::string GiveOwnBytes(const std::string& path) {
+    struct stat info {};
+    std::uint64_t hash = 0;
+    const std::string temporary = files::TemporaryFor(path);
+    files::RemoveTree(temporary);
+    if (lstat(path.c_str(), &info) != 0 || !files::SyncChangesBelow(files::DirectoryOf(path)))
+        return NotedReason(path);
+    std::string error = files::GiveEntry(path, info, temporary, By::Copying, hash);
+    if (!error.empty() || files::PutInPlace(temporary, path))
+        return error;
+    error = NotedReason(path);
+    files::RemoveFile(temporary);
+    return error;
 }
 
 /// A copy in the making.
 class TreeCopier {
 public:
-    TreeCopier(const std::string& tree, const std::string& copy, By by,
-               const NamePredicate& isEntered, const NotOfTheTree& isLeftAlone, TreeContent& held)
+    TreeCopier(const std::string& tree, const std::string& copy, const NamePredicate& isEntered,
+               const NotOfTheTree& isLeftAlone, CopyContent& held)
         : tree_(files::RealPath(tree)),
           copy_(copy),
-          by_(by),
           isEntered_(isEntered),
           isLeftAlone_(isLeftAlone),
           held_(held) {}
@@ -173,13 +221,12 @@ public:
         std::vector<std::string> links;
         files::MirrorOptions options;
         options.isLeftAlone = isLeftAlone_;
-        options.isWrittenInto = IsWrittenInto;
         options.visit = [&](const std::string& below, const struct stat& info, std::uint64_t hash) {
-            AddEntry(name + below, info, hash, held_);
+            Note(name + below, info, hash);
             if (S_ISLNK(info.st_mode))
                 links.push_back(below);
         };
-        std::string error = files::MirrorTree(directory, copy_ + name, by_, options);
+        std::string error = files::MirrorTree(directory, copy_ + name, By::Linking, options);
         for (const std::string& link : links)
             if (error.empty())
                 error = CopyBehind(directory + link, name + link);
@@ -187,6 +234,10 @@ public:
     }
 
 private:
+    void Note(const std::string& name, const struct stat& info, std::uint64_t hash) {
+        held_.digests.push_back(AddEntry(name, info, hash, held_.total));
+    }
+
     std::string CopyBehind(const std::string& link, const std::string& name) {
         struct stat info {};
         const files::RefusalWatch watch;
@@ -202,11 +253,11 @@ private:
             return NoteDangling(kept);
         if (S_ISREG(info.st_mode)) {
             std::uint64_t hash = 0;
-            std::string error = files::GiveEntry(real, info, copy_ + kept, by_, hash);
-            AddEntry(kept, info, hash, held_);
+            std::string error = files::GiveEntry(real, info, copy_ + kept, By::Linking, hash);
+            Note(kept, info, hash);
             return error;
         }
-        if (!S_ISDIR(info.st_mode) || !isEntered_(OriginalName(name)) ||
+        if (!S_ISDIR(info.st_mode) || !isEntered_(OriginalName(name.substr(1))) ||
             files::IsWithin(tree_, real) || !seen_.insert(real).second)
             return {};
         return Copy(real, kept);
@@ -219,21 +270,15 @@ private:
         if (symlink("nothing", path.c_str()) != 0 || lstat(path.c_str(), &info) != 0)
             return NotedReason(path);
         const auto hash = files::HashOf(path, info);
-        AddEntry(kept, info, hash.value_or(0), held_);
+        Note(kept, info, hash.value_or(0));
         return hash ? "" : NotedReason(path);
-    }
-
-    /// The name below the tree of what has this name below the copy.
-    static std::string OriginalName(const std::string& name) {
-        return StringUtils::ReplaceString(name.substr(1), std::string(linkedSuffix) + "/", "/", 0);
     }
 
     std::string tree_;
     std::string copy_;
-    By by_;
     const NamePredicate& isEntered_;
     const NotOfTheTree& isLeftAlone_;
-    TreeContent& held_;
+    CopyContent& held_;
     std::set<std::string> seen_;  // directories behind links, each once
 };
 
@@ -243,6 +288,7 @@ Room RoomOfDirectories(const std::string& tree) {
     if (const auto listing = ListDirectory(tree)) {
         for (const DirectoryEntry& entry : listing->entries) {
             const std::string path = tree + "/" + entry.name;
+            room.bytes += sizeof(EntryDigests::value_type);
             if (entry.type == DirectoryEntry::Type::Link) {
                 ++room.inodes;
             } else if (entry.type != DirectoryEntry::Type::File && files::IsOwnDirectory(path)) {
@@ -264,18 +310,27 @@ bool NotOfTheTree::operator()(const std::string& name, const struct stat& info) 
            (hasLog_ && info.st_dev == log_.st_dev && info.st_ino == log_.st_ino);
 }
 
-std::string CopyTree(const std::string& tree, const std::string& copy, By by,
+std::string CopyTree(const std::string& tree, const std::string& copy,
                      const NamePredicate& isEntered, const NotOfTheTree& isLeftAlone,
-                     TreeContent& held) {
+                     CopyContent& held) {
     held = {};
-    return TreeCopier(tree, copy, by, isEntered, isLeftAlone, held).Copy(tree, "");
+    std::string error = TreeCopier(tree, copy, isEntered, isLeftAlone, held).Copy(tree, "");
+    std::sort(held.digests.begin(), held.digests.end());
+    return error;
+}
+
+std::string Unshare(const std::string& copy, const std::string& tree) {
+    return ForEachKept(copy, tree, [](const std::string& kept, const std::string& original, bool) {
+        struct stat info {};
+        const bool isShared = lstat(kept.c_str(), &info) == 0 && IsShared(info, original);
+        return isShared ? GiveOwnBytes(files::RealPath(original)) : "";
+    });
 }
 
 std::string PutBackTree(const std::string& copy, const std::string& tree,
                         const NotOfTheTree& isLeftAlone) {
     files::MirrorOptions options;
     options.isLeftAlone = isLeftAlone;
-    options.isWrittenInto = IsWrittenInto;
     std::string error = files::MirrorTree(copy, tree, By::Copying, options);
     // Without room for a file, a link to the copy's serves.
     if (!error.empty() && files::MirrorTree(copy, tree, By::Linking, options).empty())
@@ -298,20 +353,31 @@ std::string PutBackTree(const std::string& copy, const std::string& tree,
         });
 }
 
-std::optional<TreeContent> ContentOfCopy(const std::string& copy) {
-    TreeContent content;
+std::optional<CopyContent> ContentOfCopy(const std::string& copy, const std::string& tree) {
+    CopyContent content;
     // Marks are no part of what was copied.
     const auto isMark = [](const std::string& name, const struct stat&) {
         return name.ends_with(files::temporarySuffix) && !IsLinked(name);
     };
-    if (!TreeReader(content, isMark).Add(copy, ""))
+    const auto note = [&](const std::string& name, const struct stat& info, std::uint64_t digest) {
+        content.digests.push_back(digest);
+        if (!IsShared(info, tree + OriginalName(name)))
+            content.ownDigests.push_back(digest);
+    };
+    if (!TreeReader(content.total, isMark, note).Add(copy, ""))
         return std::nullopt;
+    std::sort(content.digests.begin(), content.digests.end());
+    std::sort(content.ownDigests.begin(), content.ownDigests.end());
     return content;
 }
 
-bool IsWhole(const TreeContent& held, const TreeContent& marked) {
-    return marked.hash ? held == marked
-                       : held.entries == marked.entries && held.bytes == marked.bytes;
+bool IsWhole(const CopyContent& held, const TreeContent& marked, const EntryDigests& digests) {
+    const bool isSameSize =
+        held.total.entries == marked.entries && held.total.bytes == marked.bytes;
+    return (isSameSize && (!marked.hash || held.total.hash == marked.hash)) ||
+           (held.digests.size() == digests.size() &&
+            std::includes(digests.begin(), digests.end(), held.ownDigests.begin(),
+                          held.ownDigests.end()));
 }
 
 std::optional<TreeContent> FingerprintOf(const std::string& tree, const std::string& copy,
@@ -342,18 +408,9 @@ std::optional<TreeContent> FingerprintOf(const std::string& tree, const std::str
     return content;
 }
 
-Room RoomForLinks(const std::string& tree) {
+Room RoomForCopy(const std::string& tree) {
     Room room = RoomOfDirectories(tree);
-    room.bytes += block;  // the mark
+    room.bytes += block;  // the mark, besides its digests
     room.inodes += 1;
-    if (const auto listing = ListDirectory(tree)) {
-        for (const DirectoryEntry& entry : listing->entries) {
-            struct stat info {};
-            if (lstat((tree + "/" + entry.name).c_str(), &info) == 0 && S_ISREG(info.st_mode)) {
-                room.bytes += InBlocks(info);
-                ++room.inodes;
-            }
-        }
-    }
     return room;
 }

@@ -4,6 +4,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "files/copy.h"
 #include "files/own_names.h"
@@ -20,6 +21,18 @@ struct TreeContent {
     std::optional<std::uint64_t> hash;  // unknown in a mark of an older build, which had another
 
     bool operator==(const TreeContent&) const = default;
+};
+
+/// The digests of a copy's entries, each of name, kind and bytes, in ascending order. A file that
+/// the tree shares with its copy changes in both when somebody writes into it; the others must be
+/// what they were, and only a digest of each can tell that.
+using EntryDigests = std::vector<std::uint64_t>;
+
+/// What a copy holds.
+struct CopyContent {
+    TreeContent total;
+    EntryDigests digests;
+    EntryDigests ownDigests;  // of what the tree does not share
 };
 
 /// The name of a copy that stands in the tree itself, for want of another place.
@@ -39,13 +52,19 @@ private:
 
 /// Copies a directory tree with what its links lead to, for saves write through links: beside the
 /// link stands, under a name that ends as temporaries do, a copy of the file or directory behind
-/// it. Nothing is kept of what lies in the tree anyway, of a directory that holds the tree, and of
-/// links at the top level that `isEntered` denies: a link to a backup or to regional files is not
-/// ours to copy. `held` becomes what the copy holds. Returns the reason in words on failure; an
-/// empty text on success. Nothing is synced.
-std::string CopyTree(const std::string& tree, const std::string& copy, files::By by,
+/// it. Files are linked: a save replaces them, and leaves the copy what it was. Nothing is kept of
+/// what lies in the tree anyway, of a directory that holds the tree, and of links at the top level
+/// that `isEntered` denies: a link to a backup or to regional files is not ours to copy. `held`
+/// becomes what the copy holds. Returns the reason in words on failure; an empty text on success.
+/// Nothing is synced.
+std::string CopyTree(const std::string& tree, const std::string& copy,
                      const NamePredicate& isEntered, const NotOfTheTree& isLeftAlone,
-                     TreeContent& held);
+                     CopyContent& held);
+
+/// Gives each file that a tree shares with its copy bytes of its own in the tree, for a command
+/// that may write into files. Returns the reason in words, noted, on failure, with the rest not
+/// done.
+std::string Unshare(const std::string& copy, const std::string& tree);
 
 /// Makes the tree, and what its links lead to, what the copy says. A directory behind a link that
 /// is not there (its disk is not mounted) is a failure, not made. Returns the reason in words on
@@ -53,21 +72,22 @@ std::string CopyTree(const std::string& tree, const std::string& copy, files::By
 std::string PutBackTree(const std::string& copy, const std::string& tree,
                         const NotOfTheTree& isLeftAlone);
 
-/// What a copy holds. Nothing when it cannot be read.
-std::optional<TreeContent> ContentOfCopy(const std::string& copy);
+/// What the copy of a tree holds. Nothing when it cannot be read.
+std::optional<CopyContent> ContentOfCopy(const std::string& copy, const std::string& tree);
 
-/// Whether a copy holds what its mark says. What an older build made is known by its size alone.
-bool IsWhole(const TreeContent& held, const TreeContent& marked);
+/// Whether a copy holds what its mark says, but for what is written into files that the tree
+/// shares: that is not converted yet, and newer than the copy. What an older build made is known by
+/// its size alone.
+bool IsWhole(const CopyContent& held, const TreeContent& marked, const EntryDigests& digests);
 
 /// A live tree, and what its links lead to so far as the copy has that: equal only when nobody has
 /// changed a setting in between. Nothing when it cannot be read.
 std::optional<TreeContent> FingerprintOf(const std::string& tree, const std::string& copy,
                                          const NotOfTheTree& isLeftAlone);
 
-/// What a copy of links takes: the inodes and the bytes of its directories, links and mark, and of
-/// the files at the tree's top, which are copied.
+/// What a copy takes: the inodes and the bytes of its directories, links and mark.
 struct Room {
     std::uint64_t bytes = 0;
     std::uint64_t inodes = 0;
 };
-Room RoomForLinks(const std::string& tree);
+Room RoomForCopy(const std::string& tree);

@@ -39,15 +39,18 @@ protected:
             fs::create_directory_symlink(unit.Path(std::string("mnt/data/") + name),
                                          unit.Live(name));
         }
+        fs::rename(unit.Live("22/grouplistdb"), unit.Path("mnt/data/groups"));
+        fs::create_symlink(unit.Path("mnt/data/groups"), unit.Live("22/grouplistdb"));
     }
-    /// Runs the upgrade until it has the factory's dial plan copied, where it dies.
-    void Interrupt() const {
+    /// Runs the upgrade until a command that holds this text, where it dies: without one, until it
+    /// has the factory's dial plan copied.
+    void Interrupt(const std::string& at = "dialplan.cfg") const {
         const pid_t child = fork();
         if (child == 0) {
             Appliance appliance = site.appliance;
             setenv("ORIX_PATH", appliance.liveConf.c_str(), 1);
-            appliance.runShell = [](const std::string& command) {
-                if (Holds(command, "dialplan.cfg"))
+            appliance.runShell = [&](const std::string& command) {
+                if (Holds(command, at))
                     _exit(0);
                 return std::system(command.c_str());
             };
@@ -227,6 +230,40 @@ TEST_F(Recovery, ACopyThatIsNotWholeIsNotPutBack) {
     ExpectUndisturbed();
 }
 
+TEST_F(Recovery, WhatIsWrittenIntoAFileThatIsNotConvertedYetIsKept) {
+    // By services that start after a kill; the second run then converts it, and is killed as well.
+    const std::string groups = "section\n{\ngroup=New\naddress_list=PBX/11\n}\n";
+    for (const Site* unit : {&site, &undisturbed})
+        MoveBehindLinks(*unit);
+    Interrupt();
+    for (const Site* unit : {&site, &undisturbed})
+        for (const char* file : {"21/grouplistdb", "22/grouplistdb", "23/grouplistdb"})
+            unit->Write(unit->Live(file), groups);
+    ASSERT_GT(fs::hard_link_count(site.Live("23/grouplistdb")), 1U);
+    Interrupt("/00/");
+    ASSERT_NE(site.Read(site.Live("23/grouplistdb")), groups);
+    EXPECT_TRUE(Holds(site.Upgrade(), "configuration is put back from "));
+    ExpectUndisturbed();
+}
+
+TEST_F(Recovery, ACommandThatWritesIntoFilesDoesNotReachTheCopy) {
+    for (const Site* unit : {&site, &undisturbed}) {
+        MoveBehindLinks(*unit);
+        unit->Write(unit->Live("extensiondb"), Replaced(unit->Read(unit->Live("extensiondb")),
+                                                        "routing_on=1", "routing_on=0"));
+        std::string script = "#!/bin/sh\ncd " + unit->Live("") + "\n";
+        for (const char* file : {"21/grouplistdb", "22/grouplistdb", "23/grouplistdb", "nat.cfg"})
+            script += std::string("printf 'section\\n{\\n}\\n' >>") + file + "\n";
+        unit->Write(unit->appliance.routeTool, script);
+        fs::permissions(unit->appliance.routeTool, fs::perms::all);
+    }
+    Interrupt("/00/");
+    ASSERT_TRUE(Holds(Get("22/grouplistdb"), "[|]"));
+    Interrupt("/00/");
+    EXPECT_TRUE(Holds(site.Upgrade(), "configuration is put back from "));
+    ExpectUndisturbed();
+}
+
 TEST_F(Recovery, ASplitUnderEqualLabelsIsTriedOnceMore) {
     for (const Site* unit : {&site, &undisturbed})
         unit->SetLiveVersion(FactoryVersion());
@@ -240,6 +277,52 @@ TEST_F(Recovery, ASplitUnderEqualLabelsIsTriedOnceMore) {
     site.Write(site.Live("nat.cfg"), "set=by people\n");
     EXPECT_TRUE(Holds(site.Upgrade(), "which was not finished: it stays, recovery copy"));
     EXPECT_FALSE(Holds(Get("linedb"), "current_version"));
+}
+
+TEST_F(Recovery, ALineDbThatNobodyCanReadDoesNotEndTheWayBack) {
+    UpgradeRefused();
+    site.Write(site.Live("nat.cfg"), "set=by people\n");
+    site.Write(site.Live("linedb"), "section\n}\n");
+    log = site.Upgrade();
+    EXPECT_TRUE(Holds(log, "\tfile linedb is corrupted, it is put back from " + copy + "\n"));
+    EXPECT_TRUE(Holds(log, " it stays and is stamped, "));
+    EXPECT_TRUE(Holds(log, "\tConfigurarion already checked.\n"));
+    EXPECT_EQ(site.Read(site.Live("nat.cfg")), "set=by people\n");
+    EXPECT_TRUE(Holds(Get("linedb"), "|line_name=Front office|")) << "not the factory's";
+}
+
+TEST_F(Recovery, ADiskThatRefusesTheMarkHasTheTreePutBackOnce) {
+    const auto refuse = [](const std::string& command) {
+        files::NoteRefusal(EIO);
+        return std::system(command.c_str());
+    };
+    for (const bool isForGood : {false, true}) {
+        Site unit;
+        const std::string kept = unit.Path("etc/orix-conf/telephony.mend-undo");
+        unit.appliance.runShell = refuse;
+        WithRefused({{"pwrite", EIO}}, [&] {
+            EXPECT_TRUE(Holds(
+                unit.Upgrade(),
+                " begins again from " + kept + ", settings that are changed until then are lost"));
+        });
+        if (IsSkipped())
+            return;
+        if (!isForGood)
+            unit.appliance.runShell = Appliance().runShell;
+        log = unit.Upgrade();
+        EXPECT_TRUE(Holds(log, "configuration is put back from "));
+        EXPECT_TRUE(Holds(log, " is set in linedb\n"));
+        EXPECT_FALSE(unit.Exists(kept));
+    }
+}
+
+TEST_F(Recovery, ALockThatNeverComesEndsTheStart) {
+    const auto before = site.Snapshot();
+    WithRefused({{"flock", EWOULDBLOCK}, {"sleep", 0}}, [&] {
+        EXPECT_TRUE(Holds(site.Upgrade(), "\tanother program holds " + site.Path("etc/orix-conf") +
+                                              " locked, upgrade is not begun\n"));
+        EXPECT_EQ(site.Snapshot(), before);
+    });
 }
 
 TEST_F(Recovery, ASecondStartWaitsForTheFirst) {
@@ -335,12 +418,12 @@ TEST(RecoveryDecision, IsAsTheTableSays) {
     for (const Row& row : rows) {
         std::optional<Mark> mark;
         if (row.state)
-            mark = Mark{*row.state, row.held, row.left, "5"};
+            mark = Mark{*row.state, row.held, row.left, "5", {}};
         EXPECT_EQ(Decide(mark, row.stamp, [&] { return row.now; }), row.action)
             << "row " << &row - rows;
     }
     // Of a tree without labels nothing is stamped, and the mark alone tells the end.
-    EXPECT_EQ(Decide(Mark{State::Done, was, unknown, ""}, "4", [] { return std::nullopt; }),
+    EXPECT_EQ(Decide(Mark{State::Done, was, unknown, "", {}}, "4", [] { return std::nullopt; }),
               Remove);
 }
 
@@ -361,7 +444,7 @@ TEST_F(Recovery, AMarkSaysWhatWasWrittenOrSaysLess) {
         EXPECT_EQ(mark->version, version);
     };
     const std::string version = "5.1.0\nof two lines";
-    EXPECT_EQ(WriteMark(path, {State::UnderWay, held, std::nullopt, version}), "");
+    EXPECT_EQ(WriteMark(path, {State::UnderWay, held, std::nullopt, version, {}}), "");
     expect(State::UnderWay, held, std::nullopt, version);
     const std::string text = site.Read(path + "/target.mend-tmp");
     // What fsck or a full disk leaves of it.
@@ -381,13 +464,18 @@ TEST_F(Recovery, AMarkSaysWhatWasWrittenOrSaysLess) {
     EXPECT_TRUE(MarkLeft(path, left));
     expect(State::UnderWay, held, left, version);
     EXPECT_EQ(site.Read(path + "/target.mend-tmp").size(), text.size()) << "without need for room";
+    const EntryDigests digests = {0, 7, 0xffffffffffffffff};
+    EXPECT_EQ(WriteMark(path, {State::UnderWay, held, left, version, digests}), "");
+    expect(State::UnderWay, held, left, version);
+    EXPECT_EQ(ReadMark(path)->digests, digests);
+    EXPECT_EQ(WriteMark(path, {State::UnderWay, held, left, version, {}}), "");
     for (const State state : {State::SecondUnderWay, State::Refused, State::Done}) {
         EXPECT_TRUE(SetState(path, state));
         expect(state, held, left, version);
     }
     // Of several marks, the furthest counts.
     for (const State state : {State::UnderWay, State::SecondUnderWay, State::Refused}) {
-        EXPECT_EQ(WriteMark(path, {state, std::nullopt, std::nullopt, ""}), "");
+        EXPECT_EQ(WriteMark(path, {state, std::nullopt, std::nullopt, "", {}}), "");
         expect(State::Done, held, left, version);
     }
     EXPECT_TRUE(SetState(path, State::Stamped));

@@ -71,6 +71,12 @@ TEST_F(Files, ACopyIsLikeItsOriginalAndLeavesNothingWhenItFails) {
         EXPECT_EQ(InfoOf(dir + "copy").st_ino == a.st_ino, name == "file") << "a link is copied";
         fs::remove(dir + "copy");
     }
+    for (const int error : {EXDEV, EPERM, EMLINK, EOPNOTSUPP})
+        WithRefused({{"link", error}}, [&] {
+            EXPECT_EQ(Told([&] { return CopyEntry(dir + "file", dir + "copy", By::Linking); }), "");
+            EXPECT_NE(InfoOf(dir + "copy").st_ino, InfoOf(dir + "file").st_ino) << error;
+            fs::remove(dir + "copy");
+        });
     EXPECT_EQ(Told([&] { return CopyEntry(dir + "none", dir + "copy", By::Copying); }),
               "none: No such file or directory");
 
@@ -86,7 +92,7 @@ TEST_F(Files, ACopyIsLikeItsOriginalAndLeavesNothingWhenItFails) {
         {"file", By::Copying, {"write", ENOSPC}, "copy: No space left on device (noted)"},
         {"file", By::Copying, {"fchmod", EPERM}, "copy: Operation not permitted (noted)"},
         {"file", By::Copying, {"utimens", EPERM}, "copy: Operation not permitted (noted)"},
-        {"file", By::Linking, {"link", EMLINK}, "copy: Too many links (noted)"},
+        {"file", By::Linking, {"link", ENOSPC}, "copy: No space left on device (noted)"},
         {"file", By::Linking, {"read", EIO}, "file: Input/output error (noted)"},
         {"link", By::Copying, {"readlink", EIO}, "link: Input/output error (noted)"},
         {"link", By::Copying, {"symlink", ENOSPC}, "copy: No space left on device (noted)"},

@@ -34,7 +34,9 @@ void DropAccessRoutes(ConfigUpgrader& upgrader, MultiSectionFile& routes) {
     }
     if (changed)
         upgrader.Save(routes);
-    // The tool also runs when no route went. Should it fail, the table stays as it is saved.
+    // The tool also runs when no route went. Should it fail, the table stays as it is saved. Saves
+    // replace files; it may write into them.
+    upgrader.recovery.Unshare();
     const std::string outcome = upgrader.RunWithErrorText(ShellPath(upgrader.appliance.routeTool));
     upgrader.Trace(3, "Update done - %s.\n", outcome.c_str());
 }

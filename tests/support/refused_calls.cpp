@@ -59,7 +59,10 @@ constexpr Call knownCalls[] = {
     {"getdents", SYS_getdents64},
     {"read", SYS_read},
     {"write", SYS_write, 0, 0, 0, STDERR_FILENO},  // what a test says is not refused
+    {"pwrite", SYS_pwrite64},
     {"fsync", SYS_fsync},
+    {"flock", SYS_flock},
+    {"sleep", SYS_clock_nanosleep},
     {"syncfs", SYS_syncfs},
     {"fchmod", SYS_fchmod},
     {"fchown", SYS_fchown},
