@@ -40,6 +40,15 @@ bool IsMaybe(const DirectoryEntry& entry, DirectoryEntry::Type type) {
     return entry.type == type || entry.type == DirectoryEntry::Type::Unknown;
 }
 
+/// What stands behind a path, links followed. What the disk does not tell is noted, or it would
+/// pass for nothing.
+bool LookBehind(const std::string& path, struct stat& info) {
+    if (stat(path.c_str(), &info) == 0)
+        return true;
+    files::NoteRefusal(errno);
+    return false;
+}
+
 /// Writes a file back through the link that led to it, unless it is as it was.
 std::string PutBackFile(const std::string& kept, const std::string& link) {
     if (files::IsLink(kept)) {  // nothing was there
@@ -68,8 +77,11 @@ std::string ForEachKept(const std::string& copy, const std::string& tree,
         return NotedReason(copy);
     for (const DirectoryEntry& entry : listing->entries) {
         const std::string path = copy + "/" + entry.name;
+        const files::RefusalWatch watch;
         const bool isDirectory =
             IsMaybe(entry, DirectoryEntry::Type::Directory) && files::IsOwnDirectory(path);
+        if (watch.HasSeenOne())  // it must not pass for a file
+            return NotedReason(path);
         std::string original = tree + "/" + entry.name;
         if (IsLinked(entry.name))
             original.resize(original.size() - linkedSuffix.size());
@@ -185,8 +197,9 @@ std::string OriginalName(std::string name) {
 /// Whether what a copy has under a path is the very file that the tree has under another.
 bool IsShared(const struct stat& kept, const std::string& original) {
     struct stat there {};
-    return S_ISREG(kept.st_mode) && kept.st_nlink > 1 && stat(original.c_str(), &there) == 0 &&
-           there.st_dev == kept.st_dev && there.st_ino == kept.st_ino;
+    if (!S_ISREG(kept.st_mode) || kept.st_nlink == 1 || !LookBehind(original, there))
+        return false;
+    return there.st_dev == kept.st_dev && there.st_ino == kept.st_ino;
 }
 
 /// Gives a file another inode, with the same bytes and all that belongs to it.
@@ -242,7 +255,7 @@ private:
         struct stat info {};
         const files::RefusalWatch watch;
         const std::string real = files::RealPath(link);
-        const bool isThere = !real.empty() && stat(real.c_str(), &info) == 0;
+        const bool isThere = !real.empty() && LookBehind(real, info);
         if (watch.HasSeenOne())
             return NotedReason(link);
         const std::string kept = name + std::string(linkedSuffix);
@@ -396,11 +409,8 @@ std::optional<TreeContent> FingerprintOf(const std::string& tree, const std::str
             struct stat info {};
             const files::RefusalWatch watch;
             const std::string real = files::RealPath(link);
-            if (real.empty() || stat(real.c_str(), &info) != 0) {
-                if (!real.empty())
-                    files::NoteRefusal(errno);
+            if (real.empty() || !LookBehind(real, info))
                 return watch.HasSeenOne() ? link : "";  // nothing there is a fact, too
-            }
             return reader.AddFile(real, link, info) ? "" : link;
         });
     if (!error.empty())
