@@ -46,7 +46,7 @@ protected:
         site.appliance.runShell = [this](const std::string& command) {
             if (command.find("dialplan.cfg") != std::string::npos)
                 Put("dialplan.seen", Get("dialplan.cfg"));
-            return std::system(command.c_str());
+            return Site::RunShell(command);
         };
         site.appliance.voiceStorageSize = [](const std::string&) { return 400; };
         site.Unpack("gates.txt");

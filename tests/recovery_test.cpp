@@ -52,7 +52,7 @@ protected:
             appliance.runShell = [&](const std::string& command) {
                 if (Holds(command, at))
                     _exit(0);
-                return std::system(command.c_str());
+                return Site::RunShell(command);
             };
             ConfigUpgrader(appliance).Run();
             _exit(1);
@@ -66,10 +66,10 @@ protected:
     void UpgradeRefused() {
         site.appliance.runShell = [](const std::string& command) {
             files::NoteRefusal(EIO);
-            return std::system(command.c_str());
+            return Site::RunShell(command);
         };
         log = site.Upgrade();
-        site.appliance.runShell = Appliance().runShell;
+        site.appliance.runShell = Site::RunShell;
         ASSERT_TRUE(Holds(log, "\tupgrade is not finished, next start begins again from " + copy));
         ASSERT_FALSE(Holds(log, " is set in linedb\n"));
         ASSERT_TRUE(site.Exists(copy));
@@ -149,7 +149,7 @@ TEST_F(Recovery, WhatTheDiskRefusedIsTriedOnceMore) {
     UpgradeRefused();
     site.appliance.runShell = [](const std::string& command) {
         files::NoteRefusal(EIO);
-        return std::system(command.c_str());
+        return Site::RunShell(command);
     };
     // Failing for ever must not put the tree back every night.
     log = site.Upgrade();
@@ -336,7 +336,7 @@ TEST_F(Recovery, ASecondStartWaitsForTheFirst) {
                 [[maybe_unused]] const ssize_t told = write(pipe[1], "", 1);
                 usleep(300'000);
             }
-            return std::system(command.c_str());
+            return Site::RunShell(command);
         };
         setenv("ORIX_PATH", appliance.liveConf.c_str(), 1);
         ConfigUpgrader(appliance).Run();
@@ -355,11 +355,11 @@ TEST_F(Recovery, AStampThatCannotBeSavedLeavesTheCopy) {
     site.appliance.runShell = [this](const std::string& command) {
         fs::remove(site.Live("linedb"));  // every later save follows a link that leads nowhere
         fs::create_symlink("no-such-directory/linedb", site.Live("linedb"));
-        return std::system(command.c_str());
+        return Site::RunShell(command);
     };
     log = site.Upgrade();
     EXPECT_TRUE(Holds(log, "next start begins again from " + copy));
-    site.appliance.runShell = Appliance().runShell;
+    site.appliance.runShell = Site::RunShell;
     site.Upgrade();
     ExpectUndisturbed();
 }

@@ -91,6 +91,7 @@ class WholeRun : public Steps {
 protected:
     WholeRun() {
         site.appliance.voiceStorageSize = [](const std::string&) { return 8'000'000; };
+        site.appliance.runShell = Appliance().runShell;  // with the system's own cp
         const std::string& factory = site.appliance.factoryTelephony;
         for (const auto& entry : fs::recursive_directory_iterator(factory)) {
             const std::string name = entry.path().string().substr(factory.size());
