@@ -1,19 +1,25 @@
 // The recovery copy: what is put back, what is only removed, and when it stays.
 
 #include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
+#include <cstring>
+#include <fstream>
+#include <new>
 
 #include "files/mirror.h"
 #include "files/refusals.h"
 #include "files/replace.h"
 #include "files/sync.h"
 #include "recovery/decision.h"
-#include "tests/support/refused_calls.h"
-#include "tests/support/steps.h"
+#include "recovery/recovery_copy.h"
+#include "tests/support/files.h"
 
 namespace fs = std::filesystem;
 using files::By;
@@ -42,25 +48,31 @@ protected:
         fs::rename(unit.Live("22/grouplistdb"), unit.Path("mnt/data/groups"));
         fs::create_symlink(unit.Path("mnt/data/groups"), unit.Live("22/grouplistdb"));
     }
-    /// Runs the upgrade until a command that holds this text, where it dies: without one, until it
-    /// has the factory's dial plan copied.
-    void Interrupt(const std::string& at = "dialplan.cfg") const {
+    /// Runs an upgrade that dies where the appliance has it die: with exit status 0.
+    void InterruptAt(const std::function<void(Appliance&)>& arrange) const {
         const pid_t child = fork();
         if (child == 0) {
             Appliance appliance = site.appliance;
+            arrange(appliance);
             setenv("ORIX_PATH", appliance.liveConf.c_str(), 1);
-            appliance.runShell = [&](const std::string& command) {
-                if (Holds(command, at))
-                    _exit(0);
-                return Site::RunShell(command);
-            };
-            ConfigUpgrader(appliance).Run();
+            { ConfigUpgrader(appliance).Run(); }
             _exit(1);
         }
         int status = 1;
         waitpid(child, &status, 0);
         ASSERT_EQ(status, 0);
         ASSERT_TRUE(site.Exists(copy));
+    }
+    /// The same, until a command that holds this text: without one, until it has the factory's dial
+    /// plan copied.
+    void Interrupt(const std::string& at = "dialplan.cfg") const {
+        InterruptAt([&](Appliance& appliance) {
+            appliance.runShell = [&](const std::string& command) {
+                if (Holds(command, at))
+                    _exit(0);
+                return Site::RunShell(command);
+            };
+        });
     }
     /// Has the disk refuse something, once, in a run that otherwise ends.
     void UpgradeRefused() {
@@ -82,7 +94,170 @@ protected:
     std::string copy;
 };
 
+/// A unit of a few files with all that a copy has to keep, and starts that only do what an upgrade
+/// does with its copy.
+class SmallUnit : public Steps {
+protected:
+    SmallUnit() : Steps(Site::Content::Databases) {}
+
+    struct Start {
+        explicit Start(const Site& site)
+            : goesOn(copy.Resume(site.Live(""), "5", site.Path("log"))) {}
+        std::string report;
+        RecoveryCopy copy{report};
+        bool goesOn;
+    };
+    void Fill() const {
+        for (const char* place : {"etc/orix-conf", "mnt"})
+            site.Remove(site.Path(place));
+        Put("linedb", "[general|]");
+        Put("sub/file", "old");
+        for (const char* file : {"mnt/file", "mnt/dir/file"})
+            site.Write(site.Path(file), "old");
+        fs::create_symlink(site.Path("mnt/file"), site.Live("sub/link"));
+        fs::create_symlink(site.Path("mnt/none"), site.Live("sub/nowhere"));
+        fs::create_directory_symlink(site.Path("mnt/dir"), site.Live("linked"));
+    }
+    /// What steps do; a save replaces a file.
+    void Change() const {
+        for (const char* file : {"sub/file", "sub/link", "sub/nowhere", "linked/file", "made"})
+            files::ReplaceFile(site.Live(file), "new");
+    }
+    /// A first run that is killed: once its changes are made, when it has ended though the disk
+    /// refused something, or behind the stamp.
+    enum class Until { Changed, Refused, Stamped };
+    void RunUntil(Until end) const {
+        Start first(site);
+        ASSERT_TRUE(first.copy.Make("5", [](const std::string&) { return true; }));
+        Change();
+        if (end == Until::Refused) {
+            files::NoteRefusal(EIO);
+            first.copy.End(false);
+        } else if (end == Until::Stamped) {
+            EXPECT_TRUE(first.copy.SyncTree());
+            first.copy.MarkDone();
+            Put("linedb", "[general|current_version=5|]");
+        }
+    }
+    /// The unit without its copy, and with what else is left of a run.
+    std::map<std::string, std::string> Unit() const {
+        auto tree = site.Snapshot();
+        std::erase_if(tree, [](const auto& entry) { return Holds(entry.first, ".mend-undo/"); });
+        return tree;
+    }
+};
+
 }  // namespace
+
+TEST_F(SmallUnit, NoCallThatFailsOnceCostsTheTree) {
+    Fill();
+    const auto before = Unit();
+    RunUntil(Until::Stamped);
+    const auto stamped = Unit();
+    // What a start meets, and what it, or the one after it, has to make of that.
+    const std::pair<std::optional<Until>, const std::map<std::string, std::string>*> starts[] = {
+        {std::nullopt, &before},
+        {Until::Changed, &before},
+        {Until::Refused, &before},
+        {Until::Stamped, &stamped}};
+    const auto all = [](const std::string&) { return true; };
+    const auto refuse = [&](const char* call, int start, int step) {
+        const auto& [left, expected] = starts[start];
+        bool isReached = true;
+        for (int nth = 1; isReached; nth += step) {
+            Fill();
+            if (left)
+                RunUntil(*left);
+            isReached = WithRefused({{call, EIO, nth}}, [&, isFirst = !left] {
+                Start refused(site);
+                if (isFirst && refused.copy.Make("5", all) && refused.copy.Stands())
+                    Change();
+            });
+            const Start next(site);
+            EXPECT_TRUE(next.goesOn && Unit() == *expected)
+                << call << " " << nth << " at start " << start << ":\n"
+                << next.report;
+        }
+    };
+    for (const char* call : {"create", "write", "rename", "fsync", "syncfs", "unlink", "rmdir",
+                             "mkdir", "symlink", "utimens"})
+        for (const int start : {0, 1, 2, 3})
+            refuse(call, start, 1);
+    for (const char* call :
+         {"open", "open directory", "read", "getdents", "lstat", "stat", "fstat"})
+        for (const int start : {0, 2})  // in between them they look at everything
+            refuse(call, start, 2);
+}
+
+TEST_F(SmallUnit, WhatCannotBeCopiedIsToldAndLeavesNothing) {
+    const std::string copy = site.Path("etc/orix-conf/telephony.mend-undo");
+    const struct {
+        RefusedCall call;
+        const char* told;
+    } cases[] = {
+        {{"syncfs", EIO}, "(COPY.mend-tmp: Input/output error), upgrade goes on without it"},
+        {{"syncfs", EIO, 2}, "(COPY: Input/output error), it is made as LIVE/.mend-undo\n"},
+        {{"rename", EROFS, 2}, "(COPY: Read-only file system), it is made as LIVE/.mend-undo\n"},
+        {{"fsync", EIO, 1}, "(can't sync: Input/output error), it is made as LIVE/.mend-undo\n"},
+        {{"write", ENOSPC}, "(can't write: No space left on device), upgrade is not begun"},
+    };
+    for (const auto& test : cases) {
+        Fill();
+        const auto before = Unit();
+        WithRefused({test.call}, [&] {
+            Start start(site);
+            start.copy.Make("5", [](const std::string&) { return true; });
+            const std::string told =
+                Replaced(Replaced(start.report, copy, "COPY"), site.Live(""), "LIVE/");
+            EXPECT_TRUE(told.starts_with("\tcan't make recovery copy COPY ("));
+            EXPECT_TRUE(Holds(told, test.told)) << told;
+        });
+        EXPECT_EQ(Unit(), before);
+    }
+}
+
+TEST_F(SmallUnit, WhileItStandsNothingElseIsSynced) {
+    Fill();
+    Start start(site);
+    ASSERT_TRUE(start.copy.Make("5", [](const std::string&) { return true; }));
+    WithRefused({{"fsync", EIO}}, [&] { Change(); });
+    EXPECT_EQ(Get("made") + Get("linked/file"), "newnew");
+    WithRefused({{"syncfs", EIO}}, [&] { EXPECT_FALSE(start.copy.SyncTree()); });
+}
+
+TEST_F(SmallUnit, ATreeIsTakenBackAtOnceOrByTheNextStart) {
+    const std::string copy = site.Path("etc/orix-conf/telephony.mend-undo");
+    for (const bool isRefused : {true, false}) {
+        Fill();
+        const auto before = Unit();
+        {
+            Start start(site);
+            ASSERT_TRUE(start.copy.Make("5", [](const std::string&) { return true; }));
+            Change();
+            const auto takeBack = [&] {
+                start.copy.TakeBack();
+                EXPECT_EQ(start.report,
+                          isRefused ? "\tupgrade is not finished, next start begins again from " +
+                                          copy + "\n"
+                                    : "\tout of memory, configuration is put back from " + copy +
+                                          ", next start tries again\n");
+            };
+            if (isRefused)
+                WithRefused({{"syncfs", EIO}}, takeBack);
+            else
+                takeBack();
+        }
+        EXPECT_EQ(site.Exists(copy), isRefused);
+        if (isRefused) {
+            WithRefused({{"syncfs", EIO}}, [&] {
+                EXPECT_TRUE(
+                    Holds(Start(site).report, " (Input/output error), upgrade is not continued\n"));
+            });
+            EXPECT_TRUE(Start(site).goesOn);
+        }
+        EXPECT_EQ(Unit(), before);
+    }
+}
 
 TEST_F(Recovery, AnInterruptedUpgradeBeginsAgain) {
     for (const Site* unit : {&site, &undisturbed})
@@ -108,16 +283,19 @@ TEST_F(Recovery, AnInterruptedUpgradeBeginsAgain) {
 }
 
 TEST_F(Recovery, AFinishedUpgradeIsNotUndone) {
-    undisturbed.Upgrade();
-    Interrupt();
-    fs::rename(copy + "/target.mend-tmp", copy + "/done.mend-tmp");
-    EXPECT_EQ(MirrorTree(undisturbed.Live(""), site.Live(""), By::Copying), "");
+    InterruptAt([](Appliance& appliance) {
+        static const std::function<void(const Fact&)> dieAtTheStamp = [](const Fact& fact) {
+            if (fact.kind == Fact::Kind::Stamped)
+                _exit(0);
+        };
+        appliance.onFact = &dieAtTheStamp;
+    });
     log = site.Upgrade();
     EXPECT_TRUE(
         Holds(log, "\tlast upgrade was finished, its recovery copy " + copy + " is removed\n"));
     EXPECT_TRUE(Holds(log, "\tConfigurarion already checked.\n"));
-    EXPECT_EQ(site.Read(site.Live("linedb")), undisturbed.Read(undisturbed.Live("linedb")));
     EXPECT_FALSE(site.Exists(copy));
+    ExpectUndisturbed();
 }
 
 TEST_F(Recovery, WhatStandsInItsPlaceHasTheCopyMadeInTheTreeOrNotAtAll) {
@@ -294,7 +472,7 @@ TEST_F(Recovery, ALineDbThatNobodyCanReadDoesNotEndTheWayBack) {
 TEST_F(Recovery, ADiskThatRefusesTheMarkHasTheTreePutBackOnce) {
     const auto refuse = [](const std::string& command) {
         files::NoteRefusal(EIO);
-        return std::system(command.c_str());
+        return Site::RunShell(command);
     };
     for (const bool isForGood : {false, true}) {
         Site unit;
@@ -308,7 +486,7 @@ TEST_F(Recovery, ADiskThatRefusesTheMarkHasTheTreePutBackOnce) {
         if (IsSkipped())
             return;
         if (!isForGood)
-            unit.appliance.runShell = Appliance().runShell;
+            unit.appliance.runShell = Site::RunShell;
         log = unit.Upgrade();
         EXPECT_TRUE(Holds(log, "configuration is put back from "));
         EXPECT_TRUE(Holds(log, " is set in linedb\n"));
@@ -349,6 +527,40 @@ TEST_F(Recovery, ASecondStartWaitsForTheFirst) {
     EXPECT_TRUE(Holds(log, "\tConfigurarion already checked.\n"));
     EXPECT_FALSE(Holds(log, "interrupted"));
     ExpectUndisturbed();
+}
+
+TEST_F(Recovery, ARunThatIsShortOfMemoryTakesAllBack) {
+    const auto before = site.Snapshot();
+    site.appliance.runShell = [](const std::string& command) {
+        if (Holds(command, "dialplan.cfg"))
+            throw std::bad_alloc();
+        return Site::RunShell(command);
+    };
+    log = site.Upgrade();
+    EXPECT_TRUE(Holds(log, "\tout of memory, configuration is put back from " + copy));
+    EXPECT_FALSE(Holds(log, " is set in linedb\n"));
+    EXPECT_EQ(site.Snapshot(), before);
+}
+
+TEST_F(Recovery, WithoutRoomForACopyNothingIsBegun) {
+    const std::string parent = site.Path("etc/orix-conf");
+    const std::string disk = site.Path("disk");
+    fs::create_directory(disk);
+    WithRefused({}, [&] {
+        if (unshare(CLONE_NEWNS) != 0 ||
+            mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+            return;  // only root may
+        ASSERT_EQ(mount("none", disk.c_str(), "tmpfs", 0, "size=1m"), 0);
+        fs::copy(parent, disk, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+        ASSERT_EQ(mount(disk.c_str(), parent.c_str(), nullptr, MS_MOVE, nullptr), 0);
+        std::ofstream(parent + "/filler") << std::string(1 << 20, 'f');
+        const auto before = site.Snapshot();
+        log = site.Upgrade();
+        EXPECT_TRUE(Holds(log, "No space left on device), upgrade is not begun: at least "));
+        EXPECT_TRUE(Holds(log, " bytes and 0 inodes more are needed\n"));
+        EXPECT_FALSE(Holds(log, "least 0 bytes"));
+        EXPECT_EQ(site.Snapshot(), before);
+    });
 }
 
 TEST_F(Recovery, AStampThatCannotBeSavedLeavesTheCopy) {
@@ -460,6 +672,8 @@ TEST_F(Recovery, AMarkSaysWhatWasWrittenOrSaysLess) {
         site.Write(path + "/target.mend-tmp", Replaced(text, word, "~"));
         expect(State::UnderWay, std::nullopt, std::nullopt, version);
     }
+    site.Write(path + "/target.mend-tmp", "\n\n5");
+    expect(State::UnderWay, std::nullopt, std::nullopt, "5");
     site.Write(path + "/target.mend-tmp", text);
     EXPECT_TRUE(MarkLeft(path, left));
     expect(State::UnderWay, held, left, version);
@@ -483,4 +697,25 @@ TEST_F(Recovery, AMarkSaysWhatWasWrittenOrSaysLess) {
     EXPECT_EQ(std::distance(fs::directory_iterator(path), {}), 1);
     WithRefused({{"fsync", EIO}}, [&] { EXPECT_FALSE(SetState(path, State::Stamped)); });
     WithRefused({{"fsync", EIO}}, [&] { EXPECT_FALSE(MarkLeft(path, left)); });
+}
+
+TEST_F(Files, ACopyOfATreeIsMadeOfLinks) {
+    Write("tree/top", "t");
+    Write("tree/sub/deep", std::string(5000, 'd'));
+    Write("out", "o");
+    const std::string longest(NAME_MAX - std::strlen(".linked.mend-tmp"), 'n');
+    Link("tree/sub/" + longest, "../../out");
+    Link("tree/sub/" + longest + "n", "../../out");
+    const Room room = RoomForCopy(dir + "tree");
+    EXPECT_EQ(room.bytes, 3 * 4096U + 5 * 8U) << "two directories, the mark, and its digests";
+    EXPECT_EQ(room.inodes, 5U) << "and two links";
+    CopyContent held;
+    const auto all = [](const std::string&) { return true; };
+    EXPECT_EQ(CopyTree(dir + "tree", dir + "copy", all, NotOfTheTree(dir + "log"), held), "");
+    for (const char* name : {"top", "sub/deep"})
+        EXPECT_EQ(InfoOf(dir + "copy/" + name).st_ino, InfoOf(dir + "tree/" + name).st_ino);
+    EXPECT_EQ(Read("copy/sub/" + longest + ".linked.mend-tmp"), "o");
+    EXPECT_EQ(held.total.entries, 7U);
+    EXPECT_EQ(held.total.bytes, 4 * 4096U);
+    EXPECT_EQ(held.total.hash, 7358624366184669752U) << "marks are read by the next release";
 }

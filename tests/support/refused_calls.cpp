@@ -1,11 +1,14 @@
 #include "tests/support/refused_calls.h"
 
 #include <fcntl.h>
+#include <sched.h>
+#include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
@@ -15,6 +18,7 @@
 #include <iterator>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
+#include <thread>
 
 namespace {
 
@@ -85,7 +89,37 @@ sock_filter GoOnIf(unsigned how, std::size_t value, unsigned char otherwise) {
                     static_cast<unsigned>(value), 0, otherwise);
 }
 
-bool Refuse(const std::vector<RefusedCall>& calls) {
+/// Answers the calls that are asked about: the nth fails, the others go on. In a thread of the
+/// child, made before the child has its filter.
+class Referee {
+public:
+    Referee(int nth, int error) : nth_(nth), error_(error) {}
+
+    void Answer() {
+        while (listener_ < 0)
+            sched_yield();
+        for (;;) {
+            seccomp_notif call{};
+            if (ioctl(listener_, SECCOMP_IOCTL_NOTIF_RECV, &call) != 0)
+                continue;
+            seccomp_notif_resp answer{call.id, 0, 0, SECCOMP_USER_NOTIF_FLAG_CONTINUE};
+            if (++count_ == nth_)
+                answer = {call.id, 0, -error_, 0};
+            ioctl(listener_, SECCOMP_IOCTL_NOTIF_SEND, &answer);
+        }
+    }
+    void Listen(int listener) { listener_ = listener; }
+    bool HasRefused() const { return count_ >= nth_; }
+
+private:
+    const int nth_;
+    const int error_;
+    std::atomic<int> listener_ = -1;
+    std::atomic<int> count_ = 0;
+};
+
+bool Refuse(const std::vector<RefusedCall>& calls, Referee& referee) {
+    bool isAsked = false;
     // valgrind makes such calls of its own in the same process.
     if (const char* preloaded = std::getenv("LD_PRELOAD"); preloaded != nullptr)
         if (std::strstr(preloaded, "vgpreload") != nullptr)
@@ -104,14 +138,24 @@ bool Refuse(const std::vector<RefusedCall>& calls) {
                 Statement(BPF_ALU | BPF_AND | BPF_K, isMasked ? call.set | call.clear : ~0U),
                 isMasked ? GoOnIf(BPF_JEQ, call.set, 1) : GoOnIf(BPF_JGT, call.above, 1),
                 Statement(BPF_RET | BPF_K,
-                          SECCOMP_RET_ERRNO | static_cast<unsigned>(refused.error)),
+                          refused.nth > 0
+                              ? SECCOMP_RET_USER_NOTIF
+                              : SECCOMP_RET_ERRNO | static_cast<unsigned>(refused.error)),
             };
+            isAsked |= refused.nth > 0;
             program.insert(program.end(), std::begin(statements), std::end(statements));
         }
     program.push_back(Statement(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
     sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
-    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
-           prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
+    if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0)
+        return false;
+    if (!isAsked)
+        return prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
+    std::thread([&] { referee.Answer(); }).detach();
+    const long listener =
+        syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_NEW_LISTENER, &filter);
+    referee.Listen(static_cast<int>(listener));
+    return listener >= 0;
 }
 
 /// Those of the test that runs.
@@ -121,9 +165,10 @@ int Failures() {
 
 }  // namespace
 
-void WithRefused(const std::vector<RefusedCall>& calls, const std::function<void()>& part) {
+bool WithRefused(const std::vector<RefusedCall>& calls, const std::function<void()>& part) {
     constexpr int failed = 1;
     constexpr int impossible = 2;
+    constexpr int unreached = 4;
     std::string what;
     for (const RefusedCall& call : calls)
         what += " " + call.name;
@@ -131,7 +176,8 @@ void WithRefused(const std::vector<RefusedCall>& calls, const std::function<void
     const pid_t child = fork();
     if (child == 0) {
         const int before = Failures();
-        if (!Refuse(calls))
+        Referee referee(calls.empty() ? 0 : calls[0].nth, calls.empty() ? 0 : calls[0].error);
+        if (!Refuse(calls, referee))
             _exit(impossible);
         try {
             part();
@@ -139,11 +185,14 @@ void WithRefused(const std::vector<RefusedCall>& calls, const std::function<void
             ADD_FAILURE() << error.what();
         }
         std::fflush(stdout);
-        _exit(Failures() > before ? failed : 0);
+        _exit((Failures() > before ? failed : 0) | (referee.HasRefused() ? 0 : unreached));
     }
     int status = -1;
     waitpid(child, &status, 0);
-    if (WIFEXITED(status) && WEXITSTATUS(status) == impossible)
-        GTEST_SKIP() << "the system refuses no calls here";
-    EXPECT_EQ(status, 0) << "without" << what;
+    if (WIFEXITED(status) && WEXITSTATUS(status) == impossible) {
+        [] { GTEST_SKIP() << "the system refuses no calls here"; }();
+        return false;
+    }
+    EXPECT_TRUE(WIFEXITED(status) && (WEXITSTATUS(status) & ~unreached) == 0) << "without" << what;
+    return WIFEXITED(status) && (WEXITSTATUS(status) & unreached) == 0;
 }
