@@ -3,6 +3,8 @@
 #include "store/document.h"
 
 #include <gtest/gtest.h>
+#include <map>
+#include <random>
 
 using Configuration::Document;
 using Configuration::FileError;
@@ -41,6 +43,15 @@ TEST(Document, ReadsEntriesWhereTheyStand) {
     EXPECT_FALSE(file.Set(Scope::Section, "x", "1")) << "no section is current";
     EXPECT_FALSE(file.SetCurrentEntry(Scope::Section, "1"));
     EXPECT_FALSE(file.DeleteCurrentEntry(Scope::Section));
+    ASSERT_TRUE(file.GotoSection("general"));
+    EXPECT_FALSE(file.GotoEntry(Scope::Section, "none"));
+    EXPECT_TRUE(file.GotoEntry(Scope::Section, "empty"));
+    std::string_view key;
+    std::string_view value;
+    EXPECT_TRUE(file.CurrentEntry(Scope::Section, key, value));
+    EXPECT_EQ(key, "empty");
+    file.Restart();
+    EXPECT_EQ(file.SectionName(), "");
     EXPECT_EQ(file.Text(), sample);
 }
 
@@ -64,6 +75,7 @@ TEST(Document, ANewValueTouchesItsOwnLineAlone) {
          "t=1\n" + s + "u=1\nv=1\n# tail"},
         {"the last line gets its end", "t=1\r\nu=2", Scope::TopLevel, "v", "3",
          "t=1\r\nu=2\r\nv=3\r\n"},
+        {"the last line's CR is not its end", "t=1\r", Scope::TopLevel, "v", "3", "t=1\r\r\nv=3\n"},
         {"a value that ends in CR keeps it", "a=1\nb=2", Scope::TopLevel, "a", "x\r",
          "a=x\r\r\nb=2"},
     };
@@ -143,5 +155,48 @@ TEST(Document, SaysWhatIsWrongAndWhere) {
             EXPECT_STREQ(error.what(), message);
         }
         EXPECT_EQ(Document(text, Layout::Flat, "f").Text(), text) << "a flat file keeps it";
+    }
+}
+
+/// Many look-ups make indexes; whatever was edited since, they find what a plain list has.
+TEST(Document, FindsWhatAPlainListHas) {
+    std::map<std::string, std::map<std::string, std::string>> parts;  // "" is the top level
+    Document file("", Layout::Sectioned, "f");
+    std::mt19937 random(1);
+    for (int i = 0; i < 9000; ++i) {
+        const std::string name = std::to_string(random() % 90);
+        const std::size_t what = random() % 40;
+        const bool isThere = parts.contains(name);
+        ASSERT_EQ(file.GotoSection(name), isThere) << i;
+        if (!isThere && what < 20) {
+            EXPECT_TRUE(file.AddSection(name));
+            parts[name];
+        } else if (isThere && what == 0) {
+            EXPECT_TRUE(file.DeleteSection());
+            parts.erase(name);
+        }
+        for (const Scope scope : {Scope::TopLevel, Scope::Section}) {
+            const std::string key = std::to_string(random() % 90);
+            auto& entries = parts[scope == Scope::TopLevel ? "" : name];
+            if (scope == Scope::Section && !file.GotoSection(name)) {
+                parts.erase(name);
+                continue;
+            }
+            ASSERT_EQ(Value(file, scope, key), entries.contains(key) ? entries[key] : "(absent)")
+                << i;
+            if (what < 10) {
+                EXPECT_TRUE(file.Set(scope, key, name));
+                entries[key] = name;
+            } else if (what < 14) {
+                EXPECT_EQ(file.Delete(scope, key), entries.erase(key) > 0);
+            }
+        }
+    }
+    for (const bool isAgain : {false, true}) {
+        file.RestartEntries(Scope::TopLevel);
+        std::size_t count = 0;
+        while (file.GotoNextEntry(Scope::TopLevel))
+            ++count;
+        EXPECT_EQ(count, parts[""].size()) << isAgain;
     }
 }

@@ -214,6 +214,8 @@ TEST_F(Files, ASaveThatIsRefusedLeavesTheOldFileAndTellsWhy) {
     } cases[] = {
         {"lstat", EIO, "can't read the old file: Input/output error (noted)"},
         {"open directory", EACCES, "can't open the directory: Permission denied (noted)"},
+        {"listxattr", EIO, "can't read the attributes: Input/output error (noted)"},
+        {"flistxattr", EIO, "can't read the attributes: Input/output error (noted)"},
         {"create", EROFS, "can't create the new file: Read-only file system (noted)"},
         {"create", EISDIR, "can't create the new file: Is a directory"},
         {"fchmod", EPERM, "can't keep the mode: Operation not permitted (noted)"},

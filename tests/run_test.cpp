@@ -2,6 +2,7 @@
 
 #include "app/config_root.h"
 #include "platform/thread.h"
+#include "tests/support/refused_calls.h"
 #include "tests/support/steps.h"
 
 namespace {
@@ -28,8 +29,9 @@ TEST_F(Run, ReportIsWrittenInPiecesAndVerbatim) {
         EXPECT_EQ(TakeLog(), expected);
         EXPECT_EQ(upgrader->report, "");
     }
-    upgrader->Trace(3, "%s\n", std::string(100000, 'x').c_str());
-    EXPECT_EQ(TakeLog().size(), 100001U);
+    const std::string longLine = std::string(100000, 'x') + "\n";
+    upgrader->Trace(3, "%s", longLine.c_str());
+    EXPECT_EQ(TakeLog(), longLine);
 }
 
 TEST_F(Run, FindsTheConfigurationRoot) {
@@ -76,7 +78,10 @@ TEST_F(Run, TellsAPersonOfASlipInTheArguments) {
         {{"--help"}, is + "--help/, which is no directory"},
         {{live + "linedb"}, is + live + "linedb/, which is no directory"},
         {{parent}, is + parent + ", which has no linedb: did you mean " + live + "?"},
+        {{site.Path("both/")}, ""},
     };
+    for (const char* linedb : {"both/linedb", "both/telephony/linedb"})
+        site.Write(site.Path(linedb), "");
     for (const auto& [given, expected] : cases) {
         Names words = given;
         std::vector<char*> arguments = {nullptr};
@@ -92,7 +97,13 @@ TEST_F(Run, EveryStepTellsWhyAFileCannotBeRead) {
     const std::string path = site.Live("11/servicesdb");
     Remove("11/servicesdb");
     std::filesystem::create_directory(path);
+    std::size_t told = 0;
+    const std::function<void(const Fact&)> count = [&](const Fact& fact) {
+        told += fact.kind == Fact::Kind::Unreadable && fact.path == path ? 1 : 0;
+    };
+    site.appliance.onFact = &count;
     log = site.Upgrade();
+    EXPECT_GE(told, 3U);
     for (const char* step : {"", " in UpdateLocalRouteDB", " in UpdateFxoPrefix"})
         EXPECT_TRUE(Holds(log, std::string("MINOR ERROR") + step + ": Invalid file: " + path +
                                    "\n\t" + path + ": is a directory\n"))
@@ -119,8 +130,14 @@ TEST_F(Run, RestoresTheMainDatabasesOrEnds) {
                     commands.push_back(command);
                     return result;
                 };
+            bool hasEndedEarly = false;
+            const std::function<void(const Fact&)> look = [&](const Fact& fact) {
+                hasEndedEarly |= fact.kind == Fact::Kind::EndedEarly;
+            };
+            unit.appliance.onFact = &look;
             ConfigUpgrader upgrade(unit.appliance);
             upgrade.Run();
+            EXPECT_EQ(hasEndedEarly, result != 0);
             upgrade.FlushReport();
             const std::string all = upgrade.report + unit.Read(unit.appliance.log);
             EXPECT_TRUE(Holds(all, reported)) << all;
@@ -137,6 +154,34 @@ TEST_F(Run, RestoresTheMainDatabasesOrEnds) {
     EXPECT_TRUE(Holds(site.Upgrade(), "\t" + site.Factory("04-lines/linedb") +
                                           ": No such file or directory\n\nexiting setupmend... "
                                           "may the Lord help us!\n"));
+    site.Remove(site.Live("extensiondb"));
+    site.appliance.runShell = [](const std::string&) { return -1; };
+    EXPECT_TRUE(Holds(site.Upgrade(), "MINOR ERROR: Can't run: cp -p " + site.Factory("")));
+}
+
+TEST_F(Run, OneReadThatFailsCostsNoDatabaseAndNoLabel) {
+    for (int nth = 1, isReached = true; isReached && nth < 40; ++nth)
+        isReached = WithRefused({{"read", EIO, nth}}, [&] {
+            const Site unit(Site::Content::Databases);
+            unit.SetLiveVersion("5.0.0");
+            unit.Write(unit.appliance.factoryLabel, "5.1.0\n");
+            log = unit.Upgrade();
+            EXPECT_FALSE(Holds(log, "copying from default-conf")) << nth;
+            EXPECT_FALSE(Holds(log, "upgrade is not continued")) << "nothing was interrupted";
+        });
+    // The same where no try helps.
+    site.appliance.liveLabel = "/proc/self/mem";
+    EXPECT_TRUE(Holds(site.Upgrade(), "=== cfg files existence check ==="));
+}
+
+TEST_F(Run, AnObserverIsToldOfEachStepInItsOrder) {
+    std::string steps;
+    site.appliance.afterStep = [&](const char* step) { steps += std::string(step) + ", "; };
+    site.Upgrade();
+    EXPECT_TRUE(steps.starts_with(
+        "recovery, hardware, linedb, version check, extensiondb, line counts, hardware record, "
+        "voice data and links, extension split, file set check, line database, "));
+    EXPECT_TRUE(steps.ends_with("extension length, stamp, "));
 }
 
 TEST_F(Run, ALogThatCannotBeMadeStopsNothing) {
@@ -154,6 +199,11 @@ TEST_F(Run, TheAttendantIsReadWhereItLives) {
         EXPECT_EQ(unit.defaultAttendants, Names{"00"});
     };
     expect({"00"});
+    Put("22/servicesdb", malformed);  // ends the split
+    Put("linedb", "[general|][attendant|extension=00|]");
+    expect({"00"});
+    Remove("22/servicesdb");
+    site.Upgrade();
     // Split already, with an old label: the index's attendant has its mailbox.
     Put("linedb", "[general|]");
     const std::string mailbox = Get("00/voicemaildb");
@@ -168,7 +218,7 @@ TEST_F(Run, TheAttendantIsReadWhereItLives) {
 TEST_F(Run, AnUpToDateTreeGetsTheLinesOfNewHardware) {
     site.Upgrade();
     site.Write(site.appliance.fxoNumber, "4\n");
-    EXPECT_TRUE(Holds(site.Upgrade(), "Number of fxo or fxs lines is less than lines data in "));
+    EXPECT_TRUE(Holds(site.Upgrade(), "lines is less than lines data in linedb!\n\n=== Lines"));
     EXPECT_TRUE(Holds(Get("linedb"), "[fxo_3|"));
 }
 

@@ -14,6 +14,7 @@
 #include "steps/hardware/hw_info.h"
 #include "steps/services/voicemail_migration.h"
 #include "steps/sipnat/port_ranges.h"
+#include "tests/support/refused_calls.h"
 
 namespace fs = std::filesystem;
 
@@ -174,6 +175,11 @@ TEST_F(FileSet, WhatOthersReadFromIsQueuedFirst) {
         std::sort(queued.begin() + half, queued.begin() + half + 2);
     EXPECT_EQ(queued, (Names{"rtp.cfg", "sip.cfg", "fax.cfg", "nat.cfg"}));
     EXPECT_EQ(Get("sip.cfg"), "|") << "below 2.3.9 it gets a line end";
+    Open("2.2.0");
+    WithRefused({{"create", EROFS}}, [&] {
+        upgrader->CheckFileSet(site.Live(""), site.Factory(""), false);
+        EXPECT_TRUE(Holds(TakeLog(), "Can't save file: " + site.Live("sip.cfg") + " (can't "));
+    });
 }
 
 TEST_F(FileSet, HostileNamesAndLoopsDoNoHarm) {

@@ -47,6 +47,14 @@ TEST_F(StoreFiles, OpeningTellsMissingFromUnreadable) {
     EXPECT_NO_THROW(ConfigFile(path, false)) << "flat files keep any line";
 }
 
+TEST_F(StoreFiles, AValueThatIsLongerThanItsBufferIsCut) {
+    site.Write(path, "a=value\n");
+    MultiSectionFile file(path);
+    char buffer[] = "xxxxxx";
+    EXPECT_TRUE(file.GetEntry("a", buffer, 4));
+    EXPECT_EQ(std::string(buffer, 6), std::string("val\0xx", 6));
+}
+
 TEST_F(StoreFiles, SaveKeepsModeFollowsLinksAndSparesTheFlash) {
     site.Write(path, "a=1\n");
     ASSERT_EQ(chmod(path.c_str(), 0640), 0);

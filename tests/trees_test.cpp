@@ -522,6 +522,8 @@ TEST_F(Files, AMoveIsWholeOnEitherFileSystem) {
     fs::remove_all(other + "from");
     fill();
     Fifo("fifo");
+    fs::remove(other + "link");
+    site.Write(other + "link/in", "the way");
     const struct {
         const char* name;
         RefusedCall call;
@@ -531,6 +533,7 @@ TEST_F(Files, AMoveIsWholeOnEitherFileSystem) {
         {"from", {"mkdir", ENOSPC}, "OTHER/from.mend-tmp: No space left on device (noted)"},
         {"from", {"write", ENOSPC}, "OTHER/from.mend-tmp/file: No space left on device (noted)"},
         {"fifo", {"lchown", 0}, "fifo: Invalid cross-device link (noted)"},
+        {"link", {"lchown", 0}, "OTHER/link: Is a directory"},
     };
     const Names before = Tree(dir);
     for (const auto& test : cases) {

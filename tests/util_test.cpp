@@ -5,6 +5,7 @@
 
 #include "app/version.h"
 #include "files/look.h"
+#include "platform/file_utility.h"
 #include "platform/sip_address.h"
 #include "platform/string_utils.h"
 #include "tests/support/steps.h"
@@ -64,6 +65,11 @@ TEST(Util, StringsAreSplitTrimmedAndReplaced) {
     for (const char* text : {"", "-1", "1 ", "1.0", "x"})
         EXPECT_FALSE(StringUtils::IsNumeric(text, false, false)) << text;
     EXPECT_TRUE(StringUtils::IsNumeric("007", false, false));
+    EXPECT_TRUE(StringUtils::IsNumeric("-1.5", true, true));
+    for (const char* text : {"1.5.1", "1-5", "-", "."})
+        EXPECT_FALSE(StringUtils::IsNumeric(text, true, true)) << text;
+    EXPECT_GT(FileUtility::GetVmStorageSize("/"), 1'000'000U);
+    EXPECT_EQ(FileUtility::GetVmStorageSize("/none"), 0U);
     std::string address;
     EXPECT_TRUE(MergeSIPAddress(address, "", "", "host", "", false));
     EXPECT_EQ(address, "host");
@@ -82,7 +88,12 @@ TEST_F(Steps, ErrorTextIsTheFirst3000BytesOfWhatTheCommandSaid) {
         EXPECT_FALSE(site.Exists(site.appliance.lastError));
         return upgrader->ReadLastError();
     };
+    struct stat before {};
+    struct stat after {};
+    fstat(STDERR_FILENO, &before);
     EXPECT_EQ(errorsOf("true"), "");
+    fstat(STDERR_FILENO, &after);
+    EXPECT_EQ(before.st_ino, after.st_ino) << "standard error is what it was";
     EXPECT_EQ(errorsOf("printf '%5000s' e"), std::string(3000, ' '));
     EXPECT_EQ(errorsOf("printf 'no\\000such'"), "no");
     EXPECT_EQ(upgrader->RunWithErrorText("echo said >&2"), "Success");

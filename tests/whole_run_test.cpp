@@ -66,6 +66,15 @@ void SortPieces(Names& lines, Names::iterator first, Names::iterator last,
     lines.insert(lines.erase(first, last), pieces.begin(), end);
 }
 
+/// What lines begin with that come in runs; empty for others. A run is compared as one line.
+std::string StartOfMany(const std::string& line) {
+    for (const char* start :
+         {"\tcreating/editing file: ", "\tAdding sections id ", "\t- added entry "})
+        if (line.starts_with(start))
+            return start;
+    return "";
+}
+
 /// The report without blank lines and without files of which it says nothing. Where the program
 /// goes by the order of a directory, which is another on every disk, it is sorted: the lines of the
 /// file set check, and the files it queued.
@@ -75,6 +84,9 @@ std::string ReportToCompare(const std::string& report) {
         line.erase(0, line.find_first_not_of(' '));
         if (line == "Done..." && lines.back().starts_with("=== /"))
             lines.pop_back();
+        else if (const auto start = StartOfMany(line);
+                 !lines.empty() && !start.empty() && lines.back().starts_with(start))
+            lines.back() += " | " + line.substr(start.size());
         else if (!line.empty())
             lines.push_back(line);
     }

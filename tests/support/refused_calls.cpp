@@ -76,6 +76,8 @@ constexpr Call knownCalls[] = {
 #endif
     {"utimens", SYS_utimensat},
     {"setxattr", SYS_fsetxattr},
+    {"listxattr", SYS_llistxattr},
+    {"flistxattr", SYS_flistxattr},
     {"ioctl", SYS_ioctl},
 };
 
