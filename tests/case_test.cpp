@@ -24,7 +24,8 @@
 // There are also "factory NAME", a file of the factory; "FIELD VALUE" and "learns FIELD=VALUE",
 // what the steps read and leave in a field of the upgrader (below); "storage INTERNAL USB", the
 // sizes of the voice-mail storage; and "shell RESULT", which has no command run but gives that
-// result, with "commands" for what would have run.
+// result, with "commands" for what would have run; and "refused", where the next start has to try
+// again what the disk refused.
 
 #include <algorithm>
 #include <cctype>
@@ -39,6 +40,7 @@
 #include <tuple>
 
 #include "app/run.h"
+#include "files/refusals.h"
 #include "tests/support/steps.h"
 
 namespace fs = std::filesystem;
@@ -247,6 +249,7 @@ private:
         if (label.empty())
             throw std::runtime_error("run " + step + " from which label?");
         ConfigUpgrader& unit = Open(label);
+        watch.StartAnew();
         for (const auto& [field, value] : given)
             fields.at(field).set(unit, value);
         const auto [name, file] = Split(step, " ");
@@ -286,6 +289,9 @@ private:
         else if (key == "gone" && body.empty()) {
             if (site.Exists(PathOf(name)))
                 Fail(name + " is still there");
+        } else if (key == "refused" && name.empty() && body.empty()) {
+            if (!watch.HasSeenOne())
+                Fail("no refusal was noted");
         } else if (key == "learns" && body.empty()) {
             const auto [field, value] = Split(name, "=");
             ExpectSame(field, Joined(Words(fields.at(field).get(*upgrader))), Joined(Words(value)));
@@ -300,6 +306,7 @@ private:
     std::vector<std::pair<std::string, std::string>> given;
     std::map<std::string, std::string> unchanged;
     std::string commands;
+    files::RefusalWatch watch;
 };
 
 /// Registers each case under its title, with what is no letter or digit as "_".

@@ -190,6 +190,12 @@ TEST_F(WholeRun, FromTheOldestLayout) {
         tree += Told(path, what);
     Expect("from-2.2.0.txt", tree);
     Expect("from-2.2.0.log", ReportToCompare(Replaced(report, site.Path(""), "/")));
+    const Names lines = Lines(report);  // what stands there many times is compared once
+    const auto count = [&](const char* text) {
+        return std::count_if(lines.begin(), lines.end(),
+                             [&](const std::string& line) { return Holds(line, text); });
+    };
+    EXPECT_EQ(count("====entering..."), count("====exiting..."));
     const Tree before = site.Snapshot();
     EXPECT_TRUE(Holds(site.Upgrade(), "\tConfigurarion already checked.\n"));
     EXPECT_EQ(Changes(before, site.Snapshot()), "");
