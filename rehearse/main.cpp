@@ -158,8 +158,9 @@ int Run(int argc, char** argv) {
     }
     if (line.inside >= 0)
         return rehearse::RunInside({line.site.configRoot, line.site.explain,
-                                    !line.site.apply.empty(), !line.site.binary.empty(),
-                                    line.site.showsSecrets, line.inside});
+                                    !line.site.apply.empty(), !line.site.diff.empty(),
+                                    !line.site.binary.empty(), line.site.showsSecrets,
+                                    line.inside});
     rehearse::CatchInterrupts();
     line.fleet.secondsAtMost = line.secondsAtMost;
     if (!line.fleet.directory.empty())

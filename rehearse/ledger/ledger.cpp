@@ -66,21 +66,15 @@ struct Ledger::Event {
 class Ledger::Step {
 public:
     Step(Ledger& ledger, const std::string& name, const std::vector<FileChange>& changes,
-         const RunContext& run)
+         SharedTree after, const RunContext& run)
         : ledger_(ledger),
           name_(name),
           run_(run),
-          after_(ledger.state_),
+          after_(std::move(after)),
           changes_(changes),
-          treeBefore_(ledger.state_, ledger.aliases_),
-          treeAfter_(after_, ledger.aliases_),
+          treeBefore_(*ledger.state_, ledger.aliases_),
+          treeAfter_(*after_, ledger.aliases_),
           rows_(RowsOf(name)) {
-        for (const FileChange& change : changes) {
-            if (change.after)
-                after_[change.path] = change.after;
-            else
-                after_.erase(change.path);
-        }
         number_ = static_cast<std::uint16_t>(ledger.steps_.size());
         ledger.steps_.push_back(name);
     }
@@ -88,7 +82,7 @@ public:
     void Enter() {
         // The per-file checks are of the files that were there when the set was checked.
         if (name_ == "file set check")
-            for (const auto& [path, state] : ledger_.state_)
+            for (const auto& [path, state] : *ledger_.state_)
                 ledger_.queued_.insert(path);
         std::map<std::string, std::vector<const FileChange*>> batches;
         for (const FileChange& change : changes_)
@@ -103,7 +97,7 @@ public:
         for (const auto& [directory, batch] : batches)
             EnterBatch(directory, batch);
         CheckDue();
-        ledger_.state_ = std::move(after_);
+        ledger_.state_ = after_;
     }
 
 private:
@@ -415,7 +409,7 @@ private:
         if (!run_.isDue || rows_ == nullptr ||
             std::none_of(rows_->begin(), rows_->end(), [](const Row& row) { return row.isDue; }))
             return;
-        for (const auto& [path, state] : ledger_.state_) {
+        for (const auto& [path, state] : *ledger_.state_) {
             // What came whole from the factory is in its new form.
             const auto name = ledger_.aliases_.NameOf(path);
             if (!name || ledger_.whole_.contains(path) ||
@@ -429,8 +423,8 @@ private:
 
     void CheckDueIn(const std::string& path, const std::string& name, const FileState& state,
                     const std::vector<const Row*>& rows) {
-        const auto now = after_.find(path);
-        if (now == after_.end())
+        const auto now = after_->find(path);
+        if (now == after_->end())
             return;
         const SettingsFile before = ReadSettings(&state);
         const SettingsFile after = ReadSettings(now->second.get());
@@ -478,7 +472,7 @@ private:
     Ledger& ledger_;
     const std::string& name_;
     const RunContext& run_;
-    TreeState after_;
+    SharedTree after_;
     const std::vector<FileChange>& changes_;
     TreeSettings treeBefore_;
     TreeSettings treeAfter_;
@@ -494,14 +488,19 @@ private:
     std::map<std::string, std::vector<Expected>> expected_;
 };
 
-Ledger::Ledger(TreeState before, const std::string& root, const std::string& stunFile)
-    : first_(before), state_(std::move(before)), aliases_(state_, root) {
+Ledger::Ledger(SharedTree before, const std::string& root, const std::string& stunFile)
+    : first_(std::move(before)), state_(first_), aliases_(*first_, root) {
     aliases_.Add(stunFile, "../stun.cfg");
-    for (const auto& [path, state] : state_)
+    IdOf("");
+}
+
+std::size_t Ledger::Settings() const {
+    std::size_t count = 0;
+    for (const auto& [path, state] : *first_)
         if (aliases_.NameOf(path))
             for (const SettingsSection& section : ReadSettings(state.get()).sections)
-                settings_ += section.settings.size();
-    IdOf("");
+                count += section.settings.size();
+    return count;
 }
 
 Ledger::Id Ledger::IdOf(std::string_view text) {
@@ -542,84 +541,95 @@ Place Ledger::PlaceOf(const Node& node) const {
 }
 
 void Ledger::Enter(const std::string& step, const std::vector<FileChange>& changes,
-                   const RunContext& run) {
-    Step(*this, step, changes, run).Enter();
+                   const SharedTree& after, const RunContext& run) {
+    Step(*this, step, changes, after, run).Enter();
 }
 
 void Ledger::ForEachWay(const std::function<void(const Way&)>& visit) const {
-    std::vector<Edge> edges = edges_;
-    std::stable_sort(edges.begin(), edges.end(),
-                     [](const Edge& a, const Edge& b) { return a.from < b.from; });
-    std::vector<std::uint32_t> first(nodes_.size() + 1, 0);  // of a node's edges
+    // The edges by where they begin: those of a node stand together, in the order of the run.
+    std::vector<std::uint32_t> first(nodes_.size() + 2, 0);
     std::vector<bool> hasParent(nodes_.size(), false);
-    for (const Edge& edge : edges) {
-        ++first[edge.from + 1];
+    for (const Edge& edge : edges_) {
+        ++first[edge.from + 2];
         hasParent[edge.to] = true;
     }
     std::partial_sum(first.begin(), first.end(), first.begin());
+    std::vector<std::uint32_t> order(edges_.size());
+    for (std::uint32_t i = 0; i < edges_.size(); ++i)
+        order[first[edges_[i].from + 1]++] = i;
+
+    struct Walk {
+        NodeId at;
+        std::vector<std::uint16_t> steps;
+        Id reason;
+    };
+    std::vector<Walk> walks;  // to all that an origin became
+    std::set<NodeId> seen;
     for (NodeId origin = 0; origin < nodes_.size(); ++origin) {
         const Node& node = nodes_[origin];
-        if (hasParent[origin] || (node.origin == Fate::Carried && node.isAlive))
-            continue;
-        // Walks to everything that it became.
-        struct Walk {
-            NodeId at;
-            std::vector<std::string> steps;
-            Id reason;
-        };
         const bool isCustomers = node.origin == Fate::Carried;
-        std::deque<Walk> walks{{origin, {}, node.reason}};
+        if (hasParent[origin] || (isCustomers && node.isAlive))
+            continue;
+        walks.assign(1, {origin, {}, node.reason});
         if (!isCustomers)
-            walks.front().steps.push_back(steps_[node.step]);
-        std::set<NodeId> seen;
-        while (!walks.empty()) {
-            const Walk walk = walks.front();
-            walks.pop_front();
+            walks.front().steps.push_back(node.step);
+        seen.clear();
+        for (std::size_t next = 0; next < walks.size(); ++next) {
+            Walk walk = std::move(walks[next]);
             if (!seen.insert(walk.at).second)
                 continue;
-            const Node& at = nodes_[walk.at];
-            if (first[walk.at] != first[walk.at + 1]) {
-                for (std::uint32_t i = first[walk.at]; i < first[walk.at + 1]; ++i) {
-                    Walk next{edges[i].to, walk.steps, edges[i].reason};
-                    next.steps.push_back(steps_[edges[i].step]);
-                    walks.push_back(std::move(next));
-                }
-                continue;
+            const bool isEnd = first[walk.at] == first[walk.at + 1];
+            if (isEnd)
+                TellWay(node, nodes_[walk.at], walk.reason, walk.steps, visit);
+            for (std::uint32_t i = first[walk.at]; i < first[walk.at + 1]; ++i) {
+                const Edge& edge = edges_[order[i]];
+                walks.push_back({edge.to, walk.steps, edge.reason});
+                walks.back().steps.push_back(edge.step);
             }
-            Way way;
-            way.steps = walk.steps;
-            way.reason = Text(walk.reason);
-            if (isCustomers) {
-                way.from = PlaceOf(node);
-                way.before = Text(node.value);
-            }
-            if (at.isAlive) {
-                way.to = PlaceOf(at);
-                way.after = Text(at.value);
-            } else {
-                way.steps.push_back(steps_[at.end]);
-                way.reason = Text(at.reason);
-            }
-            if (!isCustomers)
-                way.fate = at.isAlive ? node.origin : Fate::Dropped;
-            else if (!at.isAlive)
-                way.fate = Fate::Dropped;
-            else if (at.file == node.file && at.key == node.key && at.number == node.number)
-                way.fate = way.before == way.after ? Fate::Carried : Fate::Changed;
-            else
-                way.fate = Fate::Moved;
-            // What came and went again is nobody's loss.
-            if (way.fate != Fate::Carried && (isCustomers || at.isAlive))
-                visit(way);
         }
     }
+}
+
+void Ledger::TellWay(const Node& node, const Node& end, Id reason,
+                     const std::vector<std::uint16_t>& steps,
+                     const std::function<void(const Way&)>& visit) const {
+    const bool isCustomers = node.origin == Fate::Carried;
+    // What came and went again is nobody's loss.
+    if (!isCustomers && !end.isAlive)
+        return;
+    Way way;
+    for (const std::uint16_t step : steps)
+        way.steps.push_back(steps_[step]);
+    if (isCustomers) {
+        way.from = PlaceOf(node);
+        way.before = Text(node.value);
+    }
+    if (end.isAlive) {
+        way.to = PlaceOf(end);
+        way.after = Text(end.value);
+        way.reason = Text(reason);
+    } else {
+        way.steps.push_back(steps_[end.end]);
+        way.reason = Text(end.reason);
+    }
+    if (!isCustomers)
+        way.fate = node.origin;
+    else if (!end.isAlive)
+        way.fate = Fate::Dropped;
+    else if (end.file == node.file && end.key == node.key && end.number == node.number)
+        way.fate = way.before == way.after ? Fate::Carried : Fate::Changed;
+    else
+        way.fate = Fate::Moved;
+    if (way.fate != Fate::Carried)
+        visit(way);
 }
 
 std::size_t Ledger::Carried() const {
     std::size_t count = 0;
     for (const Node& node : nodes_)
         count += node.origin == Fate::Carried && !node.isAlive ? 1 : 0;
-    return settings_ - std::min(settings_, count);
+    const std::size_t all = Settings();
+    return all - std::min(all, count);
 }
 
 std::vector<std::pair<std::string, std::string>> Ledger::Exposed(const TreeState& after) const {
@@ -642,11 +652,11 @@ std::vector<std::pair<std::string, std::string>> Ledger::Exposed(const TreeState
     ForEachWay([&](const Way& way) {
         if (way.fate != Fate::Moved || !IsSecretKey(way.from.key) || way.before.empty())
             return;
-        const auto before = first_.find(way.from.file);
-        if (before != first_.end())
+        const auto before = first_->find(way.from.file);
+        if (before != first_->end())
             look(way.from.file, *before->second, way.to.file);
     });
-    for (const auto& [path, state] : first_) {
+    for (const auto& [path, state] : *first_) {
         const auto now = after.find(path);
         if (now == after.end() || now->second == state || !S_ISREG(state->info.st_mode) ||
             !aliases_.NameOf(path))
@@ -663,7 +673,7 @@ std::vector<std::pair<std::string, std::string>> Ledger::Exposed(const TreeState
 }
 
 void Ledger::Compare(const TreeState& other) {
-    for (const FileChange& change : rehearse::Compare(state_, other)) {
+    for (const FileChange& change : rehearse::Compare(*state_, other)) {
         if (!aliases_.NameOf(change.path))
             continue;
         const SettingsFile before = ReadSettings(change.before.get());

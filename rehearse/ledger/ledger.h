@@ -24,7 +24,7 @@ struct Place {
 };
 
 /// What became of one setting in the end, or where a new one came from.
-enum class Fate { Carried, Changed, Moved, Dropped, Factory, Computed };
+enum class Fate : std::uint8_t { Carried, Changed, Moved, Dropped, Factory, Computed };
 constexpr const char* fateNames[] = {"carried", "changed", "moved",
                                      "dropped", "factory", "computed"};
 
@@ -58,17 +58,17 @@ class Ledger {
 public:
     /// Begins with the tree as it is before the first step.
     /// `stunFile` is the one that lies outside of the configuration root.
-    Ledger(TreeState before, const std::string& root, const std::string& stunFile);
+    Ledger(SharedTree before, const std::string& root, const std::string& stunFile);
 
-    /// Enters what a step changed.
+    /// Enters what a step changed, and the tree that it left.
     void Enter(const std::string& step, const std::vector<FileChange>& changes,
-               const RunContext& run);
+               const SharedTree& after, const RunContext& run);
 
     const std::vector<Unaccounted>& Open() const { return open_; }
     /// What was converted although the tree bore a stamp of a version that has it already.
     const std::vector<Unaccounted>& Again() const { return again_; }
     /// The customer's settings, and how many of them are where and what they were.
-    std::size_t Settings() const { return settings_; }
+    std::size_t Settings() const;
     std::size_t Carried() const;
     /// The ways of all that is not carried over. `visit` is called for each.
     void ForEachWay(const std::function<void(const Way&)>& visit) const;
@@ -105,7 +105,7 @@ private:
         bool operator==(const Slot&) const = default;
     };
     struct SlotHash {
-        std::size_t operator()(const Slot& slot) const {
+        std::size_t operator()(const Slot& slot) const noexcept {
             return (std::size_t{slot.section} * 1000003U + slot.key) * 31U + slot.occurrence;
         }
     };
@@ -120,15 +120,18 @@ private:
     NodeId NodeAt(const Slot& slot, const Place& place, const std::string& value);
     NodeId Make(const Place& place, const std::string& value, Fate origin, std::uint32_t number);
     Place PlaceOf(const Node& node) const;
+    /// The way from an origin to one of the ends that it led to.
+    void TellWay(const Node& node, const Node& end, Id reason,
+                 const std::vector<std::uint16_t>& steps,
+                 const std::function<void(const Way&)>& visit) const;
 
-    TreeState first_;
-    TreeState state_;
+    SharedTree first_;
+    SharedTree state_;
     Aliases aliases_;
-    std::size_t settings_ = 0;
     std::deque<std::string> texts_;
     std::unordered_map<std::string_view, Id> ids_;
-    std::vector<Node> nodes_;
-    std::vector<Edge> edges_;
+    std::deque<Node> nodes_;  // which need not move when they grow
+    std::deque<Edge> edges_;
     std::unordered_map<Slot, NodeId, SlotHash> current_;
     std::unordered_map<std::string, std::vector<std::uint32_t>> sections_;
     std::uint32_t nextSection_ = 0;

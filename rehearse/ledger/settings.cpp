@@ -4,6 +4,8 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <numeric>
+#include <tuple>
 
 #include "store/document.h"
 
@@ -18,24 +20,48 @@ using Indexes = std::deque<std::ptrdiff_t>;
 constexpr const char* identifier = "section_id";
 constexpr const char* subjects[] = {"pattern", "dialing_template"};
 
-std::vector<Setting> SettingsOf(const Document& document, Document::Scope scope) {
-    std::vector<Setting> settings;
-    for (Configuration::Entry& entry : document.Entries(scope)) {
-        const auto occurrence =
-            std::count_if(settings.begin(), settings.end(),
-                          [&](const Setting& setting) { return setting.key == entry.key; });
-        settings.push_back(
-            {std::move(entry.key), std::move(entry.value), static_cast<unsigned>(occurrence)});
+bool IsBefore(const Setting& a, const Setting& b) {
+    return std::tie(a.key, a.occurrence) < std::tie(b.key, b.occurrence);
+}
+
+/// Numbers the settings of one key. An index of thousands of extensions is sorted for that: each is
+/// looked for among all.
+void Number(SettingsSection& section) {
+    constexpr std::size_t many = 32;
+    std::vector<Setting>& settings = section.settings;
+    if (settings.size() < many) {
+        for (auto setting = settings.begin(); setting != settings.end(); ++setting)
+            setting->occurrence = static_cast<unsigned>(
+                std::count_if(settings.begin(), setting,
+                              [&](const Setting& one) { return one.key == setting->key; }));
+        return;
     }
-    return settings;
+    section.byKey.resize(settings.size());
+    std::iota(section.byKey.begin(), section.byKey.end(), 0U);
+    std::stable_sort(
+        section.byKey.begin(), section.byKey.end(),
+        [&](std::uint32_t a, std::uint32_t b) { return settings[a].key < settings[b].key; });
+    for (std::size_t i = 1; i < section.byKey.size(); ++i) {
+        const Setting& last = settings[section.byKey[i - 1]];
+        Setting& setting = settings[section.byKey[i]];
+        setting.occurrence = setting.key == last.key ? last.occurrence + 1 : 0;
+    }
+}
+
+SettingsSection SectionOf(const Document& document, std::string name, Document::Scope scope) {
+    SettingsSection section{std::move(name), scope == Document::Scope::TopLevel, {}, {}};
+    for (Configuration::Entry& entry : document.Entries(scope))
+        section.settings.push_back({std::move(entry.key), std::move(entry.value)});
+    Number(section);
+    return section;
 }
 
 SettingsFile SettingsOf(Document& document) {
     SettingsFile file;
-    file.sections.push_back({"", true, SettingsOf(document, Document::Scope::TopLevel)});
+    file.sections.push_back(SectionOf(document, "", Document::Scope::TopLevel));
     for (document.Restart(); document.GotoNextSection();)
-        file.sections.push_back({std::string(document.SectionName()), false,
-                                 SettingsOf(document, Document::Scope::Section)});
+        file.sections.push_back(
+            SectionOf(document, std::string(document.SectionName()), Document::Scope::Section));
     return file;
 }
 
@@ -208,10 +234,18 @@ void CompareSections(const SettingsSection* before, const SettingsSection* after
 }  // namespace
 
 const std::string* SettingsSection::Find(const std::string& key, unsigned occurrence) const {
-    for (const Setting& setting : settings)
-        if (setting.occurrence == occurrence && setting.key == key)
-            return &setting.value;
-    return nullptr;
+    if (byKey.empty()) {
+        for (const Setting& setting : settings)
+            if (setting.occurrence == occurrence && setting.key == key)
+                return &setting.value;
+        return nullptr;
+    }
+    const Setting wanted{key, "", occurrence};
+    const auto found = std::lower_bound(
+        byKey.begin(), byKey.end(), wanted,
+        [&](std::uint32_t at, const Setting& one) { return IsBefore(settings[at], one); });
+    const bool isThere = found != byKey.end() && !IsBefore(wanted, settings[*found]);
+    return isThere ? &settings[*found].value : nullptr;
 }
 
 bool SettingsSection::Holds(const std::string& key, const std::string& value) const {
@@ -240,7 +274,7 @@ const SettingsSection* SettingsFile::Section(const std::string& name) const {
 SettingsFile ReadSettings(const FileState* state) {
     if (state == nullptr || !S_ISREG(state->info.st_mode) || !state->content ||
         state->content->find('\0') != std::string::npos)
-        return {true, {{"", true, {}}}};
+        return {true, {{"", true, {}, {}}}};
     try {
         Document document(*state->content, Document::Layout::Sectioned, "");
         return SettingsOf(document);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -20,6 +21,8 @@ struct SettingsSection {
     std::string name;  // empty for the top level and for a section without a name
     bool isTop = false;
     std::vector<Setting> settings;
+    std::vector<std::uint32_t> byKey =
+        {};  // their places by key and occurrence; of many settings only
 
     const std::string* Find(const std::string& key, unsigned occurrence = 0) const;
     bool Holds(const std::string& key, const std::string& value) const;

@@ -28,7 +28,7 @@ std::string LinkTarget(const TreeState& state, std::string path) {
 }
 
 const SettingsFile& NoFile() {
-    static const SettingsFile none{true, {{"", true, {}}}};
+    static const SettingsFile none{true, {{"", true, {}, {}}}};
     return none;
 }
 

@@ -42,14 +42,14 @@ public:
           root_(runner.Root()),
           options_(options),
           secrets_(options.showsSecrets),
-          problems_(main_.before, main_.after) {}
+          problems_(*main_.before, *main_.after) {}
 
     InsideResult Make() {
         LearnSecrets();
-        for (const TreeState* state : {&main_.before, &main_.after})
+        for (const SharedTree& state : {main_.before, main_.after})
             extensions_.merge(ExtensionsIn(*state, root_));
         if (runs_.IsShipped())
-            runs_.watched.ledger->Compare(main_.after);
+            runs_.watched.ledger->Compare(*main_.after);
         const Outcome outcome = FindOutcome();
         AddLedgerProblems();
         AddLabels(outcome);
@@ -67,7 +67,8 @@ public:
         for (Problem& problem : site.problems)
             HideIn(problem);
         site.harmless = problems_.Harmless();
-        site.verdict = Decide(outcome, site.problems, CountOf(Compare(main_.before, main_.after)));
+        site.verdict =
+            Decide(outcome, site.problems, CountOf(Compare(*main_.before, *main_.after)));
         site.verdict.nextStart = next;
         site.extensions = {extensions_.begin(), extensions_.end()};
         AddSteps(site);
@@ -98,13 +99,14 @@ private:
     }
 
     void LearnSecrets() {
-        std::set<const FileState*> seen;
+        std::set<const std::string*> seen;
         for (const Trial* trial : {&runs_.watched, &runs_.shipped, &runs_.next, &runs_.other})
-            for (const TreeState* state : {&trial->before, &trial->after})
-                for (const auto& [path, file] : *state)
-                    if (!path.starts_with("usr/") && MayHoldSecret(*file) &&
-                        seen.insert(file.get()).second)
-                        secrets_.Learn(ReadSettings(file.get()));
+            for (const SharedTree& state : {trial->before, trial->after})
+                if (state)
+                    for (const auto& [path, file] : *state)
+                        if (!path.starts_with("usr/") && MayHoldSecret(*file) &&
+                            seen.insert(file->content.get()).second)
+                            secrets_.Learn(ReadSettings(file.get()));
     }
 
     void HideIn(Problem& problem) {
@@ -136,7 +138,7 @@ private:
         } else {
             const std::string& report = main_.steps.front().report;
             outcome.hasEndedEarly = report.find("exiting setupmend...") != std::string::npos;
-            outcome.hasConverted = !Compare(main_.before, main_.after).empty();
+            outcome.hasConverted = !Compare(*main_.before, *main_.after).empty();
             outcome.crash = main_.crash;
         }
         return outcome;
@@ -234,7 +236,7 @@ private:
         const Ledger& ledger = *runs_.watched.ledger;
         AddFolded("unaccounted", ledger.Open());
         AddFolded("converted-again", ledger.Again());
-        for (const auto& [file, text] : ledger.Exposed(main_.after))
+        for (const auto& [file, text] : ledger.Exposed(*main_.after))
             problems_.Add("exposed", {text, file, 0, "", "", {}});
     }
 
@@ -265,7 +267,7 @@ private:
     void AddOrder() {
         if (runs_.other.steps.empty())
             return;
-        for (const SettingDifference& one : Differences(main_.after, runs_.other.after)) {
+        for (const SettingDifference& one : Differences(*main_.after, *runs_.other.after)) {
             const std::string place =
                 one.key.empty() ? "the file"
                                 : (one.section.empty() ? "" : "[" + one.section + "] ") + one.key;
@@ -282,7 +284,7 @@ private:
 
     NextStart FindNext() {
         NextStart next;
-        const std::vector<FileChange> changes = Compare(main_.after, runs_.next.after);
+        const std::vector<FileChange> changes = Compare(*main_.after, *runs_.next.after);
         next.changesNothing = changes.empty();
         next.text = changes.empty() ? "The next start changes nothing."
                                     : fmt::format("The next start would change {} file{}.",
@@ -297,7 +299,7 @@ private:
             });
         for (const FileChange& change : changes)
             next.files.push_back(change.path);
-        next.settings = Differences(main_.after, runs_.next.after);
+        next.settings = Differences(*main_.after, *runs_.next.after);
         for (SettingDifference& one : next.settings) {
             const auto note = notes.find(Spelled({one.file, one.section, one.key}));
             if (note != notes.end())
@@ -408,7 +410,7 @@ private:
                                 valued(way.to, way.after));
             lines.push_back("    by " + steps + (way.reason.empty() ? "" : ": " + way.reason));
         });
-        ForEachSetting(runs_.watched.before, [&](const Place& place, const std::string& value) {
+        ForEachSetting(*runs_.watched.before, [&](const Place& place, const std::string& value) {
             if (Mentions(text, place, value) && !told.contains(Spelled(place))) {
                 lines.push_back(valued(place, value));
                 lines.emplace_back("    carried over");

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <utility>
 
 #include "rehearse/base/failure.h"
@@ -38,40 +39,41 @@ public:
         runs_.isOrdered = OrderTree(Order::Ascending);
         Say("upgrade");
         if (inside_.runsBinary) {
-            runs_.watched = runner_.RunWatched({});
+            runs_.watched = runner_.RunWatched(nullptr);
             SetReportAside("");
             RestoreTree(Order::Ascending);
             Say("the program");
-            const Extensions& extensions = runs_.watched.context.extensions;
-            runs_.shipped = runner_.RunBlind(true, runs_.watched.before, extensions);
+            const Trial& watched = runs_.watched;
+            runs_.shipped = runner_.RunBlind(true, watched.before, watched.after);
+            runs_.shipped.CompareTrees(watched.context.extensions);
         } else {
-            runs_.watched = runner_.RunWatched({});
+            runs_.watched = runner_.RunWatched(nullptr);
         }
         const Trial& trial = runs_.Main();
         if (inside_.keepsTree)
             CopyBackup(treeInside, upgradedInside, [] {});
-        const std::vector<FileChange> net = Compare(trial.before, trial.after);
-        WriteFile(AtScratch("diff"), GitDifference(net));
+        if (inside_.makesDifference) {
+            std::ofstream file(AtScratch("diff"), std::ios::binary);
+            WriteGitDifference(Compare(*trial.before, *trial.after), file);
+        }
         SetReportAside("report");
 
         Say("next start");
-        runs_.next = inside_.runsBinary ? runner_.RunBlind(true, trial.after, {})
+        runs_.next = inside_.runsBinary ? runner_.RunBlind(true, trial.after, trial.after)
                                         : runner_.RunWatched(trial.after);
         SetReportAside("");
-        runs_.next.before.clear();
         if (runs_.isOrdered) {
             Say("other order");
             runs_.isOrdered = RestoreTree(Order::Descending);
-            runs_.other = runner_.RunBlind(inside_.runsBinary, trial.after, {});
-            runs_.other.before.clear();
+            runs_.other = runner_.RunBlind(inside_.runsBinary, trial.before, trial.after);
         }
         fs::rename(AtScratch("report"), AtScratch("mend.log"));
 
         Say("explain");
         const std::string key = ReadAll(AtScratch("key"));
         if (!key.empty())
-            WriteFile(AtScratch("kept"),
-                      PackedTree(KeepTree(trial.before, trial.after, *runs_.watched.ledger, key)));
+            WriteFile(AtScratch("kept"), PackedTree(KeepTree(*trial.before, *trial.after,
+                                                             *runs_.watched.ledger, key)));
         return Account(runs_, runner_, {inside_.explain, inside_.showsSecrets});
     }
 
@@ -106,6 +108,8 @@ std::vector<std::string> ArgumentsOf(const Inside& inside) {
         arguments.insert(arguments.end(), {"--binary", binaryInside});
     if (inside.keepsTree)
         arguments.insert(arguments.end(), {"--apply", upgradedInside});
+    if (inside.makesDifference)
+        arguments.insert(arguments.end(), {"--diff", AtScratch("diff")});
     if (inside.showsSecrets)
         arguments.emplace_back("--show-secrets");
     if (!inside.explain.empty())

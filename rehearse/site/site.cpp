@@ -302,6 +302,7 @@ Held Hold(Request request, const std::string& key, Progress& progress, SiteResul
         inside.configRoot = request.configRoot;
         inside.explain = request.explain;
         inside.keepsTree = !request.apply.empty();
+        inside.makesDifference = !request.diff.empty();
         inside.runsBinary = !request.binary.empty();
         inside.showsSecrets = request.showsSecrets;
         sandbox.arguments = ArgumentsOf(inside);

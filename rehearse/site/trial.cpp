@@ -77,12 +77,9 @@ void SetArguments(const std::string& configRoot) {
     Thread::SetCommandLine(argument.empty() ? 1 : 2, arguments);
 }
 
-StepRecord RecordOf(const std::string& name, double seconds, const std::vector<FileChange>& changes,
-                    Growth& report, Growth& printed) {
-    StepRecord record{name, seconds, 0, 0, 0, report.Take(), printed.Take()};
+void Count(StepRecord& record, const std::vector<FileChange>& changes) {
     for (const FileChange& change : changes)
         ++(!change.before ? record.added : !change.after ? record.removed : record.changed);
-    return record;
 }
 
 /// Facts are of the step in which they are told, whose name is known at its end.
@@ -208,12 +205,12 @@ void TrialRunner::RunLinked(const std::function<void(ConfigUpgrader&, const char
         std::rethrow_exception(failure);
 }
 
-Trial TrialRunner::RunWatched(const TreeState& known) {
+Trial TrialRunner::RunWatched(const SharedTree& known) {
     Trial trial;
     TreeWatch watch(treeInside, known);
     trial.before = watch.State();
     trial.oldStamp = ReadStamp("/" + root_);
-    Extensions directories = ExtensionsIn(trial.before, root_);
+    Extensions directories = ExtensionsIn(*trial.before, root_);
     FactKeeper facts(root_);
     Growth report(InScratch("mend.log"), 64 << 20);
     Growth printed(InScratch("console"), 64 << 10);
@@ -221,12 +218,12 @@ Trial TrialRunner::RunWatched(const TreeState& known) {
     auto begin = Clock::now();
     const auto endStep = [&](ConfigUpgrader& upgrader, const std::string& name) {
         const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
-        const TreeState before = watch.State();
-        watch.Look();
+        const SharedTree before = watch.State();
+        const std::vector<FileChange> changes = watch.Look();
         facts.EndStep(name);
         isChecked = isChecked || name == "version check";
-        const std::vector<FileChange> changes = Compare(before, watch.State());
-        trial.steps.push_back(RecordOf(name, seconds, changes, report, printed));
+        trial.steps.push_back({name, seconds, 0, 0, 0, report.Take(), printed.Take()});
+        Count(trial.steps.back(), changes);
         trial.context = ContextOf(upgrader, root_, isChecked);
         trial.context.stamp = trial.oldStamp;
         // What an interrupted upgrade left half done is put back before anything is accounted for.
@@ -235,7 +232,7 @@ Trial TrialRunner::RunWatched(const TreeState& known) {
             trial.ledger =
                 std::make_unique<Ledger>(isRecovery ? watch.State() : before, root_, stunFile_);
         if (!isRecovery)
-            trial.ledger->Enter(name, changes, trial.context);
+            trial.ledger->Enter(name, changes, watch.State(), trial.context);
         directories.insert(trial.context.extensions.begin(), trial.context.extensions.end());
         directories.insert(trial.context.attendants.begin(), trial.context.attendants.end());
         trial.changes.Add(name, changes, directories);
@@ -252,10 +249,9 @@ Trial TrialRunner::RunWatched(const TreeState& known) {
     return trial;
 }
 
-Trial TrialRunner::RunBlind(bool isProgram, const TreeState& known, const Extensions& extensions) {
+Trial TrialRunner::RunBlind(bool isProgram, const SharedTree& before, const SharedTree& known) {
     Trial trial;
-    TreeWatch watch(treeInside, known);
-    trial.before = watch.State();
+    trial.before = before;
     trial.oldStamp = ReadStamp("/" + root_);
     Growth report(InScratch("mend.log"), 64 << 20);
     Growth printed(InScratch("console"), 64 << 10);
@@ -265,13 +261,17 @@ Trial TrialRunner::RunBlind(bool isProgram, const TreeState& known, const Extens
     else
         RunLinked([&](ConfigUpgrader&, const char*) { say_("."); }, [](const Fact&) {});
     const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
-    watch.Look();
-    trial.after = watch.State();
-    const std::vector<FileChange> changes = Compare(trial.before, trial.after);
-    trial.steps.push_back(RecordOf("", seconds, changes, report, printed));
-    trial.changes.Add("", changes, extensions);
+    trial.after = LookAt(treeInside, known);
+    // The linked one's is that of the run that was watched.
+    trial.steps.push_back({"", seconds, 0, 0, 0, isProgram ? report.Take() : "", printed.Take()});
     trial.stamp = ReadStamp("/" + root_);
     return trial;
+}
+
+void Trial::CompareTrees(const Extensions& extensions) {
+    const std::vector<FileChange> difference = Compare(*before, *after);
+    Count(steps.back(), difference);
+    changes.Add("", difference, extensions);
 }
 
 /// Empty, or how it died.

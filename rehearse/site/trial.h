@@ -27,8 +27,8 @@ struct StepRecord {
 
 /// One run of an upgrade on the tree as it stands, and what was seen of it.
 struct Trial {
-    TreeState before;
-    TreeState after;
+    SharedTree before;
+    SharedTree after;
     std::vector<StepRecord> steps;
     ChangeTable changes;
     std::vector<KeptFact> facts;
@@ -37,6 +37,8 @@ struct Trial {
     std::string oldStamp;
     std::string stamp;
     std::string crash;  // of a program from outside: how it died
+    /// Tells the changes of a run that was seen at its end alone.
+    void CompareTrees(const Extensions& extensions);
     bool Has(Fact::Kind kind) const;
 };
 
@@ -52,9 +54,10 @@ public:
 
     /// Runs the linked upgrade and looks after each step. What the tree has in common with `known`
     /// is kept once.
-    Trial RunWatched(const TreeState& known);
-    /// Runs the linked upgrade, or a program, and looks at the end alone.
-    Trial RunBlind(bool isProgram, const TreeState& known, const Extensions& extensions);
+    Trial RunWatched(const SharedTree& known);
+    /// Runs the linked upgrade, or a program, on a tree that is known to be `before`, and looks at
+    /// the end alone. What it leaves in common with `known` is kept once.
+    Trial RunBlind(bool isProgram, const SharedTree& before, const SharedTree& known);
 
     /// The configuration root below the tree, with a "/" at its end.
     const std::string& Root() const { return root_; }

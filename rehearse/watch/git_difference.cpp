@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 #include <map>
 #include <set>
-#include <sstream>
 #include <tuple>
 
 #include "rehearse/watch/lines.h"
@@ -42,14 +41,14 @@ bool IsSameKind(const FileState& a, const FileState& b) {
     return (a.info.st_mode & S_IFMT) == (b.info.st_mode & S_IFMT);
 }
 
-void AddWhole(std::ostringstream& text, char sign, const Lines& lines) {
+void AddWhole(std::ostream& text, char sign, const Lines& lines) {
     for (const std::string& line : lines)
         text << sign << line << "\n";
 }
 
 /// The lines that differ, below their heads.
-void AddLines(std::ostringstream& text, const State& before, const State& after,
-              const std::string& old, const std::string& now) {
+void AddLines(std::ostream& text, const State& before, const State& after, const std::string& old,
+              const std::string& now) {
     const Lines from = LinesIn(before);
     const Lines to = LinesIn(after);
     if (from == to)
@@ -69,7 +68,7 @@ void AddLines(std::ostringstream& text, const State& before, const State& after,
     diff.printUnifiedFormat(text);
 }
 
-void AddChange(std::ostringstream& text, const std::string& path, const State& before,
+void AddChange(std::ostream& text, const std::string& path, const State& before,
                const State& after) {
     const std::string old = Name("a", path);
     const std::string now = Name("b", path);
@@ -96,12 +95,11 @@ Inode InodeOf(const FileState& state) {
 
 }  // namespace
 
-std::string GitDifference(const std::vector<FileChange>& changes) {
+void WriteGitDifference(const std::vector<FileChange>& changes, std::ostream& text) {
     std::map<Inode, const FileChange*> gone;
     for (const FileChange& change : changes)
         if (change.before && !change.after && !change.before->content)
             gone.emplace(InodeOf(*change.before), &change);
-    std::ostringstream text;
     std::set<const FileChange*> renamed;
     for (const FileChange& change : changes) {
         if (change.before || !change.after || change.after->content)
@@ -126,7 +124,6 @@ std::string GitDifference(const std::vector<FileChange>& changes) {
             AddChange(text, change.path, change.before, change.after);
         }
     }
-    return text.str();
 }
 
 }  // namespace rehearse

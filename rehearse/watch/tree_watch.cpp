@@ -9,8 +9,10 @@
 #include <ctime>
 #include <fmt/format.h>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <string_view>
+#include <unordered_set>
 
 #include "files/replace.h"
 #include "recovery/recovery_copy.h"
@@ -91,6 +93,110 @@ struct timespec ShortlyBeforeNow() {
     return now;
 }
 
+/// Brings the entries of a walk into the order of their paths, in which a directory's name goes on
+/// with a "/".
+int ByPath(const FTSENT** a, const FTSENT** b) {
+    const auto at = [](const FTSENT& entry, std::size_t i) {
+        return i < entry.fts_namelen     ? static_cast<unsigned char>(entry.fts_name[i])
+               : entry.fts_info == FTS_D ? static_cast<int>('/')
+                                         : -1;
+    };
+    const std::size_t shorter = std::min((*a)->fts_namelen, (*b)->fts_namelen);
+    std::size_t i = 0;
+    while (i < shorter && (*a)->fts_name[i] == (*b)->fts_name[i])
+        ++i;
+    return at(**a, i) - at(**b, i);
+}
+
+/// Calls `visit` for every file and link below a directory, by path.
+void ForEachFile(std::string root, const std::function<void(const FTSENT&)>& visit) {
+    char* const roots[] = {root.data(), nullptr};
+    const std::unique_ptr<FTS, int (*)(FTS*)> walk(
+        fts_open(roots, FTS_PHYSICAL | FTS_NOCHDIR, ByPath), fts_close);
+    if (!walk)
+        throw Failure("cannot read " + root + ": " + std::strerror(errno));
+    while (const FTSENT* entry = fts_read(walk.get())) {
+        if (IsPassedOver(*entry))
+            fts_set(walk.get(), const_cast<FTSENT*>(entry), FTS_SKIP);
+        else if (entry->fts_info == FTS_F || entry->fts_info == FTS_SL ||
+                 entry->fts_info == FTS_SLNONE || entry->fts_info == FTS_DEFAULT)
+            visit(*entry);
+    }
+}
+
+/// Keeps equal bytes once: thousands of extensions have files like the first one's.
+class Bytes {
+public:
+    std::shared_ptr<const std::string> Keep(std::shared_ptr<const std::string> bytes) {
+        return bytes ? *kept_.insert(std::move(bytes)).first : bytes;
+    }
+
+private:
+    struct Hash {
+        std::size_t operator()(const std::shared_ptr<const std::string>& bytes) const {
+            return std::hash<std::string>()(*bytes);
+        }
+    };
+    struct Equal {
+        bool operator()(const std::shared_ptr<const std::string>& a,
+                        const std::shared_ptr<const std::string>& b) const {
+            return *a == *b;
+        }
+    };
+    std::unordered_set<std::shared_ptr<const std::string>, Hash, Equal> kept_;
+};
+
+/// What a tree has otherwise than a state of it that is known. A file that was touched and is the
+/// same is among it, with its new times, unless this look is the last.
+std::vector<FileChange> Touched(const std::string& root, const TreeState& known,
+                                const struct timespec& safeBefore, bool isLast) {
+    std::vector<FileChange> touched;
+    Bytes bytes;
+    auto old = known.begin();
+    const auto remove = [&] {
+        touched.push_back({old->first, old->second, nullptr});
+        ++old;
+    };
+    ForEachFile(root, [&](const FTSENT& entry) {
+        const std::string_view path = entry.fts_path + root.size() + 1;
+        while (old != known.end() && old->first < path)
+            remove();
+        const struct stat& info = *entry.fts_statp;
+        std::shared_ptr<const FileState> before;
+        if (old != known.end() && old->first == path)
+            before = (old++)->second;
+        if (before && IsUntouched(info, before->info) && IsOlder(info.st_ctim, safeBefore))
+            return;
+        FileState now{info, ReadContent(entry.fts_path, info)};
+        if (before && IsSame(*before, now)) {
+            if (isLast || IsUntouched(info, before->info))
+                return;
+            now.content = before->content;
+        }
+        now.content = bytes.Keep(now.content);
+        touched.push_back(
+            {std::string(path), before, std::make_shared<const FileState>(std::move(now))});
+    });
+    while (old != known.end())
+        remove();
+    return touched;
+}
+
+bool IsChange(const FileChange& touched) {
+    return !touched.before || !touched.after || !IsSame(*touched.before, *touched.after);
+}
+
+/// A state with some files as they are now.
+SharedTree With(const TreeState& state, const std::vector<FileChange>& changes) {
+    auto made = std::make_shared<TreeState>(state);
+    for (const FileChange& change : changes)
+        if (change.after)
+            made->insert_or_assign(change.path, change.after);
+        else
+            made->erase(change.path);
+    return made;
+}
+
 }  // namespace
 
 std::string ModeText(const FileState& state) {
@@ -119,42 +225,24 @@ std::vector<FileChange> Compare(const TreeState& before, const TreeState& after)
     return changes;
 }
 
-void TreeWatch::Look() {
+TreeWatch::TreeWatch(std::string root, const SharedTree& known)
+    : root_(std::move(root)), state_(known ? known : std::make_shared<const TreeState>()) {
+    Look();
+}
+
+std::vector<FileChange> TreeWatch::Look() {
     const struct timespec begin = ShortlyBeforeNow();
-    char* const roots[] = {root_.data(), nullptr};
-    const std::unique_ptr<FTS, int (*)(FTS*)> walk(
-        fts_open(roots, FTS_PHYSICAL | FTS_NOCHDIR, nullptr), fts_close);
-    if (!walk)
-        throw Failure("cannot read " + root_ + ": " + std::strerror(errno));
-    TreeState state;
-    while (const FTSENT* entry = fts_read(walk.get())) {
-        if (IsPassedOver(*entry)) {
-            fts_set(walk.get(), const_cast<FTSENT*>(entry), FTS_SKIP);
-            continue;
-        }
-        if (entry->fts_info != FTS_F && entry->fts_info != FTS_SL &&
-            entry->fts_info != FTS_SLNONE && entry->fts_info != FTS_DEFAULT)
-            continue;
-        std::string path = entry->fts_path + root_.size() + 1;
-        const struct stat& info = *entry->fts_statp;
-        const auto known = state_.find(path);
-        const bool isUntouched = known != state_.end() && IsUntouched(info, known->second->info) &&
-                                 IsOlder(info.st_ctim, safeBefore_);
-        auto now = isUntouched ? known->second
-                               : std::make_shared<const FileState>(
-                                     FileState{info, ReadContent(entry->fts_path, info)});
-        // The same entry for the same file, so that a comparison need not look at its bytes; and
-        // the same bytes for another that holds them, of which there may be hundreds of thousands.
-        if (!isUntouched && known != state_.end() && IsSame(*known->second, *now)) {
-            if (IsUntouched(info, known->second->info))
-                now = known->second;
-            else
-                now = std::make_shared<const FileState>(FileState{info, known->second->content});
-        }
-        state.emplace(std::move(path), std::move(now));
-    }
-    state_ = std::move(state);
+    std::vector<FileChange> changes = Touched(root_, *state_, safeBefore_, false);
+    if (!changes.empty())
+        state_ = With(*state_, changes);
+    std::erase_if(changes, [](const FileChange& change) { return !IsChange(change); });
     safeBefore_ = begin;
+    return changes;
+}
+
+SharedTree LookAt(const std::string& root, const SharedTree& known) {
+    const std::vector<FileChange> changes = Touched(root, *known, {}, true);
+    return changes.empty() ? known : With(*known, changes);
 }
 
 }  // namespace rehearse

@@ -30,6 +30,10 @@ struct FileChange {
 /// A tree, by path; entries are shared between looks as long as the file stays what it is.
 using TreeState = std::map<std::string, std::shared_ptr<const FileState>>;
 
+/// One that is looked at from several places: of thousands of extensions a copy is tens of
+/// megabytes.
+using SharedTree = std::shared_ptr<const TreeState>;
+
 /// The changes from one state to another, by path.
 std::vector<FileChange> Compare(const TreeState& before, const TreeState& after);
 
@@ -37,22 +41,23 @@ std::vector<FileChange> Compare(const TreeState& before, const TreeState& after)
 /// of `files`, which note what the disk refuses: looking on must not change what is looked at.
 class TreeWatch {
 public:
-    /// What the tree has in common with `known` is kept once.
-    explicit TreeWatch(std::string root, const TreeState& known = {})
-        : root_(std::move(root)), state_(known) {
-        Look();
-    }
+    /// The bytes that the tree has in common with `known` are kept once.
+    explicit TreeWatch(std::string root, const SharedTree& known = nullptr);
 
-    /// Looks again. What was touched since the last time, or shortly before it, is read again: a
-    /// clock tick is long enough for two saves of the same size.
-    void Look();
+    /// Looks again, and tells what changed. What was touched since the last time, or shortly before
+    /// it, is read again: a clock tick is long enough for two saves of the same size.
+    std::vector<FileChange> Look();
 
-    const TreeState& State() const { return state_; }
+    const SharedTree& State() const { return state_; }
 
 private:
     std::string root_;
-    TreeState state_;
+    SharedTree state_;
     struct timespec safeBefore_ {};  // a file older than that was not touched since the last look
 };
+
+/// A tree as it is now. What it has in common with `known` is that one's own, times and all: such a
+/// state is there to be compared, and not to be looked at again.
+SharedTree LookAt(const std::string& root, const SharedTree& known);
 
 }  // namespace rehearse

@@ -29,11 +29,20 @@ RunContext Context(const std::string& version) {
 
 using Files = std::map<std::string, std::string>;
 
+rehearse::SharedTree Shared(const Files& files, unsigned mode = 0644) {
+    return std::make_shared<const rehearse::TreeState>(State(files, mode));
+}
+
+void Enter(Ledger& ledger, const std::string& step, const Files& before, const Files& after,
+           const RunContext& context) {
+    ledger.Enter(step, Compare(State(before), State(after)), Shared(after), context);
+}
+
 /// What a step that made `after` of `before` is blamed for: "21/servicesdb routing_on changed".
 Names Blames(const std::string& step, const std::string& version, const Files& before,
              const Files& after) {
-    Ledger ledger(State(before), root, "stun.cfg");
-    ledger.Enter(step, Compare(State(before), State(after)), Context(version));
+    Ledger ledger(Shared(before), root, "stun.cfg");
+    Enter(ledger, step, before, after, Context(version));
     Names blames;
     for (const rehearse::Unaccounted& one : ledger.Open())
         blames.push_back(one.place.file.substr(root.size()) + " " + one.place.key + " " +
@@ -166,9 +175,9 @@ TEST(Ledger, AWayGoesThroughAllSteps) {
                          {"etc/default-conf/telephony/default/servicesdb", ""}};
     Files merged = split;
     merged["tree/21/servicesdb"] = "call_forwarding_mode=Busy|call_forwarding_enabled=1|";
-    Ledger ledger(State(first), root, "stun.cfg");
-    ledger.Enter("extension split", Compare(State(first), State(split)), Context("2.2.0"));
-    ledger.Enter("file merge", Compare(State(split), State(merged)), Context("2.2.0"));
+    Ledger ledger(Shared(first), root, "stun.cfg");
+    Enter(ledger, "extension split", first, split, Context("2.2.0"));
+    Enter(ledger, "file merge", split, merged, Context("2.2.0"));
     EXPECT_TRUE(ledger.Open().empty());
     EXPECT_EQ(ledger.Settings(), 2U);
     EXPECT_EQ(ledger.Carried(), 0U);
@@ -191,8 +200,8 @@ TEST(Ledger, ConversionsOfAStampedVersionAreDoneAgain) {
     for (const auto& [stamp, count] : {std::pair("3.0.32", 1U), {"3.0.31", 0U}, {"", 0U}}) {
         RunContext context = Context("3.0.0");
         context.stamp = stamp;
-        Ledger ledger(State(before), root, "stun.cfg");
-        ledger.Enter("echo delay", Compare(State(before), State(after)), context);
+        Ledger ledger(Shared(before), root, "stun.cfg");
+        Enter(ledger, "echo delay", before, after, context);
         EXPECT_EQ(ledger.Again().size(), count) << "stamp " << stamp;
     }
 }
@@ -201,9 +210,9 @@ TEST(Ledger, PasswordsThatMoreUsersCanReadAreTold) {
     const Files before = {{"tree/extensiondb", "[21|password=1|]"}};
     const Files after = {{"tree/extensiondb", ""}, {"tree/21/personaldatadb", "password=1|"}};
     for (const auto& [mode, count] : {std::pair(0600U, 0U), {0640U, 1U}}) {
-        Ledger ledger(State(before, 0600), root, "stun.cfg");
+        Ledger ledger(Shared(before, 0600), root, "stun.cfg");
         ledger.Enter("extension split", Compare(State(before, 0600), State(after, mode)),
-                     Context("2.2.0"));
+                     Shared(after, mode), Context("2.2.0"));
         EXPECT_EQ(ledger.Exposed(State(after, mode)).size(), count) << mode;
     }
 }

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <sstream>
 
 #include "rehearse/base/child.h"
 #include "rehearse/base/failure.h"
@@ -40,11 +41,15 @@ public:
     std::string path;
 };
 
-Names Changed(const TreeState& before, const TreeState& after) {
+Names Told(const std::vector<rehearse::FileChange>& changes) {
     Names paths;
-    for (const rehearse::FileChange& change : Compare(before, after))
+    for (const rehearse::FileChange& change : changes)
         paths.push_back((change.before ? change.after ? "*" : "-" : "+") + change.path);
     return paths;
+}
+
+Names Changed(const TreeState& before, const TreeState& after) {
+    return Told(Compare(before, after));
 }
 
 }  // namespace
@@ -55,17 +60,25 @@ TEST(TreeWatch, SeesWhatAStepTouched) {
     tree.Write("size", "1");
     tree.Write("mode", "1");
     tree.Write("gone", "1");
+    fs::create_directory(tree.path + "/z");  // its files come behind "z-", by path
+    tree.Write("z/y", "1");
+    tree.Write("z-", "1");
     tree.Write("x.mend-tmp", "1");
     rehearse::TreeWatch watch(tree.path);
-    const TreeState before = watch.State();
+    const rehearse::SharedTree before = watch.State();
     tree.Write("size", "2");  // within a tick of the clock, and of the same size
     tree.Write("same", "1");
     tree.Write("y.mend-tmp", "2");
     fs::permissions(tree.path + "/mode", fs::perms::owner_read);
     fs::remove(tree.path + "/gone");
+    fs::remove(tree.path + "/z/y");
     fs::create_symlink("size", tree.path + "/link");
-    watch.Look();
-    EXPECT_EQ(Changed(before, watch.State()), (Names{"-gone", "+link", "*mode", "*size"}));
+    const Names changed = {"-gone", "+link", "*mode", "*size", "-z/y"};
+    EXPECT_EQ(Told(watch.Look()), changed);
+    EXPECT_EQ(Changed(*before, *watch.State()), changed);
+    EXPECT_EQ(Changed(*rehearse::LookAt(tree.path, before), *watch.State()), Names());
+    EXPECT_EQ(Told(watch.Look()), Names());
+    EXPECT_EQ(rehearse::LookAt(tree.path, watch.State()), watch.State());
 }
 
 // What is too large to be looked into is the same in a copy that kept its time, though its inode is
@@ -78,8 +91,8 @@ TEST(TreeWatch, ALargeRecordingIsTheSameInACopy) {
     fs::copy(tree.path + "/recording", copied);
     const auto time = fs::last_write_time(tree.path + "/recording");
     const auto changed = [&] {
-        return Changed(rehearse::TreeWatch(tree.path).State(),
-                       rehearse::TreeWatch(copy.path).State());
+        return Changed(*rehearse::TreeWatch(tree.path).State(),
+                       *rehearse::TreeWatch(copy.path).State());
     };
     fs::last_write_time(copied, time);
     EXPECT_EQ(changed(), Names());
@@ -110,7 +123,9 @@ TEST(Differences, TellEqualChangesOnce) {
 TEST(Differences, GitTakesThem) {
     const TreeState before = State({{"a b", "1|"}, {"mode", "x|"}, {"old", "1"}}, 0600);
     TreeState after = State({{"a b", "2|"}, {"mode", "x|"}, {"new\n\"", ""}}, 0644);
-    const std::string text = GitDifference(Compare(before, after));
+    std::ostringstream written;
+    WriteGitDifference(Compare(before, after), written);
+    const std::string text = written.str();
     for (const char* part :
          {"diff --git a/a b b/a b\nold mode 100600\nnew mode 100644\n--- a/a b\t\n+++ b/a b\t\n",
           "diff --git a/mode b/mode\nold mode 100600\nnew mode 100644\ndiff",
