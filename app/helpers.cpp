@@ -118,8 +118,10 @@ int ConfigUpgrader::CopyWhole(const std::string& options, const std::string& sou
 bool ConfigUpgrader::CopyFromFactory(const std::string& name) {
     const std::string path = configRoot + name;
     // A bad file stays until the copy takes its place; what cp could not write over goes first.
+    // What the disk does not tell of may be a sound file.
     struct stat info {};
-    if (stat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode))
+    const bool isThere = stat(path.c_str(), &info) == 0;
+    if (isThere ? !S_ISREG(info.st_mode) : errno == ENOENT || errno == ELOOP)
         unlink(path.c_str());
     return !ShellFailed(CopyWhole("-p", appliance.factoryTelephony + linesDir + name, path));
 }

@@ -87,8 +87,13 @@ std::string CompleteCopy(const std::string& original, const std::string& copy) {
 
 CommandCopy CopyBeside(const std::function<int(const std::string& path)>& copyTo,
                        const std::string& source, const std::string& target) {
+    const RefusalWatch watch;
     const std::string place = BehindLinks(target);
-    if (place.empty() || (IsThere(target) && KindOf(target) == Kind::Missing))
+    const bool leadsNowhere = place.empty() || (IsThere(target) && KindOf(target) == Kind::Missing);
+    // The command would write into the file itself, which a recovery copy may share.
+    if (watch.HasSeenOne())
+        return {-1, NotedReason(target)};
+    if (leadsNowhere)
         return {copyTo(target), ""};
     const std::string temporary = TemporaryFor(place);
     RemoveTree(temporary);

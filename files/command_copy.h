@@ -7,7 +7,7 @@ namespace files {
 
 /// What became of a copy that a command makes.
 struct CommandCopy {
-    int result = 0;     // of the command
+    int result = 0;     // of the command; -1, too, where the disk does not tell what to write to
     std::string error;  // why the target is as it was, in words, although the command was run
 };
 

@@ -305,9 +305,8 @@ bool RecoveryCopy::SyncTree() {
     return synced;
 }
 
-void RecoveryCopy::Unshare() {
-    if (stands_)
-        ::Unshare(copy_, tree_);
+std::string RecoveryCopy::Unshare() {
+    return stands_ ? ::Unshare(copy_, tree_) : "";
 }
 
 void RecoveryCopy::MarkDone() {

@@ -59,8 +59,9 @@ public:
     bool SyncTree();
     /// Marks that nothing but the stamp is left to do.
     void MarkDone();
-    /// Before a command that may write into files of the tree: has the copy share none of them.
-    void Unshare();
+    /// Before a command that may write into files of the tree: has the copy share none of them. The
+    /// reason in words, noted, when it can't: then the command must not run.
+    std::string Unshare();
     /// At the end: removes the copy, or leaves it to the next start.
     void End(bool isFinished);
     /// At the end of a run that had too little memory: puts the tree back at once and removes the

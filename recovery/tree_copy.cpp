@@ -231,6 +231,8 @@ public:
 
     /// Copies a directory to this name below the copy, then what its links lead to.
     std::string Copy(const std::string& directory, const std::string& name) {
+        if (tree_.empty())  // everything would pass for a part of it
+            return NotedReason(directory);
         std::vector<std::string> links;
         files::MirrorOptions options;
         options.isLeftAlone = isLeftAlone_;
@@ -333,11 +335,17 @@ std::string CopyTree(const std::string& tree, const std::string& copy,
 }
 
 std::string Unshare(const std::string& copy, const std::string& tree) {
-    return ForEachKept(copy, tree, [](const std::string& kept, const std::string& original, bool) {
-        struct stat info {};
-        const bool isShared = lstat(kept.c_str(), &info) == 0 && IsShared(info, original);
-        return isShared ? GiveOwnBytes(files::RealPath(original)) : "";
-    });
+    const files::RefusalWatch watch;
+    return ForEachKept(
+        copy, tree, [&](const std::string& kept, const std::string& original, bool) -> std::string {
+            struct stat info {};
+            if (lstat(kept.c_str(), &info) != 0)
+                return NotedReason(kept);
+            const bool isShared = IsShared(info, original);
+            if (watch.HasSeenOne())
+                return NotedReason(kept);
+            return isShared ? GiveOwnBytes(files::RealPath(original)) : "";
+        });
 }
 
 std::string PutBackTree(const std::string& copy, const std::string& tree,

@@ -3,14 +3,14 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
-#include <unordered_set>
+#include <set>
 
 namespace Configuration {
 
 bool MergeKeyedSections(MultiSectionFile& destination, MultiSectionFile& source,
                         const std::string& keyName, const std::string& idKey) {
     // One walk over the destination; what is added below is added here as well.
-    std::unordered_set<std::string> known;
+    std::set<std::string> known;
     long largestId = 0;
     const auto note = [&] {
         if (const auto key = destination.GetSectionEntry(keyName))

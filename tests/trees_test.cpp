@@ -363,6 +363,12 @@ TEST_F(Files, ACommandThatMakesNothingIsTheDisksFaultOnlyWhenItCouldHave) {
     EXPECT_EQ(called, (Names{"to.mend-tmp", "to.mend-tmp", "none/to.mend-tmp", "sub/to.mend-tmp",
                              "nowhere"}));
     EXPECT_EQ(Read("sub/to"), "old");
+    for (const char* look : {"readlink", "stat", "lstat"})
+        WithRefused({{look, EIO}}, [&] {
+            called.clear();
+            EXPECT_TRUE(Holds(copied("from", "to-to"), "to-to: Input/output error")) << look;
+            EXPECT_EQ(called, Names{}) << "it would write into the file itself";
+        });
     const auto whole = [&](const std::string& to) {
         site.Write(to, "text");
         return 0;

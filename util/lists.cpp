@@ -3,9 +3,9 @@
 #include <algorithm>
 
 void NameList::push_back(std::string name) {
-    const std::string& kept = names_.emplace_back(std::move(name));
-    known_.insert(kept);
-    lengths_.insert(kept.size());
+    known_.insert(name);
+    lengths_.insert(name.size());
+    names_.push_back(std::move(name));
 }
 
 void NameList::clear() {
@@ -14,7 +14,7 @@ void NameList::clear() {
     names_.clear();
 }
 
-bool NameList::HasEndOf(std::string_view text) const {
+bool NameList::HasEndOf(const std::string& text) const {
     return std::any_of(lengths_.begin(), lengths_.end(), [&](std::size_t length) {
         return length <= text.size() && Contains(text.substr(text.size() - length));
     });
@@ -27,7 +27,7 @@ bool ListContains(const NameList& list, const std::string& text) {
 bool PathInList(const NameList& list, const std::string& path) {
     for (std::size_t slash = path.find('/'); slash != std::string::npos;
          slash = path.find('/', slash + 1))
-        if (list.HasEndOf(std::string_view(path).substr(0, slash)))
+        if (list.HasEndOf(path.substr(0, slash)))
             return true;
     return false;
 }

@@ -2,19 +2,17 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <deque>
 #include <initializer_list>
 #include <set>
 #include <string>
 #include <string_view>
-#include <unordered_set>
 #include <vector>
 
 /// Names in the order in which they were added, repeated ones included, with a look-up that does
 /// not depend on their number: a unit may have thousands of extensions.
 class NameList {
 public:
-    using const_iterator = std::deque<std::string>::const_iterator;
+    using const_iterator = std::vector<std::string>::const_iterator;
     using iterator = const_iterator;
     using value_type = std::string;
 
@@ -38,13 +36,11 @@ public:
     const_iterator end() const { return names_.end(); }
     std::size_t size() const { return names_.size(); }
 
-    bool Contains(std::string_view name) const { return known_.contains(name); }
+    bool Contains(const std::string& name) const { return known_.contains(name); }
     /// Whether a name of the list ends the text.
-    bool HasEndOf(std::string_view text) const;
+    bool HasEndOf(const std::string& text) const;
 
-    bool operator==(const std::vector<std::string>& names) const {
-        return std::vector<std::string>(begin(), end()) == names;
-    }
+    bool operator==(const std::vector<std::string>& names) const { return names_ == names; }
 
 private:
     template <typename Names>
@@ -54,8 +50,8 @@ private:
             push_back(name);
     }
 
-    std::deque<std::string> names_;  // never moved: the look-up holds views of them
-    std::unordered_set<std::string_view> known_;
+    std::vector<std::string> names_;
+    std::set<std::string> known_;
     std::set<std::size_t> lengths_;
 };
 

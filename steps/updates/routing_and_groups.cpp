@@ -36,8 +36,10 @@ void DropAccessRoutes(ConfigUpgrader& upgrader, MultiSectionFile& routes) {
         upgrader.Save(routes);
     // The tool also runs when no route went. Should it fail, the table stays as it is saved. Saves
     // replace files; it may write into them.
-    upgrader.recovery.Unshare();
-    const std::string outcome = upgrader.RunWithErrorText(ShellPath(upgrader.appliance.routeTool));
+    const std::string error = upgrader.recovery.Unshare();
+    const std::string outcome =
+        error.empty() ? upgrader.RunWithErrorText(ShellPath(upgrader.appliance.routeTool))
+                      : "Failed: " + error;
     upgrader.Trace(3, "Update done - %s.\n", outcome.c_str());
 }
 

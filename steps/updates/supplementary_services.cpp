@@ -248,7 +248,7 @@ private:
             MergeDatabase(database, flags, *patterns_);
         isMerged_ = true;
         upgrader_.Trace(3, "Starting merge non \"any\" callers with \"any\" caller.\n");
-        const auto any = ids_.find({"any", ""});
+        const auto any = ids_.find(IdKey("any", ""));
         if (any != ids_.end())
             InheritFromAny(*patterns_, any->second);
         SaveAll();
@@ -283,12 +283,17 @@ private:
             Save(*patterns_);
     }
 
+    /// Tells a caller's identifier. A value has no line end.
+    static std::string IdKey(const std::string& address, const std::string& type) {
+        return address + '\n' + type;
+    }
+
     void ReadKnownCallers(MultiSectionFile& patterns) {
         for (patterns.Restart(); patterns.GotoNextSection();) {
             const std::string type = Value(patterns, "type");
             const std::string address = Value(patterns, "address");
             callerKeys_.push_back(type + (type.empty() ? "" : "_") + address);
-            ids_.try_emplace({address, type}, Value(patterns, "section_id"));
+            ids_.try_emplace(IdKey(address, type), Value(patterns, "section_id"));
             if (const auto id = patterns.GetSectionEntry("section_id"))
                 nextId_ = std::max(nextId_, std::int64_t{StringToNumber<int>(*id)} + 1);
         }
@@ -305,7 +310,7 @@ private:
             const bool known = ListContains(callerKeys_, record.key);
             std::string id = NumberToString(nextId_);
             if (known) {
-                const auto found = ids_.find({record.caller, record.type});
+                const auto found = ids_.find(IdKey(record.caller, record.type));
                 if (found == ids_.end()) {
                     upgrader_.Trace(1,
                                     "MINOR ERROR: section not found in addresspattern file for "
@@ -322,7 +327,7 @@ private:
             if (!known) {
                 AddCaller(patterns, record, id);
                 callerKeys_.push_back(record.key);
-                ids_.try_emplace({record.caller, record.type}, id);
+                ids_.try_emplace(IdKey(record.caller, record.type), id);
                 ++nextId_;
                 AddServiceSections(services, flags);
             }
@@ -366,8 +371,8 @@ private:
     SectionFile patterns_;
     bool isMerged_ = false;  // patterns_ has the callers of all seven databases
     NameList callerKeys_;
-    std::map<std::pair<std::string, std::string>, std::string> ids_;  // by address and type
-    std::map<std::string, SectionFile> services_;                     // by identifier
+    std::map<std::string, std::string> ids_;       // by IdKey
+    std::map<std::string, SectionFile> services_;  // by identifier
     std::int64_t nextId_ = 0;
     bool allSaved_ = true;
 };

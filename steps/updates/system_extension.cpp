@@ -75,7 +75,11 @@ std::string CopyAttendantToSystem(ConfigUpgrader& upgrader) {
     const std::string attendant = upgrader.configRoot + "00/";
     const std::string system = upgrader.configRoot + "system";
     const std::string command = "cp -Rf " + ShellPath(attendant) + "* ";
-    if (!CorrectPath(system))  // cp says in its own words that there is no such directory
+    const files::RefusalWatch watch;
+    const bool isThere = CorrectPath(system);
+    if (watch.HasSeenOne())  // cp would write into the files themselves, which the copy shares
+        return "Failed: " + files::NotedReason(system);
+    if (!isThere)  // cp says in its own words that there is no such directory
         return upgrader.RunWithErrorText(command + ShellPath(system));
     const std::string place = files::RealPath(system);
     const std::string copy = files::TemporaryFor(place);
