@@ -51,7 +51,7 @@ TEST(Document, ReadsEntriesWhereTheyStand) {
     EXPECT_TRUE(file.CurrentEntry(Scope::Section, key, value));
     EXPECT_EQ(key, "empty");
     file.Restart();
-    EXPECT_EQ(file.SectionName(), "");
+    EXPECT_FALSE(file.Set(Scope::Section, "a", "2"));
     EXPECT_EQ(file.Text(), sample);
 }
 
@@ -161,7 +161,13 @@ TEST(Document, SaysWhatIsWrongAndWhere) {
 /// Many look-ups make indexes; whatever was edited since, they find what a plain list has.
 TEST(Document, FindsWhatAPlainListHas) {
     std::map<std::string, std::map<std::string, std::string>> parts;  // "" is the top level
-    Document file("", Layout::Sectioned, "f");
+    std::string text;
+    for (int i = 0; i < 90; ++i) {
+        text += "section " + std::to_string(i) + "\n{\n}\n" + std::to_string(i) + "=t\n";
+        parts[std::to_string(i)];
+        parts[""][std::to_string(i)] = "t";
+    }
+    Document file(text, Layout::Sectioned, "f");
     std::mt19937 random(1);
     for (int i = 0; i < 9000; ++i) {
         const std::string name = std::to_string(random() % 90);

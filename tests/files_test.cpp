@@ -211,10 +211,12 @@ TEST_F(Files, ASaveThatIsRefusedLeavesTheOldFileAndTellsWhy) {
         const char* call;
         int error;
         const char* reason;
+        int nth = 0;
     } cases[] = {
         {"lstat", EIO, "can't read the old file: Input/output error (noted)"},
         {"open directory", EACCES, "can't open the directory: Permission denied (noted)"},
         {"listxattr", EIO, "can't read the attributes: Input/output error (noted)"},
+        {"listxattr", EIO, "can't read the attributes: Input/output error (noted)", 2},
         {"flistxattr", EIO, "can't read the attributes: Input/output error (noted)"},
         {"create", EROFS, "can't create the new file: Read-only file system (noted)"},
         {"create", EISDIR, "can't create the new file: Is a directory"},
@@ -224,7 +226,8 @@ TEST_F(Files, ASaveThatIsRefusedLeavesTheOldFileAndTellsWhy) {
         {"rename", EROFS, "can't rename the new file: Read-only file system (noted)"},
     };
     for (const auto& test : cases) {
-        WithRefused({{test.call, test.error}}, [&] { EXPECT_EQ(Told(save), test.reason); });
+        WithRefused({{test.call, test.error, test.nth}},
+                    [&] { EXPECT_EQ(Told(save), test.reason); });
         EXPECT_EQ(Read("file"), old) << test.call;
         EXPECT_EQ(ModeOf(dir + "file"), 0640U);
         EXPECT_FALSE(site.Exists(dir + "file.mend-tmp")) << test.call;

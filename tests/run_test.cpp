@@ -177,7 +177,15 @@ TEST_F(Run, OneReadThatFailsCostsNoDatabaseAndNoLabel) {
 TEST_F(Run, AnObserverIsToldOfEachStepInItsOrder) {
     std::string steps;
     site.appliance.afterStep = [&](const char* step) { steps += std::string(step) + ", "; };
+    std::string canceled;
+    const std::function<void(const Fact&)> look = [&](const Fact& fact) {
+        EXPECT_NE(fact.path, site.appliance.fxsNumber) << "it is there";
+        if (fact.kind == Fact::Kind::Canceled)
+            canceled = fact.path;
+    };
+    site.appliance.onFact = &look;
     site.Upgrade();
+    EXPECT_EQ(canceled, "localrouttabledb");
     EXPECT_TRUE(steps.starts_with(
         "recovery, hardware, linedb, version check, extensiondb, line counts, hardware record, "
         "voice data and links, extension split, file set check, line database, "));
@@ -191,6 +199,15 @@ TEST_F(Run, ALogThatCannotBeMadeStopsNothing) {
 }
 
 TEST_F(Run, TheAttendantIsReadWhereItLives) {
+    {
+        const Site unit;
+        unit.Write(unit.Live("22/servicesdb"), Text(malformed));  // ends the split
+        setenv("ORIX_PATH", unit.appliance.liveConf.c_str(), 1);
+        ConfigUpgrader upgrade(unit.appliance);
+        upgrade.Run();
+        EXPECT_EQ(upgrade.liveAttendants, Names{"00"});
+        unsetenv("ORIX_PATH");
+    }
     const auto expect = [&](const Names& expected, const char* first = "00") {
         ConfigUpgrader unit(site.appliance);
         unit.Run();
@@ -199,11 +216,6 @@ TEST_F(Run, TheAttendantIsReadWhereItLives) {
         EXPECT_EQ(unit.defaultAttendants, Names{"00"});
     };
     expect({"00"});
-    Put("22/servicesdb", malformed);  // ends the split
-    Put("linedb", "[general|][attendant|extension=00|]");
-    expect({"00"});
-    Remove("22/servicesdb");
-    site.Upgrade();
     // Split already, with an old label: the index's attendant has its mailbox.
     Put("linedb", "[general|]");
     const std::string mailbox = Get("00/voicemaildb");

@@ -50,6 +50,11 @@ TEST_F(StoreFiles, OpeningTellsMissingFromUnreadable) {
 TEST_F(StoreFiles, AValueThatIsLongerThanItsBufferIsCut) {
     site.Write(path, "a=value\n");
     MultiSectionFile file(path);
+    for (const bool hasNext : {true, false, true}) {
+        EXPECT_EQ(file.GotoNextEntry(), hasNext);
+        if (!hasNext)
+            file.RestartEntries();
+    }
     char buffer[] = "xxxxxx";
     EXPECT_TRUE(file.GetEntry("a", buffer, 4));
     EXPECT_EQ(std::string(buffer, 6), std::string("val\0xx", 6));

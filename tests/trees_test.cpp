@@ -16,6 +16,7 @@
 #include "files/look.h"
 #include "files/mirror.h"
 #include "files/move.h"
+#include "files/read.h"
 #include "files/replace.h"
 #include "tests/support/files.h"
 
@@ -92,6 +93,7 @@ TEST_F(Files, ACopyIsLikeItsOriginalAndLeavesNothingWhenItFails) {
         {"file", By::Copying, {"write", ENOSPC}, "copy: No space left on device (noted)"},
         {"file", By::Copying, {"fchmod", EPERM}, "copy: Operation not permitted (noted)"},
         {"file", By::Copying, {"utimens", EPERM}, "copy: Operation not permitted (noted)"},
+        {"file", By::Copying, {"listxattr", EIO}, "copy: Input/output error (noted)"},
         {"file", By::Linking, {"link", ENOSPC}, "copy: No space left on device (noted)"},
         {"file", By::Linking, {"read", EIO}, "file: Input/output error (noted)"},
         {"link", By::Copying, {"readlink", EIO}, "link: Input/output error (noted)"},
@@ -240,6 +242,19 @@ TEST_F(Files, AccessListsAndAttributesGoAlong) {
             fs::remove(dir + "signed");
             removexattr(path.c_str(), name);
         }
+    // An empty one counts, and one that the other file has got already is changed.
+    Write("other", "");
+    const auto set = [&](const char* of, const char* name, const char* value) {
+        return setxattr((dir + of).c_str(), name, value, std::strlen(value), 0) == 0;
+    };
+    if (set("file", "security.empty", "") && set("file", "security.note", "x") &&
+        set("other", "security.note", "y")) {
+        EXPECT_EQ(KeepExtended(OpenForReading(dir + "other").Get(), path), "");
+        EXPECT_EQ(get(dir + "other", "security.note"), "x");
+        EXPECT_EQ(get(dir + "other", "security.empty"), "");
+        for (const char* name : {"security.note", "security.empty"})
+            removexattr(path.c_str(), name);
+    }
     Write("noted", "old");
     if (setxattr((dir + "noted").c_str(), "user.note", "x", 1, 0) == 0)
         for (const int error : {ENOSPC, EPERM, EACCES, EOPNOTSUPP})
