@@ -168,6 +168,11 @@ TEST(Document, FindsWhatAPlainListHas) {
         parts[""][std::to_string(i)] = "t";
     }
     Document file(text, Layout::Sectioned, "f");
+    for (int i = 0; i < 20; ++i)
+        EXPECT_EQ(Value(file, Scope::TopLevel, "89"), "t");
+    EXPECT_TRUE(file.GotoSection("40") && file.DeleteSection()) << "what is behind it moves";
+    EXPECT_EQ(Value(file, Scope::TopLevel, "40"), "t");
+    parts.erase("40");
     std::mt19937 random(1);
     for (int i = 0; i < 9000; ++i) {
         const std::string name = std::to_string(random() % 90);
