@@ -230,6 +230,12 @@ TEST_F(Steps, OnlyAVisibleFileOfTheAttendantMakesAFailedCopyTheDisksFault) {
         Run("3.0.0", &ConfigUpgrader::UpdateSystemExtension);
         EXPECT_EQ(watch.HasSeenOne(), isVisible);
     }
+    site.appliance.runShell = [](const std::string& command) {
+        EXPECT_FALSE(command.ends_with("/system")) << "where a recovery copy may share files";
+        return 256;
+    };
+    Open("3.0.0");
+    WithRefused({{"stat", EIO}}, [&] { upgrader->UpdateSystemExtension(); });
 }
 
 TEST_F(Steps, WhatNoCopyCanLayOverIsNotTheDisksFault) {
