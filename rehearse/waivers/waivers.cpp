@@ -22,8 +22,9 @@ constexpr std::pair<const char*, std::string Waiver::*> waiverTexts[] = {
 Waiver ReadWaiver(const toml::table& table) {
     Waiver waiver;
     for (const auto& [key, value] : table) {
-        const auto known = std::find_if(std::begin(waiverTexts), std::end(waiverTexts),
-                                        [&](const auto& one) { return key == one.first; });
+        const auto known =
+            std::find_if(std::begin(waiverTexts), std::end(waiverTexts),
+                         [&name = key](const auto& one) { return name == one.first; });
         const auto text = value.value<std::string>();
         if (known != std::end(waiverTexts) && text)
             waiver.*known->second = *text;
