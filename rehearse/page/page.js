@@ -22,7 +22,7 @@ function element(kind, ...children) {
     for (const [name, value] of Object.entries(children.shift()))
       made.setAttribute(name, value);
   }
-  for (const child of children.flat(2)) {
+  for (const child of children.flat(Infinity)) {
     if (child !== null && child !== undefined && child !== false)
       made.append(child instanceof Node ? child : shown(String(child)));
   }
@@ -108,6 +108,15 @@ function filterTools(what, joint, choices, work, before, after, prefix = '') {
       element('label.unseen', {for: filter}, `Filter ${what.toLowerCase()}`), input, element('label', {for: scope}, joint), choice), after, output)};
 }
 
+// What a page was opened with, or was brought to, stands behind the # of its address, so that it can
+// be sent. An anchor of the contents has no "=".
+const address = () => new URLSearchParams(location.hash.includes('=') ? location.hash.slice(1) : '');
+
+function writeAddress(values) {
+  const text = new URLSearchParams(Object.entries(values).filter(([, value]) => value !== '')).toString();
+  history.replaceState(null, '', text === '' ? location.pathname + location.search : `#${text}`);
+}
+
 // The kinds of verdict that the data name, in their order, the worst first.
 let kinds = [];
 const resultOf = id => kinds.find(kind => kind.id === id) || {label: id, tone: 'bad', sign: '?'};
@@ -130,6 +139,8 @@ function showFoot(data) {
 function showSite(data) {
   showHead('Rehearsal of an upgrade', data.site.name, name(data.site.tree),
     data.site.configRoot && [', configuration root ', name(data.site.configRoot)]);
+  if (address().has('fleet'))
+    byId('head').append(element('p.origin', element('a', {href: '../fleet.html' + (address().get('fleet') && `#${address().get('fleet')}`)}, '← Back to the fleet')));
   showVerdict(data);
   showProblems(data);
   if (data.verdict.result !== 'not-held' || data.changes.length > 0) {
@@ -141,6 +152,11 @@ function showSite(data) {
   section('report', 'Report', data.report === '' ? element('p', 'There is no report.')
     : fold('quiet', `mend.log, ${count(data.report.split('\n').length - 1, 'line')}`, () => logText(data.report)));
   showFoot(data);
+  const led = byId(`problem-${address().get('problem')}`);
+  if (led) {
+    led.scrollIntoView();
+    led.focus({preventScroll: true});
+  }
 }
 
 function showVerdict({verdict, lacks, notes, harmless, ledger}) {
@@ -187,7 +203,7 @@ function showProblems({problems, verdict}) {
       section('problems', 'Problems', element('p', 'None.'));
     return;
   }
-  section('problems', `Problems (${figure(total)})`, problems.map(problem => element('div.problem',
+  section('problems', `Problems (${figure(total)})`, problems.map(problem => element('div.problem', {id: `problem-${problem.rule}`, tabindex: '-1'},
     element('h3', problem.title, ' ', element('span.number.soft', `× ${figure(problem.items.length)}`)),
     problem.means !== '' && element('p', problem.means),
     problem.action !== '' && element('p', element('strong', 'What to do: '), problem.action),
@@ -325,8 +341,9 @@ function showChanges(data) {
   section('changes', 'Changes',
     data.program.binary !== '' && element('p', 'This rehearsal ran ', name(data.program.binary), `. Which step did what is not
       known of a program that is run from outside: the changes are told by file and by extension only.`),
-    none ? element('p', 'No file was changed.') : element('p.soft', `${count(data.changes.length, 'different change')} in
-      ${count(data.files.length, 'file')}. Equal changes are told once, with * for the directory of an extension.`),
+    none ? element('p', 'No file was changed.') : element('p.soft', `${count(data.changes.length + data.leftOut, 'different change')} in
+      ${count(data.fileCount, 'file')}. Equal changes are told once, with * for the directory of an extension.`,
+    data.leftOut > 0 && ` Of those in one place the first are told here; ${count(data.leftOut, 'other', 'others')} are left out, which --json has.`),
     none ? null : new Changes(data).parts);
 }
 
@@ -430,18 +447,21 @@ class Changes {
   }
 
   changeBox({change, files, extension}) {
-    const others = change.files.length - files.length;
-    const single = files.length === 1;
-    const summary = [element(`span.kind.${change.kind}`, change.kind), !single && `in ${count(files.length, 'file')} `,
+    const others = extension === undefined ? 0 : change.count - files.length;
+    const all = change.count - others;
+    const untold = change.count - change.files.length;
+    const single = all === 1;
+    const summary = [element(`span.kind.${change.kind}`, change.kind), !single && `in ${count(all, 'file')} `,
       name(single ? this.data.files[files[0]] : change.pattern), change.where !== '' && [', ', change.where],
       change.note !== '' && element('span.soft', ` (${change.note})`),
       this.told && extension !== undefined && element('span.soft.small', ` – step “${change.step}”`)];
     return fold('change', summary, () => [
-      change.lines.length > 0 && element('pre.diff', change.lines.some(line => line.length > 60) ? {tabindex: '0'} : {}, element('code', change.lines.map(diffLine))),
+      change.lines.length > 0 && element('pre.diff', change.lines.some(line => line.length > 30) ? {tabindex: '0'} : {}, element('code', change.lines.map(diffLine))),
       change.lines.length === 0 && change.note === '' && element('p.soft.small', 'Without content.'),
-      change.files.length > 1 && fold('quiet', others > 0 ? `Equal in ${count(others, 'other file')}` : `The ${count(files.length, 'file')}`,
+      change.count > 1 && fold('quiet', others > 0 ? `Equal in ${count(others, 'other file')}` : `The ${count(all, 'file')}`,
         () => element('ul.names', change.files.filter(file => others === 0 || !files.includes(file))
-          .map(file => element('li', name(this.data.files[file]))))),
+          .map(file => element('li', name(this.data.files[file]))),
+        untold > 0 && element('li.soft', `and ${figure(untold)} more, which --json has`))),
     ], change.lines.length <= longChange);
   }
 
@@ -545,19 +565,25 @@ function highlight(box, words) {
 function showFleet(data) {
   const total = data.sites.length;
   showHead('Rehearsal of a fleet', count(total, 'site'), `Each site was upgraded on a copy, in ${seconds(data.seconds)} in all.`);
-  const present = kinds.map(({id}) => id).filter(id => data.counts[id] > 0);
-  const share = element('div.share', {'aria-hidden': 'true'}, present.map(id => {
-    const part = element(`span.tone-${resultOf(id).tone}`);
-    part.style.setProperty('--share', data.counts[id]);
-    return part;
-  }));
-  section('verdict', 'Verdict', total === 0 ? element('p', 'There is no site in this fleet.') : [share,
-    element('ul.legend', present.map(id => element(`li.tone-${resultOf(id).tone}`,
-      element('span.label', sign(resultOf(id)), `${resultOf(id).label}: ${figure(data.counts[id])}`))))]);
+  const classes = data.comparison.kinds;
+  const isCompared = data.comparison.baseline.out !== '';
+  const sites = new SiteTable(data, isCompared ? classes : []);
+  section('verdict', 'Verdict', total === 0 ? element('p', 'There is no site in this fleet.') : [shares(kinds, data.counts),
+    data.firmware.path !== '' && element('p', 'Firmware ', name(data.firmware.path), data.firmware.version !== '' && ` (${data.firmware.version})`, '.'),
+    data.findings.map(finding => element('div.problem', element('h3', finding.title), element('p', finding.text),
+      element('p', element('strong', 'What to do: '), finding.action))),
+    data.notes.length > 0 && element('ul.plain.soft', data.notes.map(note => element('li', note)))]);
+  if (isCompared)
+    showComparison(data, sites);
+  section('problems', 'Problems', data.problems.length === 0 ? element('p', 'No site has a problem.')
+    : [element('p.soft', 'The gravest first, and of those the most widespread; the same problem on many sites is told once.'),
+      shortened('div', data.problems.map((problem, at) => () => fleetProblem(problem, at, sites)), 30, 'problem', 'problems')]);
+  if (data.waivers.length > 0)
+    section('waivers', 'Known and waived', element('ul.items', data.waivers.map(waiver => element('li',
+      element('strong', [waiver.rule, waiver.file, waiver.setting, waiver.site].filter(Boolean).join(', ')), `: ${waiver.reason} (${waiver.owner}, `,
+      waiver.isExpired ? element('strong', `out of date since ${waiver.until}`) : `until ${waiver.until}`, `) – ${figure(waiver.count)} on ${count(waiver.sites, 'site')}`))));
   if (total > 0)
-    showSites(data, present);
-  section('problems', 'The same problem on many sites', data.problems.length === 0 ? element('p', 'No site has a problem.')
-    : shortened('div', data.problems.map(problem => () => fleetProblem(problem, data.sites)), 30, 'problem', 'problems'));
+    sites.show();
   const most = Math.max(1, total);
   section('fleet-steps', 'Steps', element('p.soft', `On how many sites each step touched files, in the order of the run. A step
     that stands out here may fire where it should not.`), data.steps.length === 0 ? element('p', data.program.binary === '' ? 'No step ran.' : 'The steps of a program that is run from outside are not known.')
@@ -570,77 +596,224 @@ function showFleet(data) {
   showFoot(data);
 }
 
-function siteLink({name: text, page}) {
-  const label = element('bdi', text);
-  if (page === '')
-    return label;
-  // A path, so never a scheme: ./ keeps a site that is called javascript: from being one.
-  return element('a', {href: './' + page.split('/').map(encodeURIComponent).join('/')}, label);
+// How many sites are of which kind, as a bar and in words.
+function shares(all, sites) {
+  const present = all.filter(({id}) => sites[id] > 0);
+  return [element('div.share', {'aria-hidden': 'true'}, present.map(({id, tone}) => {
+    const part = element(`span.tone-${tone}`);
+    part.style.setProperty('--share', sites[id]);
+    return part;
+  })), element('ul.legend', present.map(kind => element(`li.tone-${kind.tone}`,
+    element('span.label', sign(kind), `${kind.label}: ${figure(sites[kind.id])}`))))];
 }
 
-function fleetProblem(problem, sites) {
-  const hit = problem.sites.map(at => sites[at]);
-  return element('div.problem', element('h3', problem.title, ' ', element('span.number.soft', `on ${count(hit.length, 'site')}`)),
+function showComparison({comparison}, sites) {
+  const side = ({out, version, binary, firmware, target}) => [name(out), ` (setupmend ${version}`, binary !== '' && [', ', name(binary)],
+    firmware !== '' && [', firmware ', name(firmware)], target !== '' && `, to ${target}`, ')'];
+  section('comparison', 'Comparison', element('p', element('strong', comparison.summary)), shares(comparison.kinds, comparison.counts),
+    element('p.soft', side(comparison.baseline), ' → ', side(comparison.candidate)),
+    comparison.differences.length === 0 ? element('p', 'The results do not differ.')
+      : shortened('div', comparison.differences.map((difference, at) => () => fleetDifference(difference, at, sites)), 20, 'difference', 'differences'));
+}
+
+function fleetDifference(difference, at, sites) {
+  const {file, section: part, key, values, more} = difference;
+  const place = [file, part && `[${part}]`, key].filter(Boolean).join(' ');
+  return element('div.problem', element('h3', difference.title || place, ' ', element('span.number.soft', `on ${count(difference.sites.length, 'site')}`)),
+    difference.title !== '' && place !== '' && element('p', name(place)), difference.text !== '' && element('p', difference.text),
+    values.length > 0 && element('ul.plain', values.map(({before, after, sites: hit}) =>
+      element('li', name(before), ' → ', name(after), element('span.soft', ` on ${count(hit, 'site')}`))), more > 0 && element('li.soft', `and ${figure(more)} other pairs`)),
+    difference.steps.length > 0 && element('p.soft', `By ${difference.steps.join(', then ')}`),
+    difference.action !== '' && element('p', element('strong', 'What to do: '), difference.action),
+    sites.leadTo(difference.sites, {difference: at}, difference.rule));
+}
+
+function fleetProblem(problem, at, sites) {
+  return element('div.problem', element('h3', problem.title, ' ', element('span.number.soft', `on ${count(problem.sites.length, 'site')}`)),
     problem.text !== '' && element('p', element('code', problem.text)), problem.means !== '' && element('p', problem.means),
     problem.action !== '' && element('p', element('strong', 'What to do: '), problem.action),
-    hit.length <= 5 ? element('p', hit.map((site, at) => [at > 0 && ', ', siteLink(site)]))
-      : fold('quiet', `The ${figure(hit.length)} sites`, () => element('ul.names', hit.map(site => element('li', siteLink(site))))));
+    sites.leadTo(problem.sites, {problem: at}, problem.rule));
 }
 
-function showSites(data, present) {
-  const grave = new Set(kinds.filter(({tone}) => tone === 'bad').map(({id}) => id));
-  const touched = ({files}) => files.changed + files.added + files.removed;
-  const {table, rows} = sortableTable([
-    {head: 'Site', value: site => site.name, cell: site => [siteLink(site), grave.has(site.result) && element('small', site.summary)]},
-    {head: 'From', phone: true, value: site => site.from, cell: site => site.from || '–'},
-    {head: 'To', phone: true, value: site => site.to, cell: site => site.to || '–'},
-    {head: 'Verdict', kind: 'wide', value: site => rankOf(site.result), cell: site => {
-      const result = resultOf(site.result);
-      return element(`span.label.tone-${result.tone}`, sign(result), result.label);
-    }},
-    {head: 'Problems', phone: true, right: true, value: site => site.problems, cell: site => site.problems === 0 ? '–' : element('strong', figure(site.problems))},
-    {head: 'Files changed', phone: true, right: true, value: touched, cell: site => figure(touched(site))},
-    {head: 'Seconds', phone: true, right: true, value: site => site.seconds, cell: site => site.seconds.toFixed(1)},
-  ], data.sites);
-  const tools = filterTools('Sites', 'with', [['', 'every verdict'], ...present.map(id => [id, resultOf(id).label])], apply);
-  const texts = data.sites.map(site => [site.name, site.from, site.to, resultOf(site.result).label, site.summary].join('\n').toLowerCase());
-  function apply() {
-    const words = tools.words();
-    const wanted = tools.choice.value;
-    let found = 0;
-    data.sites.forEach((site, at) => {
-      rows[at].hidden = (wanted !== '' && site.result !== wanted) || !words.every(word => texts[at].includes(word));
-      found += rows[at].hidden ? 0 : 1;
-    });
-    tools.output.textContent = found === rows.length ? '' : found === 0 ? 'No site matches.' : `${figure(found)} of ${count(rows.length, 'site')}.`;
+// The rows of a fleet, with what they are filtered by: words, a verdict, a class of the comparison,
+// and a problem or a difference that led here. All of it stands in the address.
+class SiteTable {
+  constructor(data, classes) {
+    this.data = data;
+    this.classes = classes;
+    this.led = {problem: '', difference: ''};
   }
-  section('sites', 'Sites', tools.box, table);
+
+  // A path, so never a scheme: ./ keeps a site that is called javascript: from being one. The way
+  // back, and what to look at there, stand behind it.
+  link({name: text, page}, rule = '') {
+    const label = element('bdi', text);
+    if (page === '')
+      return label;
+    const made = element('a', {href: './' + page.split('/').map(encodeURIComponent).join('/')}, label);
+    const path = made.getAttribute('href');
+    const lead = () => made.setAttribute('href', `${path}#${new URLSearchParams({fleet: address().toString(), ...(rule !== '' && {problem: rule})})}`);
+    lead();
+    for (const event of ['pointerdown', 'focus', 'click'])  // as the address is by then
+      made.addEventListener(event, lead);
+    return made;
+  }
+
+  // The first sites that have something, and a button that shows all of them below.
+  leadTo(numbers, led, rule) {
+    const first = 5;
+    const button = element('button.more', {type: 'button'}, `Show the ${figure(numbers.length)} sites`);
+    button.addEventListener('click', () => {
+      this.lead({problem: '', difference: '', ...led});
+      byId('sites').scrollIntoView();
+      byId('filter').focus({preventScroll: true});
+    });
+    return element('p', numbers.slice(0, first).map((number, at) => [at > 0 && ', ', this.link(this.data.sites[number], rule)]),
+      numbers.length > first && [` and ${figure(numbers.length - first)} more. `, button]);
+  }
+
+  lead(led) {
+    this.led = led;
+    this.tools.input.value = '';
+    for (const select of [this.tools.choice, this.byClass])
+      select.value = '';
+    this.apply();
+  }
+
+  show() {
+    const {data, classes} = this;
+    const grave = new Set(kinds.filter(({tone}) => tone === 'bad').map(({id}) => id));
+    const touched = ({files}) => files.changed + files.added + files.removed;
+    const classOf = id => classes.find(one => one.id === id) || {label: id, tone: 'bad', sign: '?'};
+    const label = result => element(`span.label.tone-${result.tone}`, sign(result), result.label);
+    const classRank = site => classes.findIndex(({id}) => id === site.comparedClass);
+    this.table = sortableTable([
+      {head: 'Site', value: site => site.name, cell: site => [this.link(site, this.rule), grave.has(site.result) && element('small', site.summary),
+        site.note !== '' && element('small', site.note)]},
+      classes.length > 0 && {head: 'Compared', kind: 'wide', isRank: true, value: classRank, cell: site => label(classOf(site.comparedClass))},
+      {head: 'From', kind: 'version', phone: true, value: site => site.from, cell: site => site.from || '–'},
+      {head: 'To', kind: 'version', phone: true, value: site => site.to, cell: site => site.to || '–'},
+      {head: 'Verdict', kind: 'wide', isRank: true, value: site => rankOf(site.result), cell: site => label(resultOf(site.result))},
+      {head: 'Problems', phone: true, right: true, value: site => site.problems, cell: site => site.problems === 0 ? '–' : element('strong', figure(site.problems))},
+      {head: 'Files changed', phone: true, right: true, value: touched, cell: site => figure(touched(site))},
+      {head: 'Seconds', phone: true, right: true, value: site => site.seconds, cell: site => site.seconds.toFixed(1)},
+    ].filter(Boolean), data.sites);
+    this.table.table.classList.add('fixed');
+    const present = kinds.map(({id}) => id).filter(id => data.counts[id] > 0);
+    this.byClass = element('select', {id: 'class', 'aria-label': 'Class of the comparison'}, [['', 'every class'],
+      ...classes.filter(({id}) => data.comparison.counts[id] > 0).map(({id, label: text}) => [id, text])].map(([value, text]) => element('option', {value}, text)));
+    this.byClass.addEventListener('change', () => this.apply());
+    this.ledBy = element('span.led');
+    this.tools = filterTools('Sites', 'with', [['', 'every verdict'], ...present.map(id => [id, resultOf(id).label])], () => this.apply(),
+      null, [classes.length > 0 && this.byClass, this.ledBy]);
+    this.texts = data.sites.map(site => [site.name, site.from, site.to, resultOf(site.result).label, site.summary, site.note].join('\n').toLowerCase());
+    section('sites', 'Sites', this.tools.box, this.table.table);
+    this.readAddress();
+    addEventListener('hashchange', () => location.hash.includes('=') && this.readAddress());
+  }
+
+  readAddress() {
+    const given = address();
+    this.led = {problem: given.get('problem') || '', difference: given.get('difference') || ''};
+    this.tools.input.value = given.get('words') || '';
+    this.tools.choice.value = given.get('verdict') || '';
+    this.byClass.value = given.get('class') || '';
+    this.apply();
+    if (given.size > 0)
+      byId('sites').scrollIntoView();
+  }
+
+  // The sites that a problem or a difference led to; null for all.
+  wanted() {
+    const {problem, difference} = this.led;
+    const from = problem !== '' ? this.data.problems[problem] : difference !== '' ? this.data.comparison.differences[difference] : null;
+    this.rule = from ? from.rule : '';
+    const clear = element('button', {type: 'button'}, 'All sites again');
+    clear.addEventListener('click', () => this.lead({problem: '', difference: ''}));
+    this.ledBy.replaceChildren(...(from ? [element('span', `Sites with “${shown(from.title || from.key || from.file)}” `), clear] : []));
+    return from ? new Set(from.sites) : null;
+  }
+
+  apply() {
+    const words = this.tools.words();
+    const [verdict, kind] = [this.tools.choice.value, this.byClass.value];
+    const wanted = this.wanted();
+    const found = [];
+    this.data.sites.forEach((site, at) => {
+      if ((verdict === '' || site.result === verdict) && (kind === '' || site.comparedClass === kind)
+        && (wanted === null || wanted.has(at)) && words.every(word => this.texts[at].includes(word)))
+        found.push(at);
+    });
+    const all = this.data.sites.length;
+    writeAddress({words: this.tools.input.value.trim(), verdict, class: kind, ...this.led});
+    this.table.show(found);
+    this.tools.output.textContent = found.length === all ? '' : found.length === 0 ? 'No site matches.' : `${figure(found.length)} of ${count(all, 'site')}.`;
+  }
 }
 
 // A table in the order given. A click on a head sorts: numbers the greatest first, text from A on;
-// another click turns it round. Rows that are equal stay in the order given.
+// another click turns it round. Rows that are equal stay in the order given. Ten thousand rows are
+// made in blocks, and a block has rows only while it is near what is seen.
 function sortableTable(columns, items) {
-  const body = element('tbody');
-  const rows = items.map(item => element('tr', columns.map(({cell, kind, right, phone, head}) =>
-    element('td' + (right ? '.number.right' : '') + (kind ? `.${kind}` : ''), phone ? {'data-head': head} : {}, cell(item)))));
+  const inBlock = 50;
+  const rowHeight = 38;  // until one was seen
+  const table = element('table');
+  const row = item => element('tr', columns.map(({cell, kind, right, phone, head}) =>
+    element('td' + (right ? '.number.right' : '') + (kind ? `.${kind}` : ''), phone ? {'data-head': head} : {}, cell(item))));
+  let shownItems = items.map((item, at) => at);
+  let order = (a, b) => a - b;
+  let blocks = [];
+  const fill = block => {
+    if (!block.isFilled)
+      block.body.replaceChildren(...block.items.map(at => row(items[at])));
+    block.isFilled = true;
+  };
+  const empty = block => {
+    const height = block.isFilled ? block.body.getBoundingClientRect().height : block.items.length * rowHeight;
+    const gap = element('td', {colspan: columns.length});
+    gap.style.height = `${height}px`;
+    block.body.replaceChildren(element('tr.gap', {'aria-hidden': 'true'}, gap));
+    block.isFilled = false;
+  };
+  const watch = new IntersectionObserver(entries => entries.forEach(({target, isIntersecting}) => {
+    const block = blocks.find(({body}) => body === target);
+    if (block && isIntersecting !== block.isFilled)
+      (isIntersecting ? fill : empty)(block);
+  }), {rootMargin: '1500px'});
+  const tell = () => {
+    watch.disconnect();
+    blocks.forEach(({body}) => body.remove());
+    const sorted = shownItems.toSorted(order);
+    blocks = [];
+    for (let at = 0; at < sorted.length; at += inBlock)
+      blocks.push({body: element('tbody'), items: sorted.slice(at, at + inBlock), isFilled: false});
+    blocks.forEach((block, at) => (at === 0 ? fill : empty)(block));
+    table.append(...blocks.map(({body}) => body));
+    if (blocks.length > 1)
+      blocks.forEach(({body}) => watch.observe(body));
+  };
   const heads = columns.map(column => {
     const button = element('button', {type: 'button'}, column.head);
-    const head = element(column.right ? 'th.right' : 'th', {scope: 'col', 'aria-sort': 'none'}, button);
+    const head = element((column.right ? 'th.right' : 'th') + (column.kind ? `.${column.kind}` : ''), {scope: 'col', 'aria-sort': 'none'}, button);
     button.addEventListener('click', () => {
       const values = items.map(column.value);
-      const natural = typeof values[0] === 'number' && column.head !== 'Verdict' ? -1 : 1;
+      const natural = typeof values[0] === 'number' && !column.isRank ? -1 : 1;
       const turn = head.getAttribute('aria-sort') === (natural < 0 ? 'descending' : 'ascending') ? -natural : natural;
       const {compare} = new Intl.Collator('en', {numeric: true});
-      const order = items.map((item, at) => at).sort((a, b) =>
-        turn * (typeof values[a] === 'number' ? values[a] - values[b] : compare(values[a], values[b])) || a - b);
+      order = (a, b) => turn * (typeof values[a] === 'number' ? values[a] - values[b] : compare(values[a], values[b])) || a - b;
       heads.forEach(other => other.setAttribute('aria-sort', 'none'));
       head.setAttribute('aria-sort', turn < 0 ? 'descending' : 'ascending');
-      body.append(...order.map(at => rows[at]));
+      tell();
     });
     return head;
   });
-  body.append(...rows);
-  return {rows, table: element('table', element('thead', element('tr', heads)), body)};
+  table.append(element('thead', element('tr', heads)));
+  addEventListener('beforeprint', () => blocks.forEach(fill));
+  tell();
+  return {table, show: found => {
+    shownItems = found;
+    tell();
+  }};
 }
 
 /* --- The data that this page holds ------------------------------------------------------------- */
