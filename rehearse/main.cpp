@@ -173,6 +173,9 @@ int Run(int argc, char** argv) {
 int main(int argc, char** argv) {
     try {
         return Run(argc, argv);
+    } catch (const rehearse::Misuse& error) {
+        fmt::print(stderr, "setupmend-rehearse: {}\n", rehearse::Printable(error.what()));
+        return wrongUsage;
     } catch (const std::exception& error) {
         fmt::print(stderr, "setupmend-rehearse: {}\n", rehearse::Printable(error.what()));
         return rehearse::Interruption() != 0 ? 128 + rehearse::Interruption() : notHeld;

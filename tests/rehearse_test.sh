@@ -10,6 +10,7 @@ newest=$(cat "$sample/etc/default-conf/config_label.txt")
 rehearse=$(realpath -- "${1:?usage: tests/rehearse_test.sh SETUPMEND_REHEARSE SETUPMEND [SITES]}")
 binary=$(realpath -- "$2")
 sites=${3-8}
+limit=${REHEARSE_TIME_LIMIT-15}  # seconds for a site that hangs; all others need less
 
 # Directories can be listed in either order in memory alone, wherever the other rehearsals work.
 memory=${TMPDIR-/tmp}
@@ -41,8 +42,11 @@ says() {
     check "it says: ${1//"$work"\//}" grep -qF -- "$1" <(tr -s ' \n' ' ' <"$work/stdout")
 }
 
+# refused [STATUS] WHY ARGUMENT...
 refused() {
-    run 4 "${@:2}"
+    local wanted=4
+    [ "$1" != 64 ] || { wanted=64 && shift; }
+    run "$wanted" "${@:2}"
     cat "$work/stderr" >>"$work/stdout"
     says "$1"
 }
@@ -128,6 +132,12 @@ trunk0/trunk.cfg .trunk. echoDelay|sed -i s/echoDelay=80/echoDelay=0/ $live/isdn
 22/voicemaildb mode 666|chmod 666 $live/22/voicemaildb
 END
 
+# One that does not come to rest.
+printf '#!/bin/sh\n/mnt/setupmend\necho again >>%s/rtp.cfg\n' "$live" >"$work/faulty"
+run 1 --binary "$work/faulty" --json "$work/faulty.json" "$work/carrier"
+told 'what the next start would change is told' "$work/faulty.json" next-start 'rtp.cfg '
+says 'The next start would change 1 file.'
+
 # A link to a tree is copied as the tree; an archive whose top is a link is none.
 cp -a "$sample" "$work/real"
 ln -s "$work/real" "$work/link"
@@ -171,6 +181,11 @@ spoilt unlabelled
 rm "$site/etc/orix-conf/config_label.txt"
 run 2 "$site"
 says "Only PARTLY upgraded from an unknown version to $newest"
+spoilt own-label
+echo "$newest" >"$live/mend-label"
+run 0 "$site"
+says "Note: the tree's own label, mend-label, says $newest, and etc/orix-conf/config_label.txt 2.2.0"
+says "Up to date at $newest"
 spoilt empty-label
 echo >"$site/etc/default-conf/config_label.txt"
 run 2 --json "$work/label.json" "$site"
@@ -219,11 +234,22 @@ run 3 --binary "$work/crasher" "$sample"
 says 'killed by signal 11'
 run 3 --binary "$work/sleeper" --time-limit 6 --html "$work/sleeper.html" "$sample"
 says 'it took more than 6 seconds'
+# What it did up to there is told.
+spoilt hanging
+printf '#!/bin/sh\nsleep 3600\n' >"$site/bin/rtsync"
+sed -i 's/^password=.*/password=Xyzzy-4711-plugh/' "$live/extensiondb"
+run 3 --time-limit "$limit" --json "$work/hanging.json" --html "$work/hanging.html" "$site"
+says ', behind the step '
+valid hanging.json rehearsal
+check 'a site that hangs is told as far as it came' [ "$(json "$work/hanging.json" 'all([len(r["changes"]) > 9, len(r["files"]) > 9,
+    sum(s["added"] for s in r["steps"]) > 9, "version" in r["report"]])')" = True ]
+check 'and its passwords are hidden' [ "$(cat "$work/hanging.json" "$work/hanging.html" | grep -c Xyzzy)" -eq 0 ]
 
 # A password in every file of the site, and in names of it what no terminal must get.
 spoilt secret
 find "$live" -type f -exec sh -c 'printf "\npassword=Xyzzy-4711-plugh\n" >>"$1"' sh {} \;
 sed -i 's/^SIP_password=.*/SIP_password=Xyzzy-4711-plugh/; s/^user_display_name=.*/user_display_name=a\x1b[2J/' "$live/extensiondb"
+printf '#!/bin/sh\necho "bad key Xyzzy-4711-plugh" >&2; exit 3\n' >"$site/bin/rtsync"
 run 1 --json "$work/secret.json" --html "$work/secret.html" --explain password "$site"
 check 'a password is nowhere' [ "$(cat "$work/stdout" "$work/stderr" "$work/secret.json" "$work/secret.html" | grep -c Xyzzy)" -eq 0 ]
 check 'but that it is there' grep -q 'hidden, 16 characters (no. ' "$work/stdout"
@@ -246,9 +272,9 @@ check 'and nowhere else' [ "$(grep -cF '<img src=x' "$work/hostile.html")" -eq 0
 run 64
 refused 'no such directory or archive' "$work/nowhere"
 refused 'has no etc/default-conf/telephony' "$sample/etc/orix-conf"
-refused 'OUT is not empty' --apply "$work/out" "$sample"
-refused 'lies inside TREE, which must not change' --apply "$sample/out" "$sample"
-refused 'two outputs have one name' --json "$work/x" --diff "$work/x" "$sample"
+refused 64 'OUT is not empty' --apply "$work/out" "$sample"
+refused 64 'lies inside TREE, which must not change' --apply "$sample/out" "$sample"
+refused 64 'two outputs have one name' --json "$work/x" --diff "$work/x" "$sample"
 refused 'cannot write' --json "$work/none/x" "$sample"
 run 64 --nonsense "$sample"
 head -c 4000 "$work/packed.tar.zst" >"$work/cut.tar.zst"
@@ -264,7 +290,7 @@ check 'the temporary files are gone' [ -z "$(ls -A "$work/tmp")" ]
 
 "$repo/bench/make_fleet" "$sites" 3 "$work/fleet"
 worst=$((sites < 9 ? 3 : 4))  # the ninth has no factory tree
-run "$worst" --fleet "$work/fleet" --time-limit 15 --out "$work/rehearsed"
+run "$worst" --fleet "$work/fleet" --time-limit "$limit" --out "$work/rehearsed"
 cp "$work/rehearsed/fleet.json" "$work/fleet.json"
 valid fleet.json fleet
 check 'every site is a row' [ "$(json "$work/fleet.json" 'len(r["sites"])')" -eq "$sites" ]
@@ -272,7 +298,7 @@ check 'the one that hangs is told' [ "$(json "$work/fleet.json" '[s["name"] for 
 check 'each has its page' [ "$(find "$work/rehearsed/sites" -name '*.html' | wc -l)" -ge $((sites - 1)) ]
 # Interrupted: of two sites nothing is kept yet.
 rm "$work/rehearsed/sites/site-000"[56]*.kept
-run "$worst" --fleet "$work/fleet" --time-limit 15 --out "$work/rehearsed"
+run "$worst" --fleet "$work/fleet" --time-limit "$limit" --out "$work/rehearsed"
 says "$sites sites in"
 says "$((sites - 2)) of them as they were"
 check 'it goes on where it was' [ "$(grep -c . "$work/rehearsed/joblog")" -eq 3 ]

@@ -10,6 +10,12 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// What is asked for contradicts itself or what is there.
+class Misuse : public Failure {
+public:
+    using Failure::Failure;
+};
+
 /// What ran in the sandbox did not come to its end: it died, or took too long.
 class Crash : public Failure {
 public:

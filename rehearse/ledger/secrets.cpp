@@ -25,6 +25,17 @@ bool IsTelling(const std::string& value) {
     return value.size() >= (isNumber ? shortest + 2 : shortest);
 }
 
+/// Most files hold no secret, and need not be taken apart to see that.
+bool MayHoldSecret(const FileState& state) {
+    if (!state.content || !S_ISREG(state.info.st_mode))
+        return false;
+    for (const char* part : {"ass", "ASS", "ecret", "ECRET", "pwd", "PWD", "pin", "PIN", "Pin",
+                             "key", "KEY", "Key", "oken", "OKEN", "redential", "REDENTIAL"})
+        if (state.content->find(part) != std::string::npos)
+            return true;
+    return false;
+}
+
 std::string Trimmed(std::string_view text) {
     const std::size_t begin = text.find_first_not_of(" \t\r-+");
     if (begin == std::string_view::npos)
@@ -66,6 +77,13 @@ void Secrets::Learn(const SettingsFile& file) {
         for (const Setting& setting : section.settings)
             if (!setting.value.empty() && IsSecretKey(setting.key))
                 numbers_.emplace(setting.value, numbers_.size() + 1);
+}
+
+void Secrets::Learn(const TreeState& state) {
+    for (const auto& [path, file] : state)
+        if (!path.starts_with("usr/") && MayHoldSecret(*file) &&
+            learned_.insert(file->content.get()).second)
+            Learn(ReadSettings(file.get()));
 }
 
 std::string Secrets::Hidden(const std::string& value) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <set>
 #include <string>
 
 #include "rehearse/ledger/settings.h"
@@ -18,6 +19,8 @@ public:
 
     /// Learns the secrets of a file, to know them in texts that do not name their keys.
     void Learn(const SettingsFile& file);
+    /// Those of all files of a tree, of which equal ones are looked into once.
+    void Learn(const TreeState& state);
 
     /// A setting's value, hidden when its key or the value itself is a secret's.
     std::string Value(const std::string& key, const std::string& value);
@@ -31,6 +34,7 @@ private:
 
     bool areShown_;
     std::map<std::string, unsigned> numbers_;  // by value
+    std::set<const std::string*> learned_;     // bytes of files
 };
 
 }  // namespace rehearse

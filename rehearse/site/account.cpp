@@ -87,26 +87,11 @@ private:
     // --- what is told of, and what is not
     // ---------------------------------------------------------
 
-    /// Most files hold no secret, and need not be taken apart to see that.
-    static bool MayHoldSecret(const FileState& state) {
-        if (!state.content || !S_ISREG(state.info.st_mode))
-            return false;
-        for (const char* part : {"ass", "ASS", "ecret", "ECRET", "pwd", "PWD", "pin", "PIN", "Pin",
-                                 "key", "KEY", "Key", "oken", "OKEN", "redential", "REDENTIAL"})
-            if (state.content->find(part) != std::string::npos)
-                return true;
-        return false;
-    }
-
     void LearnSecrets() {
-        std::set<const std::string*> seen;
         for (const Trial* trial : {&runs_.watched, &runs_.shipped, &runs_.next, &runs_.other})
             for (const SharedTree& state : {trial->before, trial->after})
                 if (state)
-                    for (const auto& [path, file] : *state)
-                        if (!path.starts_with("usr/") && MayHoldSecret(*file) &&
-                            seen.insert(file->content.get()).second)
-                            secrets_.Learn(ReadSettings(file.get()));
+                    secrets_.Learn(*state);
     }
 
     void HideIn(Problem& problem) {

@@ -10,10 +10,13 @@
 #include <cstring>
 #include <filesystem>
 #include <fmt/format.h>
+#include <fstream>
 #include <functional>
 #include <map>
 #include <set>
+#include <sstream>
 
+#include "app/version.h"
 #include "recovery/recovery_copy.h"
 #include "rehearse/base/digest.h"
 #include "rehearse/base/failure.h"
@@ -23,6 +26,7 @@
 #include "rehearse/sandbox/backup.h"
 #include "rehearse/sandbox/firmware.h"
 #include "rehearse/sandbox/sandbox.h"
+#include "rehearse/site/crashed.h"
 #include "rehearse/site/inside.h"
 #include "rehearse/site/own_settings.h"
 #include "rehearse/verdict/outcome.h"
@@ -104,11 +108,11 @@ void RequireOutputs(const Request& request) {
             continue;
         const fs::path path = fs::weakly_canonical(*output);
         if ((path.string() + "/").starts_with(tree.string() + "/"))
-            throw Failure(*output + " lies inside TREE, which must not change");
+            throw Misuse(*output + " lies inside TREE, which must not change");
         if (fs::is_other(path))
             continue;  // a terminal or /dev/null takes everything
         if (!known.insert(path).second)
-            throw Failure("two outputs have one name: " + *output);
+            throw Misuse("two outputs have one name: " + *output);
         if (output != &request.apply)
             RequireWritable(*output);
     }
@@ -116,7 +120,7 @@ void RequireOutputs(const Request& request) {
         return;
     if (fs::exists(fs::symlink_status(request.apply)) &&
         !(fs::is_directory(request.apply) && fs::is_empty(request.apply)))
-        throw Failure("OUT is not empty: " + request.apply);
+        throw Misuse("OUT is not empty: " + request.apply);
     const fs::path above = fs::weakly_canonical(request.apply).parent_path();
     if (access(above.c_str(), W_OK) != 0)
         throw Failure("cannot write " + request.apply + ": " + std::strerror(errno));
@@ -153,7 +157,8 @@ SiteResult EmptyResult(const Request& request) {
     return result;
 }
 
-/// How far the run is, by the number of steps that it has ended.
+/// How far the run is, by the steps that it has ended. It tells the parts that it begins, and each
+/// step with the numbers of files that it changed, added and removed.
 class Stage {
 public:
     explicit Stage(Progress& progress) : progress_(progress) {}
@@ -164,38 +169,45 @@ public:
             progress_.Tick();
             return;
         }
-        last_ = said;
         done_ = std::min(0.95, (done_ == 0 ? copied : done_) + each);
-        const bool isPart = said == "upgrade" || said == "next start" || said == "explain" ||
-                            said == "other order" || said == "the program";
-        if (isPart)
+        const std::size_t end = said.find('\t');
+        if (end == std::string::npos) {
             part_ = said;
-        progress_.Show(isPart ? said : part_ + ": after " + said, done_);
+            last_.clear();
+            progress_.Show(part_, done_);
+        } else {
+            last_ = said.substr(0, end);
+            if (part_ == "upgrade")
+                AddStep(said.substr(end));
+            progress_.Show(part_ + ": after " + last_, done_);
+        }
+        since_ = Clock::now();
     }
     /// Where it was, in words.
     std::string Where() const {
-        return last_.empty() || last_ == part_ ? "in: " + (part_.empty() ? "preparation" : part_)
-                                               : "in " + part_ + ", behind the step " + last_;
+        return last_.empty() ? "in: " + (part_.empty() ? "preparation" : part_)
+                             : "in " + part_ + ", behind the step " + last_;
     }
+    const std::vector<StepResult>& Steps() const { return steps_; }
 
 private:
+    using Clock = std::chrono::steady_clock;
+
+    void AddStep(const std::string& numbers) {
+        StepResult step;
+        step.name = last_;
+        step.seconds = std::chrono::duration<double>(Clock::now() - since_).count();
+        std::istringstream(numbers) >> step.changed >> step.added >> step.removed;
+        steps_.push_back(step);
+    }
+
     Progress& progress_;
     double done_ = 0;
     std::string part_;
     std::string last_;
+    std::vector<StepResult> steps_;
+    Clock::time_point since_ = Clock::now();
 };
-
-/// What ran died or hung: that is a result, with the report so far.
-void TellCrash(SiteResult& result, const Crash& crash, const Stage& stage,
-               const std::string& scratch) {
-    result.verdict.result = "crashed";
-    result.verdict.exitStatus = KindOf("crashed").exitStatus;
-    result.verdict.summary = fmt::format("Crashed: {} ({}).", crash.what(), stage.Where());
-    // Unseen by the sandbox's own accounting, so nothing of it is told that may be a secret.
-    const std::string log = ReadAll(scratch + "/mend.log");
-    result.notes.push_back(fmt::format("the report up to there has {} lines; --report writes it",
-                                       LinesOf(log).size()));
-}
 
 /// The copies that a rehearsal works on, and what it leaves.
 struct Places {
@@ -251,6 +263,23 @@ void UseFirmware(const Request& request, const Workspace& work, const std::strin
     fs::remove_all(unpacked);
 }
 
+/// A tree that has a label of its own is upgraded from that one, whatever the unit's says: so the
+/// unit's start script hands it over (packaging/start). One that is no line is left alone there.
+void HandOverLabel(const Request& request, const std::string& root, SiteResult& result) {
+    const std::string own = RealBelow(root, RootOf(request) + "/mend-label");
+    const std::string live = RealBelow(root, "etc/orix-conf/config_label.txt");
+    const std::string label = own.empty() ? "" : ReadAll(own, 51);
+    if (label.size() < 2 || label.find('\n') != label.size() - 1 || live.empty() ||
+        ReadAll(live) == label)
+        return;
+    const Label old = ReadLabel(live);
+    result.notes.push_back(
+        fmt::format("the tree's own label, mend-label, says {}, and etc/orix-conf/config_label.txt "
+                    "{}: the tree's counts, as at the start of the unit",
+                    label.substr(0, label.size() - 1), old.text.value_or("nothing")));
+    std::ofstream(live, std::ios::binary | std::ios::trunc) << label;
+}
+
 Places Prepare(Request& request, const Workspace& work, Progress& progress, SiteResult& result) {
     Places places;
     const std::string pristine = work.Path() + "/pristine";
@@ -269,6 +298,7 @@ Places Prepare(Request& request, const Workspace& work, Progress& progress, Site
                                   target.empty() ? "of no known version" : target,
                                   request.expected));
     RequireTelephony(request, places.pristine);
+    HandOverLabel(request, places.pristine, result);
     result.lacks = CompleteRoot(places.pristine);
     places.root = work.Path() + "/copy";
     CopyBackup(places.pristine, places.root, [&] { progress.Tick(); });
@@ -309,7 +339,8 @@ Held Hold(Request request, const std::string& key, Progress& progress, SiteResul
         try {
             RunInSandbox(sandbox, std::ref(stage));
         } catch (const Crash& crash) {
-            TellCrash(result, crash, stage, places.scratch);
+            TellCrash(result, {crash.what(), stage.Where(), stage.Steps(), places.pristine,
+                               places.root, places.scratch, request.showsSecrets});
             if (!request.report.empty())
                 WriteFile(request.report, ReadAll(places.scratch + "/mend.log"));
             return {result, {}, ""};

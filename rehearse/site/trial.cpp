@@ -236,7 +236,8 @@ Trial TrialRunner::RunWatched(const SharedTree& known) {
         directories.insert(trial.context.extensions.begin(), trial.context.extensions.end());
         directories.insert(trial.context.attendants.begin(), trial.context.attendants.end());
         trial.changes.Add(name, changes, directories);
-        say_(name);
+        const StepRecord& record = trial.steps.back();
+        say_(fmt::format("{}\t{}\t{}\t{}", name, record.changed, record.added, record.removed));
         begin = Clock::now();  // looking is not the step's time
     };
     RunLinked(endStep, [&](const Fact& fact) { facts.Keep(fact); });

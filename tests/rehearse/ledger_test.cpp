@@ -66,6 +66,17 @@ TEST(Ledger, EveryStepSaysWhatItDoesOnPurpose) {
     EXPECT_EQ(RowsOf("no such step"), nullptr);
 }
 
+// A row that is about more than its step does would pass over a loss.
+TEST(Ledger, NoStepMayChangeWhatNobodyKnows) {
+    for (const VersionedStep& step : VersionedSteps())
+        for (const std::string file : {"linedb", "rtp.cfg", "21/servicesdb", "21/personaldatadb"})
+            for (const auto& [after, what] : {std::pair("", " dropped"), {"own=2|", " changed"}})
+                EXPECT_EQ(Blames(step.name, "2.0.0", {{"tree/" + file, "[general|own=1|]"}},
+                                 {{"tree/" + file, std::string("[general|") + after + "]"}}),
+                          Names{file + " own" + what})
+                    << step.name;
+}
+
 TEST(Ledger, WhatStandsInNoRowIsBlamed) {
     const std::string factory = "etc/default-conf/telephony/";
     const struct {

@@ -62,6 +62,10 @@ TEST(Verdict, FactsBecomeProblems) {
         {{{Refused, "", "Can't read: /x", 0, false, ""}}, "refused"},
         {{{EndedEarly, "t/linedb", "x", 0, false, ""}}, "ended-early"},
         {{{Canceled, "t/localrouttabledb", "21", 0, false, ""}}, "canceled"},
+        {{{Restored, "t/linedb", "", 0, false, ""}}, "database-lost"},
+        {{{Absent, "t/22/servicesdb", "", 0, false, ""}}, "absent"},
+        {{{CommandFailed, "rtsync", "no route", 0, false, ""}}, "command"},
+        {{{Incomplete, "t/22/servicesdb", "3", 0, false, ""}}, "incomplete"},
     };
     for (const auto& one : cases) {
         Problems problems(unit, unit);
@@ -77,12 +81,16 @@ TEST(Verdict, FactsBecomeProblems) {
 TEST(Verdict, TheGravestComesFirst) {
     const rehearse::TreeState none;
     Problems problems(none, none);
-    for (const char* rule : {"next-start", "malformed", "unaccounted", "order", "exposed"})
-        problems.Add(rule, {});
+    const Names worstFirst = {
+        "unaccounted", "exposed",   "ended-early", "database-lost", "no-label",   "converted-again",
+        "label-end",   "downgrade", "order",       "refused",       "unsaved",    "malformed",
+        "canceled",    "command",   "incomplete",  "absent",        "next-start", "other"};
+    for (auto rule = worstFirst.rbegin(); rule != worstFirst.rend(); ++rule)
+        problems.Add(*rule, {});
     Names rules;
     for (const rehearse::Problem& problem : problems.Sorted())
         rules.push_back(problem.rule);
-    EXPECT_EQ(rules, (Names{"unaccounted", "exposed", "order", "malformed", "next-start"}));
+    EXPECT_EQ(rules, worstFirst);
 }
 
 TEST(Verdict, AReportOfAnotherProgramIsRead) {
