@@ -1,13 +1,13 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
 #include <map>
 #include <memory>
 #include <set>
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "app/appliance.h"
 #include "platform/log_stream.h"
@@ -199,7 +199,7 @@ public:
     NameList liveAttendants;         // set by the run and the split, read as liveExtensions
     NameList defaultAttendants;      // set by the run, read by the file set check
     // Live file, factory file; set by the file set check, read by ProcessMergeList.
-    std::deque<std::pair<std::string, std::string>> mergeList;
+    std::vector<std::pair<std::string, std::string>> mergeList;
     // By path, for all extensions; set by CheckConfigFile, emptied by ProcessMergeList.
     std::map<std::string, SectionFile> factoryFiles;
     std::string targetVersion;  // stamped unless empty; set by CheckVersion, read by the run

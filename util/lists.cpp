@@ -4,7 +4,8 @@
 
 void NameList::push_back(std::string name) {
     known_.insert(name);
-    lengths_.insert(name.size());
+    if (std::find(lengths_.begin(), lengths_.end(), name.size()) == lengths_.end())
+        lengths_.push_back(name.size());
     names_.push_back(std::move(name));
 }
 

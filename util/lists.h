@@ -52,7 +52,7 @@ private:
 
     std::vector<std::string> names_;
     std::set<std::string> known_;
-    std::set<std::size_t> lengths_;
+    std::vector<std::size_t> lengths_;  // each once
 };
 
 /// Whether a table of texts has this one.

@@ -228,10 +228,9 @@ private:
         if (name == "dialplan.cfg" && upgrader_.IsVersionBelow("2.4.25"))
             upgrader_.AddSectionIds(livePath, nullptr);
         // rtp.cfg and sip.cfg go first: the checks of other files use the ports found in these.
-        if (name == "rtp.cfg" || name == "sip.cfg")
-            upgrader_.mergeList.emplace_front(livePath, defaultPath);
-        else
-            upgrader_.mergeList.emplace_back(livePath, defaultPath);
+        const bool goesFirst = name == "rtp.cfg" || name == "sip.cfg";
+        auto& list = upgrader_.mergeList;
+        list.emplace(goesFirst ? list.begin() : list.end(), livePath, defaultPath);
         report_ += "\tAdded (" + defaultPath + " & " + livePath + ") " + "to merge list\n";
     }
 
