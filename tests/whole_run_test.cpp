@@ -68,8 +68,8 @@ void SortPieces(Names& lines, Names::iterator first, Names::iterator last,
 
 /// What lines begin with that come in runs; empty for others. A run is compared as one line.
 std::string StartOfMany(const std::string& line) {
-    for (const char* start :
-         {"\tcreating/editing file: ", "\tAdding sections id ", "\t- added entry "})
+    for (const char* start : {"\tcreating/editing file: ", "\tAdding sections id ",
+                              "\t- added entry ", "\tUpdate supservices_", "Update for extension "})
         if (line.starts_with(start))
             return start;
     return "";
