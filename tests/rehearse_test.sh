@@ -303,5 +303,63 @@ says "$sites sites in"
 says "$((sites - 2)) of them as they were"
 check 'it goes on where it was' [ "$(grep -c . "$work/rehearsed/joblog")" -eq 3 ]
 
+# --- two candidates -------------------------------------------------------------------------------
+
+# The firmware is laid under the backups; a site has its own configuration root.
+mkdir -p "$work/gate" "$work/firmware/usr/share"
+cp -a "$sample/etc" "$sample/bin" "$work/firmware"
+cp -a "$sample/usr/share/regional" "$work/firmware/usr/share"
+rm -r "$work/firmware/etc/orix-conf"
+tar -C "$work/firmware" -czf "$work/old.tar.gz" .
+echo 5.9.0 >"$work/firmware/etc/default-conf/config_label.txt"
+for name in plain other-root; do cp -a "$work/healthy" "$work/gate/$name"; done
+mkdir "$work/gate/other-root/data"
+mv "$work/gate/other-root/etc/orix-conf/telephony" "$work/gate/other-root/data/pbx"
+echo 'config-root = "/data/pbx"' >"$work/gate/other-root/setupmend-site.toml"
+rm -r "$work/gate/plain/etc/default-conf"
+ln -s nowhere "$work/gate/vanished"
+echo sums >"$work/gate/SHA256SUMS"
+refused 'the firmware is 5.9.0, and 5.1.0 was expected' --firmware "$work/firmware" --expect 5.1.0 "$work/healthy"
+run 1 --fleet "$work/gate" --firmware "$work/old.tar.gz" --expect "$newest" --only plain --only other-root
+run 0 --fleet "$work/gate" --firmware "$work/firmware" --against-firmware "$work/old.tar.gz" --out "$work/gated"
+says '3 unchanged'
+says '1 file passed over'
+cp "$work/gated/fleet.json" "$work/gated.json"
+valid gated.json fleet
+check 'every site is a row, with the class' [ "$(json "$work/gated.json" 'sorted((s["name"], s["to"], s["comparedClass"])
+    for s in r["sites"])')" = "[('other-root', '5.9.0', 'unchanged'), ('plain', '5.9.0', 'unchanged'), ('vanished', '', 'unchanged')]" ]
+check 'what is kept is small' [ "$(stat -c %s "$work/gated/sites/plain.kept")" -lt 30000 ]
+
+# A candidate that forgets a setting, one that answers now so and now so, and one that is meant to.
+for name in plain other-root; do cp "$binary" "$work/gate/$name/mnt/setupmend"; done
+candidate() {
+    printf '#!/bin/sh\n/mnt/setupmend "$@"\ncd /data/pbx || cd %s\n%s\n' "$live" "$1" >"$work/candidate"
+    chmod +x "$work/candidate"
+    run "$2" --fleet "$work/gate" --firmware "$work/old.tar.gz" --out "$work/gated2" --only plain --only other-root \
+        --binary "$work/candidate" --baseline "$work/gated3" --junit "$work/junit.xml" "${@:3}"
+}
+live=/etc/orix-conf/telephony
+run 4 --fleet "$work/gate" --firmware "$work/old.tar.gz" --out "$work/gated3" --binary "$binary"
+candidate 'sed -i /fn_number/d 2?/personaldatadb' 1
+says "2 sites: Settings that no step accounts for: "
+says "personaldatadb: fn_number is gone"
+check 'what Jenkins and GitLab read' xmllint --noout --schema "$repo/tests/junit.xsd" "$work/junit.xml"
+cat >"$work/waivers.toml" <<END
+[[waiver]]
+setting = "fn_number"
+owner = "N. Tighe"
+reason = "meant so"
+until = 2099-12-31
+END
+candidate 'sed -i /fn_number/d 2?/personaldatadb' 0 --waivers "$work/waivers.toml"
+says '2 unchanged'
+says '2 of them as they were'
+check 'waived ones are skipped' grep -q 'skipped message="meant so' "$work/junit.xml"
+# shellcheck disable=SC2016  # for the candidate's shell
+candidate 'echo "hold=$(date +%N)" >>nat.cfg' 1
+says '2 unstable'
+run 0 --waivers "$repo/examples/waivers.toml" "$sample"
+says '1 problem is known and waived until'
+
 echo "$failures checks failed"
 [ "$failures" -eq 0 ]

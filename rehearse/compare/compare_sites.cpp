@@ -238,10 +238,13 @@ public:
 
 private:
     std::string WhyUnknown() const {
-        for (const auto& [which, result] :
-             {std::pair("in the baseline", &old_), std::pair("now", &now_)})
-            if (result->summary.verdict.result == "not-held")
-                return fmt::format("{}: {}", which, result->summary.verdict.summary);
+        const Verdict& before = old_.summary.verdict;
+        const Verdict& after = now_.summary.verdict;
+        // One that cannot be held for the same reason as before is what it was.
+        if (before.result == "not-held" && after.summary != before.summary)
+            return "in the baseline: " + before.summary;
+        if (after.result == "not-held" && after.summary != before.summary)
+            return "now: " + after.summary;
         if (old_.summary.backup != now_.summary.backup)
             return "its backup is another one than the baseline's; rehearse the baseline again";
         return {};

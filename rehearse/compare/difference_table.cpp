@@ -10,6 +10,11 @@
 namespace rehearse {
 namespace {
 
+std::string AtUsualPlace(const std::string& file, const std::string& root) {
+    constexpr const char* usual = "etc/orix-conf/telephony/";
+    return root.empty() || !file.starts_with(root) ? file : usual + file.substr(root.size());
+}
+
 /// "pattern=21" is one of many records.
 std::string AlikeSection(const std::string& section, const Extensions& extensions) {
     const std::size_t equals = section.find('=');
@@ -104,10 +109,12 @@ std::string WithoutNumbers(const std::string& text) {
 }
 
 void DifferenceTable::Add(std::size_t site, const std::vector<SiteDifference>& differences,
-                          const Extensions& extensions) {
+                          const KeptSummary& summary) {
     constexpr std::size_t mostValues = 200;  // told apart
+    const Extensions extensions(summary.extensions.begin(), summary.extensions.end());
     for (const SiteDifference& one : differences) {
-        const std::string file = WithoutNumbers(Pattern(one.file, extensions));
+        const std::string file =
+            WithoutNumbers(Pattern(AtUsualPlace(one.file, summary.root), extensions));
         const std::string section = AlikeSection(one.section, extensions);
         const bool hasText = one.kind == "problem" || one.kind == "solved";
         const bool isVerdict = one.kind == "verdict";

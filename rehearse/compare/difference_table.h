@@ -15,8 +15,9 @@ namespace rehearse {
 /// the values is one.
 class DifferenceTable {
 public:
+    /// Files below the site's configuration root are told as if it were at its usual place.
     void Add(std::size_t site, const std::vector<SiteDifference>& differences,
-             const Extensions& extensions);
+             const KeptSummary& summary);
 
     /// The gravest and most widespread first.
     std::vector<FleetDifference> Take();

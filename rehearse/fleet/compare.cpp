@@ -102,12 +102,10 @@ private:
             row.comparedClass = "unstable";
         } else if (isDoubtful || row.comparedClass == "changed") {
             const SiteComparison compared = CompareSite(site);
-            const auto kept = ReadKept(runner_.KeptOf(row.name));
-            const Extensions extensions =
-                kept ? Extensions(kept->extensions.begin(), kept->extensions.end()) : Extensions();
-            table_.Add(number, compared.differences, extensions);
+            const KeptSummary kept = ReadKept(runner_.KeptOf(row.name)).value_or(KeptSummary());
+            table_.Add(number, compared.differences, kept);
             DifferenceTable own;
-            own.Add(number, compared.differences, extensions);
+            own.Add(number, compared.differences, kept);
             for (const FleetDifference& one : own.Take())
                 site.differences.push_back((one.title.empty() ? "" : one.title + ": ") + one.text);
         }

@@ -48,6 +48,7 @@ struct KeptSummary {
     std::string run;     // what was asked for: backup, firmware, program and options
     std::string backup;  // tells one backup from another
     ProgramResult program;
+    std::string root;  // of the configuration, below the tree, with a "/" at its end
     double seconds = 0;
     Verdict verdict;
     std::vector<Problem> problems;
@@ -55,8 +56,8 @@ struct KeptSummary {
     std::vector<StepResult> steps;  // without what they said
     std::vector<std::string> extensions;
 };
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(KeptSummary, format, run, backup, program, seconds, verdict,
-                                   problems, harmless, steps, extensions)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(KeptSummary, format, run, backup, program, root, seconds,
+                                   verdict, problems, harmless, steps, extensions)
 
 /// A tree for a file of results. Beside its summary it takes most of the room.
 std::string PackedTree(const KeptTree& tree);

@@ -22,6 +22,7 @@
 #include "rehearse/base/failure.h"
 #include "rehearse/base/text_file.h"
 #include "rehearse/keep/kept.h"
+#include "rehearse/ledger/secrets.h"
 #include "rehearse/page/page.h"
 #include "rehearse/sandbox/backup.h"
 #include "rehearse/sandbox/firmware.h"
@@ -121,7 +122,7 @@ void RequireOutputs(const Request& request) {
     if (fs::exists(fs::symlink_status(request.apply)) &&
         !(fs::is_directory(request.apply) && fs::is_empty(request.apply)))
         throw Misuse("OUT is not empty: " + request.apply);
-    const fs::path above = fs::weakly_canonical(request.apply).parent_path();
+    const fs::path above = fs::weakly_canonical(fs::absolute(request.apply)).parent_path();
     if (access(above.c_str(), W_OK) != 0)
         throw Failure("cannot write " + request.apply + ": " + std::strerror(errno));
 }
@@ -395,6 +396,8 @@ void Keep(const Request& request, const std::string& backup, const Held& held) {
     kept.run = RunOf(request.tree, backup, request.common);
     kept.backup = BackupId(backup);
     kept.program = site.program;
+    kept.root = site.site.configRoot.substr(
+        std::min(site.site.configRoot.size(), site.site.configRoot.find_first_not_of('/')));
     kept.seconds = site.seconds;
     kept.verdict = site.verdict;
     kept.problems = site.problems;
