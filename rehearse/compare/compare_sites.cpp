@@ -225,7 +225,9 @@ public:
             return comparison_;
         }
         CompareVerdicts();
-        if (old_.tree && now_.tree)
+        // Of an upgrade that did not come to its end, all that it did not reach would be told.
+        isCutShort_ = isWorse_;
+        if (!isCutShort_ && old_.tree && now_.tree)
             TreeComparison(old_, now_, comparison_.differences).Compare();
         std::erase_if(comparison_.differences, [&](const SiteDifference& one) {
             return one.kind != "verdict" &&
@@ -283,7 +285,8 @@ private:
                 continue;
             isWorse_ = true;
             SiteDifference difference = DifferenceOf("problem", found);
-            if (!IsToldBySettings(difference, comparison_.differences))
+            const bool isToldByVerdict = isCutShort_ && difference.rule == "unaccounted";
+            if (!isToldByVerdict && !IsToldBySettings(difference, comparison_.differences))
                 comparison_.differences.push_back(std::move(difference));
         }
         for (const auto& [identity, found] : before)
@@ -314,6 +317,7 @@ private:
     SiteComparison comparison_;
     bool isWorse_ = false;
     bool isBetter_ = false;
+    bool isCutShort_ = false;
     std::set<std::string> solvedFiles_;
 };
 

@@ -22,7 +22,6 @@
 #include "rehearse/base/failure.h"
 #include "rehearse/base/text_file.h"
 #include "rehearse/keep/kept.h"
-#include "rehearse/ledger/secrets.h"
 #include "rehearse/page/page.h"
 #include "rehearse/sandbox/backup.h"
 #include "rehearse/sandbox/firmware.h"
