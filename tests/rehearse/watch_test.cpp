@@ -187,7 +187,8 @@ TEST(Fleet, ReadsTheLogOfItsJobs) {
     EXPECT_FALSE(rehearse::ParseJob(
         "Seq\tHost\tStarttime\tJobRuntime\tSend\tReceive\tExitval\tSignal\tCommand"));
     EXPECT_FALSE(rehearse::ParseJob("3\t:\t170"));
-    const auto job = rehearse::ParseJob("3\tssh -p 2 a\t1700000000.1\t     2.5\t0\t12\t2\t0\tcommand");
+    const auto job =
+        rehearse::ParseJob("3\tssh -p 2 a\t1700000000.1\t     2.5\t0\t12\t2\t0\tcommand");
     ASSERT_TRUE(job);
     EXPECT_EQ(job->first, 2U);
     EXPECT_EQ(job->second.exitStatus, 2);
