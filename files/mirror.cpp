@@ -3,9 +3,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <string_view>
+#include <set>
 #include <vector>
 
 #include "files/attributes.h"
@@ -70,13 +69,11 @@ private:
         const auto entries = destination.IsOpen() ? destination.Entries() : std::nullopt;
         if (!entries)
             return NotedReason(path);
-        std::vector<std::string_view> wanted;
-        wanted.reserve(source.size());
+        std::set<std::string> wanted;
         for (const DirectoryEntry& entry : source)
-            wanted.push_back(entry.name);
-        std::sort(wanted.begin(), wanted.end());
+            wanted.insert(entry.name);
         for (const DirectoryEntry& entry : *entries) {
-            if (std::binary_search(wanted.begin(), wanted.end(), entry.name))
+            if (wanted.contains(entry.name))
                 continue;
             struct stat info {};
             const std::string surplus = path + "/" + entry.name;

@@ -75,7 +75,7 @@ std::string MissingRoom(const std::string& tree) {
     if (left.bytes >= needed.bytes && left.inodes >= needed.inodes)
         return {};
     const auto missing = [](std::uint64_t need, std::uint64_t have) {
-        return std::to_string(need > have ? need - have : 0);
+        return std::to_string(need > have ? static_cast<long long>(need - have) : 0);
     };
     return ": at least " + missing(needed.bytes, left.bytes) + " bytes and " +
            missing(needed.inodes, left.inodes) + " inodes more are needed";

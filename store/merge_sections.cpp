@@ -33,8 +33,9 @@ bool MergeKeyedSections(MultiSectionFile& destination, MultiSectionFile& source,
             destination.SetSectionEntry(entry.key, entry.value);
         // In 32 bits, so that an identifier at the type's end wraps alike on every machine.
         if (!idKey.empty())
-            destination.SetSectionEntry(idKey, std::to_string(static_cast<std::int32_t>(
-                                                   static_cast<std::uint32_t>(largestId) + 1)));
+            destination.SetSectionEntry(
+                idKey, std::to_string(static_cast<long long>(
+                           static_cast<std::int32_t>(static_cast<std::uint32_t>(largestId) + 1))));
         note();
         added = true;
     }

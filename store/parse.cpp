@@ -140,8 +140,9 @@ private:
     }
 
     [[noreturn]] void Fail(const char* what) const {
-        throw FileError(path_ + ", line " + std::to_string(number_) + ": " + what, path_.size(),
-                        number_);
+        throw FileError(
+            path_ + ", line " + std::to_string(static_cast<long long>(number_)) + ": " + what,
+            path_.size(), number_);
     }
 
     std::string_view rest_;

@@ -33,7 +33,6 @@ T StringToNumber(const std::string& text) {
 }
 
 /// The number in decimal.
-template <typename T>
-std::string NumberToString(T value) {
+inline std::string NumberToString(long long value) {
     return std::to_string(value);
 }
