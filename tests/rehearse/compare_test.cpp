@@ -1,5 +1,6 @@
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <memory>
 
 #include "rehearse/compare/compare_sites.h"
 #include "rehearse/compare/difference_table.h"
@@ -29,8 +30,8 @@ KeptResult Result(const Files& files, const std::string& verdict = "upgraded",
     result.summary.verdict.result = verdict;
     result.summary.verdict.summary = verdict;
     result.summary.verdict.to = "5.1.0";
-    const rehearse::TreeState tree = Tree(files);
-    result.tree = KeepTree({}, tree, rehearse::Ledger(tree, root, ""), key);
+    const auto tree = std::make_shared<const rehearse::TreeState>(Tree(files));
+    result.tree = KeepTree({}, *tree, rehearse::Ledger(tree, root, ""), key);
     return result;
 }
 
@@ -89,7 +90,8 @@ TEST(Compare, ANewVersionAloneIsNoDifference) {
     after.summary.verdict.to = "5.2.0";
     EXPECT_EQ(Told(CompareSites("s", before, after, {})), "unchanged");
     const rehearse::TreeState firmwares = State({{"etc/default-conf/x", ""}, {"bin/rtsync", ""}});
-    EXPECT_TRUE(KeepTree({}, firmwares, rehearse::Ledger({}, root, ""), "k").files.empty());
+    const auto none = std::make_shared<const rehearse::TreeState>();
+    EXPECT_TRUE(KeepTree({}, firmwares, rehearse::Ledger(none, root, ""), "k").files.empty());
 }
 
 TEST(Compare, ASecretIsKeptByTheBackupsContent) {
