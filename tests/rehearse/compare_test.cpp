@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <memory>
 
+#include "directory.h"
 #include "rehearse/compare/compare_sites.h"
 #include "rehearse/compare/difference_table.h"
 #include "rehearse/keep/keep_tree.h"
@@ -160,7 +161,8 @@ TEST(Compare, ADifferenceIsToldOnce) {
 }
 
 TEST(Compare, WhatIsKeptIsReadAgainWholeOrNotAtAll) {
-    const std::string path = testing::TempDir() + "kept";
+    const Directory directory;
+    const std::string path = directory.path + "/kept";
     KeptResult result = Result({{"a", "x=\xff|"}});
     AddProblem(result, "order", "f", "\xc3");
     WriteKept(path, result.summary, PackedTree(*result.tree));

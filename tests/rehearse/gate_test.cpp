@@ -1,6 +1,7 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 
+#include "directory.h"
 #include "rehearse/base/failure.h"
 #include "rehearse/base/text_file.h"
 #include "rehearse/fleet/backups.h"
@@ -12,18 +13,13 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string Written(const std::string& name, const std::string& text) {
-    std::string path = testing::TempDir() + name;
-    rehearse::WriteFile(path, text);
-    return path;
-}
-
 std::string WaiverText(const std::string& patterns) {
     return "[[waiver]]\n" + patterns + "\nowner='N. Tighe'\nreason='known'\nuntil=2027-03-31\n";
 }
 
 rehearse::Waivers Read(const std::string& text, const std::string& today = "2027-03-31") {
-    return {Written("waivers.toml", text), today};
+    const Directory directory;
+    return {directory.Write("waivers.toml", text), today};
 }
 
 std::string Refusal(const std::function<void()>& work) {
@@ -95,17 +91,19 @@ TEST(Waivers, SlipsAreRefused) {
 }
 
 TEST(Fleet, OwnSettingsOfASite) {
+    const Directory directory;
     const auto own = rehearse::ReadOwnSettings(
-        Written("own", "config-root='/data/pbx'\ntime-limit=20\norix-path='/data/'\n"));
+        directory.Write("own", "config-root='/data/pbx'\ntime-limit=20\norix-path='/data/'\n"));
     EXPECT_EQ(own.configRoot + own.orixPath, "/data/pbx/data/");
     EXPECT_EQ(own.secondsAtMost, 20U);
     for (const char* slip : {"config_root='/x'", "time-limit='20'", "time-limit=-1", "x"})
-        EXPECT_NE(Refusal([&] { rehearse::ReadOwnSettings(Written("own", slip)); }), "") << slip;
+        EXPECT_NE(Refusal([&] { rehearse::ReadOwnSettings(directory.Write("own", slip)); }), "")
+            << slip;
 }
 
 TEST(Fleet, WhatIsABackup) {
-    const fs::path directory = testing::TempDir() + "backups";
-    fs::remove_all(directory);
+    const Directory place;
+    const fs::path directory = place.path;
     fs::create_directories(directory / "site");
     fs::create_directory_symlink("nowhere", directory / "dangling");
     const auto write = [&](const char* name, const std::string& text) {

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <sstream>
 
+#include "directory.h"
 #include "rehearse/base/child.h"
 #include "rehearse/base/failure.h"
 #include "rehearse/fleet/job_log.h"
@@ -25,21 +26,6 @@ using rehearse::Compare;
 using rehearse::TreeState;
 
 namespace {
-
-/// A directory of the test's own, in memory where there is some.
-class Directory {
-public:
-    Directory() {
-        std::string name =
-            (fs::exists("/dev/shm") ? "/dev/shm" : "/tmp") + std::string("/watch.XXXXXX");
-        path = mkdtemp(name.data());
-    }
-    ~Directory() { fs::remove_all(path); }
-    void Write(const std::string& name, const std::string& text) const {
-        std::ofstream(path + "/" + name) << text;
-    }
-    std::string path;
-};
 
 Names Told(const std::vector<rehearse::FileChange>& changes) {
     Names paths;
