@@ -122,6 +122,12 @@ Arguments CommandLine(const Sandbox& sandbox, bool isUser) {
     // A clean environment, so that the ORIX_PATH and the like of the caller play no part.
     Add(arguments, {"--clearenv", "--setenv", "PATH", "/bin:/sbin:/usr/bin:/usr/sbin", "--setenv",
                     "HOME", scratchInside, "--setenv", "LC_ALL", "C"});
+#ifdef SETUPMEND_SANITIZED
+    // The address sanitizer looks up the bounds of the stack in /proc/self/maps. For leaks it stops
+    // the program as a debugger would, which nothing in the sandbox may do.
+    Add(arguments, {"--proc", "/sys/proc", "--symlink", "/sys/proc/self", "/proc/self", "--setenv",
+                    "ASAN_OPTIONS", "detect_leaks=0"});
+#endif
     if (!sandbox.orixPath.empty())
         Add(arguments, {"--setenv", "ORIX_PATH", sandbox.orixPath});
     // The appliance runs the upgrade as root, but a rehearsal needs root's say over files only.
