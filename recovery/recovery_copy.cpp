@@ -42,7 +42,7 @@ std::string WriteStamp(const std::string& tree, const std::string& version) {
 /// Whether a tree's linedb is what a telephony directory has.
 bool IsLineDbSound(const std::string& tree) {
     try {
-        MultiSectionFile(tree + "/linedb");
+        const MultiSectionFile lineDb(tree + "/linedb");
         return true;
     } catch (const FileError&) {
         return false;
