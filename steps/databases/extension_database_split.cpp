@@ -1,12 +1,11 @@
 // Splits the old extension database, one section per extension, into files in the extensions' own
 // directories, and leaves an index of extension numbers.
 
-#include <vector>
-
 #include "app/config_upgrader.h"
 #include "files/look.h"
 #include "files/replace.h"
 #include "platform/file_utility.h"
+#include "platform/string_utils.h"
 
 using Configuration::FileError;
 using Configuration::MultiSectionFile;
@@ -16,67 +15,54 @@ namespace {
 /// Where an entry of the old layout stands.
 enum class From { Extension, Line };
 
-using Keys = std::vector<const char*>;
+/// Entries that a file gets from one place, in this order, with a blank between them.
+struct Entries {
+    From from = From::Extension;
+    const char* keys = "";
+};
 
 /// A file of an extension and what goes into it, in this order. For the attendant, linedb's
 /// section "attendant" takes the line's place.
 struct SplitFile {
     const char* name;
-    std::vector<std::pair<From, Keys>> entries;
+    Entries entries[2];
 };
 
-const Keys sipEntries = {"user_name",        "SIP_password",   "SIP_server",     "SIP_server_port",
-                         "SIP_registration", "out_bound_host", "out_bound_port", "user_id"};
+constexpr const char* sipKeys =
+    "user_name SIP_password SIP_server SIP_server_port SIP_registration out_bound_host "
+    "out_bound_port user_id";
 
-const SplitFile extensionFiles[] = {
-    {"codecsdb", {{From::Line, {"codec", "special_codecs", "fax_codecs"}}}},
+constexpr SplitFile extensionFiles[] = {
+    {"codecsdb", {{From::Line, "codec special_codecs fax_codecs"}}},
     {"personaldatadb",
      {{From::Extension,
-       {"password", "num_of_attempts", "registration_date_and_time", "user_display_name",
-        "is_ext_shared", "fn_number", "is_call_relay_allowed"}}}},
-    {"pstnaccessdb", {{From::Extension, {"fxo_channel", "cas_data", "isdn_data"}}}},
+       "password num_of_attempts registration_date_and_time user_display_name is_ext_shared "
+       "fn_number is_call_relay_allowed"}}},
+    {"pstnaccessdb", {{From::Extension, "fxo_channel cas_data isdn_data"}}},
     {"servicesdb",
-     {{From::Line, {"special_fax_transport_on"}},
+     {{From::Line, "special_fax_transport_on"},
       {From::Extension,
-       {"call_forwarding_type",
-        "call_forwarding_mode",
-        "call_forwarding_enabled",
-        "many_extension_ringing_service",
-        "hunt_service_on",
-        "hunt_ringing_timeout",
-        "hold_music",
-        "hold_music_enabled",
-        "dist_ring_srv",
-        "mailbox_service",
-        "routing_on",
-        "call_waiting_enabled",
-        "password_protected_for_incoming_calls",
-        "password_protected_for_outgoing_calls",
-        "voice_error_report_on",
-        "no_answer_timeout",
-        "off_hook_timeout",
-        "call_block_timeout",
-        "dnd_duration",
-        "busy_redial_retry_interval",
-        "busy_redial_period",
-        "auto_call_on",
-        "auto_dest",
-        "auto_timeout",
-        "auto_call_type"}}}},
-    {"sipsettingsdb", {{From::Extension, sipEntries}}},
+       "call_forwarding_type call_forwarding_mode call_forwarding_enabled "
+       "many_extension_ringing_service hunt_service_on hunt_ringing_timeout hold_music "
+       "hold_music_enabled dist_ring_srv mailbox_service routing_on call_waiting_enabled "
+       "password_protected_for_incoming_calls password_protected_for_outgoing_calls "
+       "voice_error_report_on no_answer_timeout off_hook_timeout call_block_timeout dnd_duration "
+       "busy_redial_retry_interval busy_redial_period auto_call_on auto_dest auto_timeout "
+       "auto_call_type"}}},
+    {"sipsettingsdb", {{From::Extension, sipKeys}}},
 };
 
-const SplitFile attendantFiles[] = {
+constexpr SplitFile attendantFiles[] = {
     {"personaldatadb",
-     {{From::Extension, {"user_display_name", "fn_number"}}, {From::Line, {"num_of_attempts"}}}},
+     {{From::Extension, "user_display_name fn_number"}, {From::Line, "num_of_attempts"}}},
     // fax_transfer_on stands here twice in every firmware; writing it again does no harm.
     {"servicesdb",
      {{From::Line,
-       {"att_call_reset_seq", "extended_menu_btn", "fax_transfer_on", "ext_to_fwd_fax",
-        "dir_timeout", "is_call_back_on", "special_fax_transport_on", "att_ring_min_timeout",
-        "att_ring_max_timeout", "att_call_back_timeout", "att_rout_support", "fax_transfer_on"}}}},
-    {"codecsdb", {{From::Line, {"codec", "fax_codecs", "special_codecs"}}}},
-    {"sipsettingsdb", {{From::Extension, sipEntries}}},
+       "att_call_reset_seq extended_menu_btn fax_transfer_on ext_to_fwd_fax dir_timeout "
+       "is_call_back_on special_fax_transport_on att_ring_min_timeout att_ring_max_timeout "
+       "att_call_back_timeout att_rout_support fax_transfer_on"}}},
+    {"codecsdb", {{From::Line, "codec fax_codecs special_codecs"}}},
+    {"sipsettingsdb", {{From::Extension, sipKeys}}},
 };
 
 /// What a split database has. All these sections list extensions with a directory of their own.
@@ -100,7 +86,7 @@ bool GotoLineOf(MultiSectionFile& lineDb, const std::string& extension) {
 
 bool TakesFromExtension(const SplitFile& file) {
     for (const auto& [from, keys] : file.entries)
-        if (from == From::Extension)
+        if (from == From::Extension && *keys != '\0')
             return true;
     return false;
 }
@@ -175,11 +161,11 @@ private:
         upgrader_.report += std::string("\tcreating/editing file: \"") + file.name + "\"\n";
         MultiSectionFile target(upgrader_.configRoot + extension + "/" + file.name, true);
         for (const auto& [from, keys] : file.entries) {
-            if (from == From::Line && !hasLine)
+            if (*keys == '\0' || (from == From::Line && !hasLine))
                 continue;
             MultiSectionFile& source = from == From::Line ? lineDb_ : extensionDb_;
             target.InheritRights(source.Path());
-            for (const char* key : keys)
+            for (const std::string& key : StringUtils::ParseCommaLine(keys, ' '))
                 if (const auto value = source.GetSectionEntry(key))
                     target.SetEntry(key, *value);
         }
