@@ -343,7 +343,7 @@ run 4 --fleet "$work/gate" --firmware "$work/old.tar.gz" --out "$work/gated3" --
 candidate 'sed -i /fn_number/d 2?/personaldatadb' 1
 says "2 sites: Settings that no step accounts for: "
 says "personaldatadb: fn_number is gone"
-check 'what Jenkins and GitLab read' xmllint --noout --schema "$repo/tests/junit.xsd" "$work/junit.xml"
+check 'what Jenkins and GitLab read' xmllint --noout --schema "$repo/docs/junit.xsd" "$work/junit.xml"
 cat >"$work/waivers.toml" <<END
 [[waiver]]
 setting = "fn_number"
