@@ -1,7 +1,9 @@
 // The run as a whole: order, restore paths, report and stamp.
 
 #include "app/config_root.h"
+#include "app/version.h"
 #include "platform/thread.h"
+#include "recovery/recovery_copy.h"
 #include "tests/support/refused_calls.h"
 #include "tests/support/steps.h"
 
@@ -253,5 +255,85 @@ TEST_F(Run, ATreesOwnLabelFollowsAConversionThatEnded) {
             unit.Write(unit.Factory("04-lines/extensiondb"), Text(malformed));
         EXPECT_TRUE(Holds(unit.Upgrade(), " is set in linedb\n"));
         EXPECT_EQ(unit.Read(unit.Live("mend-label")), row.after) << row.before;
+    }
+}
+
+// The start script (packaging/adopt-label) reads labels and stamps by itself. What it takes for one
+// must be what the program takes; what it refuses, it leaves to a person.
+TEST_F(Run, TheStartScriptReadsLabelsAndStampsAsTheProgramDoes) {
+    const std::string own = site.Live("mend-label");
+    const auto adopt = [&](const std::string& mode) {
+        Site::RunShell("env -u ORIX_PATH -u ADOPT_LABEL sh " SOURCES "/packaging/adopt-label " +
+                       mode + " " + site.Path("") + " >" + site.Path("said"));
+        return site.Read(site.Path("said"));
+    };
+    const auto handedOn = [](bool isTaken, const std::string& text) {
+        return isTaken ? text + "\n" : "(missing)";
+    };
+    const struct {
+        std::string bytes, text;
+        bool isTaken;
+    } labels[] = {{"5.1.0\n", "5.1.0", true},
+                  {"", "", false},
+                  {"\n", "", false},
+                  {"5.1.0", "5.1.", true},
+                  {"5", "", false},
+                  {"5.1.0\r\n", "5.1.0\r", false},
+                  {" 5.1.0\n", " 5.1.0", false},
+                  {"5.1.0 \n", "5.1.0 ", false},
+                  {"5.1.0\n\n", "5.1.0\n", false},
+                  {"5.1.0\n5.2.0\n", "5.1.0\n5.2.0", false},
+                  {"new\n", "new", true},
+                  {"\xff#\n", "\xff#", false},
+                  {std::string("5.1.0\0\n", 7), "5.1.0", false},
+                  {std::string("\0\n", 2), "", false},
+                  {std::string(48, '5') + "\n", std::string(48, '5'), true},
+                  {std::string(49, '5') + "\n", "none", false}};
+    for (const auto& [bytes, text, isTaken] : labels) {
+        site.Remove(own);
+        site.Remove(site.Path("etc/orix-conf/config_label.first"));
+        site.Write(site.appliance.liveLabel, bytes);
+        const Label label = ReadLabel(site.appliance.liveLabel);
+        EXPECT_EQ(label.IsUsable() ? *label.text : "none", text);
+        const std::string said = adopt("before");
+        EXPECT_EQ(site.Read(own), handedOn(isTaken, text)) << bytes << ": " << said;
+    }
+
+    const struct {
+        std::string linedb, text;
+        bool isTaken;
+    } stamps[] = {{"[general|current_version=5.1.0|]", "5.1.0", true},
+                  {"[ general | current_version =5.1.0\r|]", "5.1.0", true},
+                  {"[general|current_version= 5.1.0|]", " 5.1.0", false},
+                  {"[general|#current_version=5.1.0|]", "", false},
+                  {"current_version=1|[x|current_version=2|][general|a=b|]", "", false},
+                  {"[general|current_version=|current_version=2|]", "", false},
+                  {"[general|a=b|][general|current_version=2|]", "", false}};
+    for (const auto& [linedb, text, isTaken] : stamps) {
+        site.Remove(own);
+        Put("linedb", linedb);
+        EXPECT_EQ(ReadStamp(site.Live("")), text);
+        const std::string said = adopt("accept");
+        EXPECT_EQ(site.Read(own), handedOn(isTaken, text)) << linedb << ": " << said;
+    }
+
+    const struct {
+        std::string tree, firmware;
+        const char* said;
+    } pairs[] = {{"5.1.0", "5.1.0", "is up to date"},
+                 {"5.1", "5.1.0", "did not come to its end"},
+                 {"5.1.0", "5.1", "did not come to its end"},
+                 {"5.1.0.1", "5.1.0", "is older than"},
+                 {"9.9.9", "10.0.0", "did not come to its end"},
+                 {"10.0.0", "9.9.9", "is older than"},
+                 {"5.01.0", "5.1.0", "did not come to its end"}};
+    for (const auto& [tree, firmware, said] : pairs) {
+        site.Write(own, tree + "\n");
+        site.SetLiveVersion(tree);
+        site.Write(site.appliance.factoryLabel, firmware + "\n");
+        Put("linedb", "[general|current_version=" + firmware + "|]");
+        EXPECT_TRUE(Holds(adopt("after"), said)) << tree << " under " << firmware;
+        EXPECT_EQ(IsNewerLabel(tree, firmware), std::string(said) == "is older than") << tree;
+        EXPECT_EQ(ConfigUpgrader(site.appliance).CheckVersion(), tree == firmware) << tree;
     }
 }
