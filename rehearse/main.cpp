@@ -121,6 +121,7 @@ void Describe(CLI::App& app, CommandLine& line) {
     app.add_option("--inside", line.inside)->group("");
     app.add_option("--keep", site.keep)->group("");
     app.add_option("--common", site.common)->group("");
+    app.add_option("--programs", site.programs)->group("");
     app.set_version_flag("--version", std::string("setupmend-rehearse ") + SETUPMEND_VERSION);
 }
 
@@ -176,6 +177,9 @@ int main(int argc, char** argv) {
     } catch (const rehearse::Misuse& error) {
         fmt::print(stderr, "setupmend-rehearse: {}\n", rehearse::Printable(error.what()));
         return wrongUsage;
+    } catch (const rehearse::OtherProgram& error) {
+        fmt::print(stderr, "setupmend-rehearse: {}\n", rehearse::Printable(error.what()));
+        return rehearse::OtherProgram::exitStatus;
     } catch (const std::exception& error) {
         fmt::print(stderr, "setupmend-rehearse: {}\n", rehearse::Printable(error.what()));
         return rehearse::Interruption() != 0 ? 128 + rehearse::Interruption() : notHeld;

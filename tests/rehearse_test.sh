@@ -319,6 +319,7 @@ echo 'config-root = "/data/pbx"' >"$work/gate/other-root/setupmend-site.toml"
 rm -r "$work/gate/plain/etc/default-conf"
 ln -s nowhere "$work/gate/vanished"
 echo sums >"$work/gate/SHA256SUMS"
+run 69 --programs another --keep "$work/kept" "$work/healthy"  # on another machine, of a fleet
 refused 'the firmware is 5.9.0, and 5.1.0 was expected' --firmware "$work/firmware" --expect 5.1.0 "$work/healthy"
 run 1 --fleet "$work/gate" --firmware "$work/old.tar.gz" --expect "$newest" --only plain --only other-root
 run 0 --fleet "$work/gate" --firmware "$work/firmware" --against-firmware "$work/old.tar.gz" --out "$work/gated"
@@ -335,14 +336,16 @@ for name in plain other-root; do cp "$binary" "$work/gate/$name/mnt/setupmend"; 
 candidate() {
     printf '#!/bin/sh\n/mnt/setupmend "$@"\ncd /data/pbx || cd %s\n%s\n' "$live" "$1" >"$work/candidate"
     chmod +x "$work/candidate"
-    run "$2" --fleet "$work/gate" --firmware "$work/old.tar.gz" --out "$work/gated2" --only plain --only other-root \
+    run "$2" --fleet "$work/gate" --firmware "$work/old.tar.gz" --out "$work/gated2" \
         --binary "$work/candidate" --baseline "$work/gated3" --junit "$work/junit.xml" "${@:3}"
 }
 live=/etc/orix-conf/telephony
 run 4 --fleet "$work/gate" --firmware "$work/old.tar.gz" --out "$work/gated3" --binary "$binary"
+rm "$work/gate/vanished"
 candidate 'sed -i /fn_number/d 2?/personaldatadb' 1
 says "2 sites: Settings that no step accounts for: "
 says "personaldatadb: fn_number is gone"
+says 'sites that these backups lack: 1 site: vanished'
 check 'what Jenkins and GitLab read' xmllint --noout --schema "$repo/docs/junit.xsd" "$work/junit.xml"
 cat >"$work/waivers.toml" <<END
 [[waiver]]

@@ -16,6 +16,13 @@ public:
     using Failure::Failure;
 };
 
+/// This machine would rehearse with another program than the one that asks it to.
+class OtherProgram : public Failure {
+public:
+    using Failure::Failure;
+    static constexpr int exitStatus = 69;
+};
+
 /// What ran in the sandbox did not come to its end: it died, or took too long.
 class Crash : public Failure {
 public:

@@ -1,5 +1,6 @@
 #include "rehearse/fleet/compare.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fmt/format.h>
 
@@ -125,6 +126,22 @@ private:
 Comparison CompareFleet(FleetRunner& runner, Gatherer& gatherer, const std::string& baseline,
                         const Waivers& waivers, bool showsProgress) {
     return FleetComparer(runner, gatherer, baseline, waivers).Compare(showsProgress);
+}
+
+std::vector<std::string> OnlyInBaseline(const std::string& baseline,
+                                        const std::vector<std::string>& names) {
+    // What is kept in OUT may be of sites that were not there any more in its last run.
+    const Json fleet = Json::parse(ReadAll(baseline + "/fleet.json"), nullptr, false);
+    std::vector<std::string> missing;
+    if (!fleet.is_object() || !fleet.contains("sites"))
+        return missing;
+    for (const Json& site : fleet["sites"]) {
+        const bool isNamed = site.is_object() && site.contains("name") && site["name"].is_string();
+        if (isNamed && !std::binary_search(names.begin(), names.end(), site["name"]))
+            missing.push_back(site["name"]);
+    }
+    std::sort(missing.begin(), missing.end());
+    return missing;
 }
 
 void WriteSide(const std::string& out, const ComparedSide& side) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "rehearse/fleet/gather.h"
 
@@ -10,6 +11,10 @@ namespace rehearse {
 /// What is regressed or fixed is rehearsed once more before it is said. Throws Failure.
 Comparison CompareFleet(FleetRunner& runner, Gatherer& gatherer, const std::string& baseline,
                         const Waivers& waivers, bool showsProgress);
+
+/// The sites that the baseline has and `names`, which are sorted, have not.
+std::vector<std::string> OnlyInBaseline(const std::string& baseline,
+                                        const std::vector<std::string>& names);
 
 /// What a comparison has to know of an OUT, which keeps it.
 void WriteSide(const std::string& out, const ComparedSide& side);

@@ -1,5 +1,6 @@
 #include "rehearse/fleet/fleet.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -82,6 +83,19 @@ void Tell(const FleetResult& fleet, const std::string& out) {
     fmt::print("{}/fleet.html\n", out);
 }
 
+/// A site whose backup is gone would be missed by nobody.
+void FindMissing(FleetResult& fleet, const std::vector<std::string>& names) {
+    if (names.empty())
+        return;
+    std::string text = fmt::format("{} site{}:", names.size(), names.size() == 1 ? "" : "s");
+    for (std::size_t i = 0; i < std::min(mostTold, names.size()); ++i)
+        text += (i == 0 ? " " : ", ") + names[i];
+    if (names.size() > mostTold)
+        text += " and others";
+    fleet.findings.push_back({"only-in-baseline", "The baseline has sites that these backups lack",
+                              text, "Fetch their backups, or rehearse the baseline anew."});
+}
+
 /// One fleet, in one OUT.
 class Fleet {
 public:
@@ -106,6 +120,8 @@ public:
         if (!baseline.empty())
             comparison = CompareFleet(runner_, gatherer_, baseline, waivers_, showsProgress_);
         FleetResult result = gatherer_.Take(std::move(comparison));
+        if (!baseline.empty() && request_.only.empty())
+            FindMissing(result, OnlyInBaseline(baseline, backups.names));
         result.program = {SETUPMEND_VERSION, site_.binary};
         result.firmware = {site_.firmware, runner_.Target()};
         result.kinds = ResultKinds();

@@ -7,6 +7,7 @@
 #include <set>
 #include <tuple>
 
+#include "rehearse/base/failure.h"
 #include "rehearse/base/text_file.h"
 #include "rehearse/page/page.h"
 #include "rehearse/verdict/outcome.h"
@@ -63,6 +64,21 @@ void FindWaivers(FleetResult& fleet) {
     }
 }
 
+/// What became of a site whose process has left no result.
+Verdict VerdictOf(const Job& job) {
+    const bool isOther = job.exitStatus == OtherProgram::exitStatus;
+    Verdict verdict;
+    verdict.result = isOther ? "not-held" : "crashed";
+    verdict.exitStatus = KindOf(verdict.result).exitStatus;
+    verdict.summary =
+        isOther ? "The rehearsal could not be held: a machine has another setupmend-rehearse, or "
+                  "another program to rehearse with, than this one."
+        : WasTooLong(job) ? "Crashed: the rehearsal was ended, for it did not end itself."
+                          : fmt::format("Crashed: the rehearsal died (exit status {}, signal {}).",
+                                        job.exitStatus, job.signal);
+    return verdict;
+}
+
 }  // namespace
 
 void Gatherer::Add(const std::string& name) {
@@ -101,12 +117,7 @@ void Gatherer::AddDead(GatheredSite& site) {
     result.site.name = site.row.name;
     result.kinds = ResultKinds();
     result.seconds = job.seconds;
-    result.verdict.result = "crashed";
-    result.verdict.exitStatus = KindOf("crashed").exitStatus;
-    result.verdict.summary =
-        WasTooLong(job) ? "Crashed: the rehearsal was ended, for it did not end itself."
-                        : fmt::format("Crashed: the rehearsal died (exit status {}, signal {}).",
-                                      job.exitStatus, job.signal);
+    result.verdict = VerdictOf(job);
     WriteFile(runner_.Out() + "/" + site.row.page, Page(result));
     site.row.result = result.verdict.result;
     site.row.exitStatus = result.verdict.exitStatus;

@@ -44,9 +44,9 @@ FleetRunner::FleetRunner(const FleetRequest& request, const Request& site, std::
     if (lock_ < 0 || flock(lock_, LOCK_EX | LOCK_NB) != 0)
         throw Failure("another rehearsal works in " + out_ + ", or it cannot be written");
     TakeFirmwareOnce();
-    const std::string program = site_.binary.empty() ? "/proc/self/exe" : site_.binary;
+    programs_ = ProgramsDigest(site_.binary);
     Digest common;
-    common.Add(SETUPMEND_VERSION).AddFile("/proc/self/exe").AddFile(program);
+    common.Add(SETUPMEND_VERSION).Add(programs_);
     common.Add(site_.configRoot).Add(site_.orixPath).Add(site_.expected);
     common.Add(site_.showsSecrets ? "shown" : "hidden");
     if (!firmware_.empty())
@@ -150,6 +150,8 @@ std::string FleetRunner::SiteCommand(const std::string& room) const {
                           " --common " + common_;
     if (room == "sites")
         command += " --json " + result + ".json --html " + result + ".html";
+    if (!request_.sshLogins.empty())  // other machines have programs of their own
+        command += " --programs " + programs_;
     if (!site_.binary.empty())
         command += " --binary " + Quoted(fs::canonical(site_.binary));
     if (!firmware_.empty())

@@ -58,6 +58,7 @@ private:
     int lock_ = -1;
     std::string firmware_;  // in OUT
     std::string target_;
+    std::string programs_;
     std::string common_;
     std::map<std::string, Job> jobs_;
 };

@@ -414,8 +414,16 @@ std::string RunOf(const std::string& tree, const std::string& backup, const std:
     return Digest().Add(common).Add(backup).Add(own.empty() ? "" : ReadAll(own)).Text();
 }
 
+std::string ProgramsDigest(const std::string& binary) {
+    const char* self = "/proc/self/exe";
+    return Digest().AddFile(self).AddFile(binary.empty() ? self : binary).Text();
+}
+
 Rehearsed RehearseSite(const Request& request, Progress& progress) {
     RequireOutputs(request);
+    if (!request.programs.empty() && ProgramsDigest(request.binary) != request.programs)
+        throw OtherProgram("this machine has another setupmend-rehearse than the one that asks it" +
+                           (request.binary.empty() ? "" : ", or another " + request.binary));
     const Waivers waivers = request.waivers.empty() ? Waivers() : Waivers(request.waivers, Today());
     const auto begin = std::chrono::steady_clock::now();
     // The backup's content is the key to what is kept of it, and never kept itself.
@@ -436,8 +444,8 @@ Rehearsed RehearseSite(const Request& request, Progress& progress) {
     const Json json = result;
     if (request.json == "-")
         fmt::print("{}\n", Text(json));
-    else if (!request.json.empty())
-        WriteFile(request.json, Text(json) + "\n");
+    else if (!request.json.empty())  // a fleet's are thousands, and read by programs
+        WriteFile(request.json, Text(json, request.keep.empty() ? 1 : -1) + "\n");
     if (!request.html.empty())
         WriteFile(request.html, Page(json));
     if (!request.keep.empty())

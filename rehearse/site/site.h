@@ -28,6 +28,7 @@ struct Request {
     // Of a fleet: a file that keeps the result for comparisons, and what all sites have in common.
     std::string keep;
     std::string common;
+    std::string programs;  // of the machine that asks: see ProgramsDigest
 };
 
 /// A result, and what --explain asked for.
@@ -40,8 +41,12 @@ struct Rehearsed {
 /// it has in common with other sites of a fleet.
 std::string RunOf(const std::string& tree, const std::string& backup, const std::string& common);
 
+/// Tells the rehearsal that runs, and the program that it is to run, from any other.
+std::string ProgramsDigest(const std::string& binary);
+
 /// Rehearses the upgrade of one site. A rehearsal that can't be held is a result too. Throws
-/// Failure when what was asked for can't be written, or the user interrupted it.
+/// Failure when what was asked for can't be written, the programs are not those that were meant, or
+/// the user interrupted it.
 Rehearsed RehearseSite(const Request& request, Progress& progress);
 
 }  // namespace rehearse
