@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <fmt/format.h>
 #include <map>
+#include <optional>
 #include <set>
 
 #include "rehearse/keep/keep_tree.h"
@@ -60,6 +61,42 @@ SettingsFile SettingsOf(const KeptFile& kept) {
     if (file.sections.empty())
         file.sections.push_back({"", true, {}});
     return file;
+}
+
+/// A setting in the order of its file.
+struct Line {
+    std::size_t section;
+    const Setting* setting;
+    bool operator==(const Line& other) const {
+        return section == other.section && setting->key == other.setting->key &&
+               setting->value == other.setting->value;
+    }
+};
+
+std::vector<Line> InOrder(const SettingsFile& file) {
+    std::vector<Line> lines;
+    for (std::size_t i = 0; i < file.sections.size(); ++i)
+        for (const Setting& setting : file.sections[i].settings)
+            lines.push_back({i, &setting});
+    return lines;
+}
+
+/// Of files with the same settings in another order: the one that moved, if it is a single one.
+std::optional<Line> MovedLine(std::vector<Line> old, std::vector<Line> now) {
+    const auto first = std::mismatch(old.begin(), old.end(), now.begin(), now.end());
+    old.erase(old.begin(), first.first);
+    now.erase(now.begin(), first.second);
+    while (!old.empty() && !now.empty() && old.back() == now.back()) {
+        old.pop_back();
+        now.pop_back();
+    }
+    if (old.size() < 2 || old.size() != now.size())
+        return std::nullopt;
+    if (old.front() == now.back() && std::equal(old.begin() + 1, old.end(), now.begin()))
+        return now.back();
+    if (old.back() == now.front() && std::equal(old.begin(), old.end() - 1, now.begin() + 1))
+        return now.front();
+    return std::nullopt;
 }
 
 class TreeComparison {
@@ -124,18 +161,47 @@ private:
             if (!IsStamp(change))
                 AddSetting(before, after, old, now, change);
         if (changes.empty())
-            Add("text", before.path, "", "");
+            AddText(after, InOrder(old), InOrder(now), now);
     }
 
-    void Add(const char* kind, const std::string& path, const std::string& before,
-             const std::string& after) {
-        SiteDifference difference;
+    /// Files with the same settings. Where one of them stands may tell what made it.
+    void AddText(const KeptFile& after, const std::vector<Line>& before,
+                 const std::vector<Line>& lines, const SettingsFile& now) {
+        SiteDifference& difference = Add("text", after.path, "", "");
+        if (before == lines)
+            return;
+        difference.text = "its settings stand in another order";
+        const auto moved = MovedLine(before, lines);
+        if (!moved)
+            return;
+        const SettingsSection& section = now.sections[moved->section];
+        difference.section = section.Title();
+        difference.key = moved->setting->key;
+        difference.text = "stands at another place";
+        difference.steps = StepsAt(now_, after, moved->section, *moved->setting);
+    }
+
+    /// The steps that made a setting what it is.
+    static std::string StepsAt(const KeptResult& result, const KeptFile& file, std::size_t section,
+                               const Setting& wanted) {
+        if (section >= file.sections.size())
+            return {};
+        unsigned occurrence = 0;
+        for (const KeptSetting& setting : file.sections[section].settings)
+            if (setting.key == wanted.key && occurrence++ == wanted.occurrence)
+                return StepsOf(result, setting);
+        return {};
+    }
+
+    SiteDifference& Add(const char* kind, const std::string& path, const std::string& before,
+                        const std::string& after) {
+        SiteDifference& difference = differences_.emplace_back();
         difference.kind = kind;
         difference.change = "changed";
         difference.file = path;
         difference.before = before;
         difference.after = after;
-        differences_.push_back(std::move(difference));
+        return difference;
     }
 
     bool IsStamp(const SettingChange& change) const {
@@ -164,13 +230,8 @@ private:
         difference.after = Readable(change.after.value_or(""));
         if (difference.before == difference.after && change.before && change.after)
             difference.after += " (another)";
-        const KeptFile& file = isThere ? after : before;
-        if (index < file.sections.size()) {
-            unsigned occurrence = 0;
-            for (const KeptSetting& setting : file.sections[index].settings)
-                if (setting.key == change.key && occurrence++ == change.occurrence)
-                    difference.steps = StepsOf(isThere ? now_ : old_, setting);
-        }
+        difference.steps = StepsAt(isThere ? now_ : old_, isThere ? after : before, index,
+                                   {change.key, "", change.occurrence});
         differences_.push_back(std::move(difference));
     }
 

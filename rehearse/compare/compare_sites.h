@@ -20,7 +20,7 @@ struct SiteDifference {
     std::string key;
     std::string before;
     std::string after;
-    std::string text;  // of a problem, a verdict or a file
+    std::string text;  // of a problem, a verdict, a file or what is beside the settings
     std::string steps;
     std::string action;
 };

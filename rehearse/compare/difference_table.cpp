@@ -71,7 +71,11 @@ std::string TextOf(const FleetDifference& difference) {
                            difference.change == "went" ? "is gone" : "is new",
                            difference.text.empty() ? "" : " (" + difference.text + ")");
     if (difference.kind == "text")
-        return difference.file + ": its text differs beside the settings";
+        return difference.file + ": " +
+               (difference.text.empty() ? "its text differs beside the settings"
+                : difference.key.empty()
+                    ? difference.text
+                    : fmt::format("{}{} {}", place, difference.key, difference.text));
     const std::string file = difference.file.empty() ? "" : difference.file + ": ";
     if (difference.kind == "verdict")
         return ChangeText(difference) + (difference.text.empty() ? "" : ": " + difference.text);
