@@ -15,6 +15,7 @@ at() {
     factory=$unit/etc/default-conf/config_label.txt
     settings=$unit/etc/default/setupmend
     tree=$unit/etc/orix-conf/telephony
+    stamped=$tree/mend-label.stamped
 }
 
 # adopt MODE: sets $said and $status. What is said on the standard error output is told apart.
@@ -23,17 +24,25 @@ adopt() {
     said=$(env ${orix_path+"ORIX_PATH=$orix_path"} sh "$script" "$1" "$unit" 2>"$work/complaints") || status=$?
 }
 
+# copy LABEL: a recovery copy whose tree has that label, "-" for none.
+copy() {
+    mkdir "$tree.mend-undo"
+    : >"$tree.mend-undo/target.mend-tmp"
+    put "$tree.mend-undo/mend-label" "$1"
+}
+
 # content FILE: "-" when it is not there.
 content() {
     cat "$1" 2>/dev/null || echo -
 }
 
-# expect WHAT LIVE TREE SAID: after a run that said so in one line, the labels are these.
+# expect WHAT LIVE TREE SAID [STATUS]: after a run that said so in one line, the labels are these. Of 3,
+# setupmend must not run.
 expect() {
     tried=$((tried + 1))
     local found
     found="$(content "$live") $(content "$tree/mend-label")"
-    if [ "$status" -ne 0 ] || [ "$(wc -l <<<"$said")" -ne 1 ] || [[ $said != *"$4"* ]] ||
+    if [ "$status" -ne "${5-0}" ] || [ "$(wc -l <<<"$said")" -ne 1 ] || [[ $said != *"$4"* ]] ||
         [ "$found" != "$2 $3" ] || [ -n "$(find "$unit" -name '*label*.mend-tmp')" ]; then
         fail "$1: status $status, labels $found, said: $said"
     fi
@@ -47,9 +56,11 @@ put() {
 }
 
 # row MODE FACTORY LIVE FIRST TREE STAMP to LIVE TREE SAID [CHANGE]: from the labels and the stamp on
-# the left, "-" for none, after CHANGE, a shell command, the run leaves those on the right.
+# the left, "-" for none, after CHANGE, a shell command, the run leaves those on the right. With "no" for
+# "to", it does not let setupmend run.
 row() {
-    local mode=$1
+    local mode=$1 status_then=0
+    [ "$7" = to ] || status_then=3
     chmod -R u+w "$unit" 2>/dev/null || true
     rm -rf "$unit"
     mkdir -p "$tree" "${factory%/*}/telephony" "${settings%/*}"
@@ -63,7 +74,7 @@ row() {
     [ "$6" != - ] || sed -i '/ current_version/d' "$tree/linedb"
     eval "${11-}"
     adopt "$mode"
-    expect "$*" "$8" "$9" "${10}"
+    expect "$*" "$8" "$9" "${10}" "$status_then"
 }
 
 at "$work/unit"
@@ -74,23 +85,26 @@ at "$work/unit"
     row before 5.1.0 2.2.0 -       -     -     to 2.2.0 2.2.0 'telephony is 2.2.0'
     [ "$(content "$first")" = 2.2.0 ] || fail 'the first label is not remembered'
     row before 5.1.0 5.1.0 -       -     5.1.0 to 5.1.0 5.1.0 'so says'
-    [ -e "$tree/mend-label.stamped" ] || fail 'that label and stamp agree is not noted'
+    [ "$(content "$stamped")" = 5.1.0 ] || fail 'the stamp is not noted'
     [ "$(content "$first")" = unknown ] || fail 'a label that was rewritten is taken for the first'
     row before 5.1.0 5.1.0 2.2.0   -     -     to 2.2.0 2.2.0 'warning'
-    row before 5.1.0 5.1.0 unknown -     -     to 5.1.0 -     'nothing tells what version'
-    row before 5.2.0 5.1.0 2.2.0   -     3.0.1 to 3.0.1 3.0.1 'warning'
+    row before 5.1.0 5.1.0 unknown -     -     no 5.1.0 -     'nothing tells what version'
+    row before 5.2.0 5.1.0 2.2.0   -     3.0.1 no 5.1.0 -     'adopt-label accept'
+    row before 3.0.1 5.1.0 2.2.0   -     3.0.1 to 5.1.0 -     'adopt-label accept'
     row before 5.1.0 2.2.0 -       -     5.1.0 to 2.2.0 -     'nothing tells whether'
     [ "$(content "$first")" = 2.2.0 ] || fail 'the label of a unit that never adopted is not the first'
     row before 5.2.0 2.2.0 2.2.0   -     5.1.0 to 5.1.0 5.1.0 'warning'
     row before 5.1.0 -     -       -     5.1.0 to 5.1.0 5.1.0 'warning'
-    row before 5.1.0 2.2.0 2.2.0   -     '5 1' to 2.2.0 -     'is no version'
+    row before 5.1.0 2.2.0 2.2.0   -     '5 1' no 2.2.0 -     'is no version'
     # A factory reset: to nothing, and to the factory's files.
     row before 5.1.0 3.0.1 2.2.0   -     -     to 5.1.0 5.1.0 "the factory's" 'rm "$tree/linedb"'
     row before 5.1.0 3.0.1 2.2.0   -     -     to 5.1.0 5.1.0 "the factory's" \
         'mkdir "${factory%/*}/telephony/04"; cp "$tree/linedb" "${factory%/*}/telephony/04/x"; ln -s /nowhere "$tree/regional"'
     row before 5.1.0 3.0.1 2.2.0   -     -     to 2.2.0 2.2.0 'warning' \
         'cp "$tree/linedb" "${factory%/*}/telephony/x"; echo 1 >"$tree/own"'
-    row before 5.1.0 3.0.1 -       -     -     to 3.0.1 -     'nothing tells what' \
+    row before 5.1.0 3.0.1 2.2.0   3.0.1 -     to 5.1.0 5.1.0 "the factory's" \
+        'echo 3.0.1 >"$stamped"; cp "$tree/linedb" "${factory%/*}/telephony"'
+    row before 5.1.0 3.0.1 -       -     -     no 3.0.1 -     'nothing tells what' \
         'rm "$tree/linedb"; echo 1 >"$tree/own"'
     row before 5.1.0 3.0.1 -       -     -     to 3.0.1 -     'there is no' 'rm -r "$tree"'
     # The live label follows the tree's, whichever is newer; the newline counts.
@@ -98,30 +112,55 @@ at "$work/unit"
     row before 3.0.1 2.2.0 2.2.0   5.1.0 3.0.1 to 5.1.0 5.1.0 'now says 5.1.0'
     row before 5.1.0 5.1.0 2.2.0   5.1.0 5.1.0 to 5.1.0 5.1.0 'now says 5.1.0' 'printf 5.1.0 >"$live"'
     row before 5.1.0 5.1.0 2.2.0   5.1.0 -     to 5.1.0 5.1.0 'so says' 'chmod a-w "${live%/*}" "$tree"'
-    row before 5.1.0 2.2.0 -       -     -     to 2.2.0 -     'stands' 'mkdir "$tree.mend-undo"'
+    row before 5.1.0 2.2.0 2.2.0   5.1   -     no 2.2.0 5.1   'not one line' 'echo >>"$tree/mend-label"'
     row before 5.1.0 2.2.0 2.2.0   5.1   5.1.0 to 2.2.0 5.1   'not one line' 'echo >>"$tree/mend-label"'
-    # A linedb from elsewhere under the label of a finished upgrade.
-    row before 5.1.0 5.1.0 2.2.0   5.1.0 -     to 5.1.0 5.1.0 'a backup put back' 'echo 5.1.0 >"$tree/mend-label.stamped"'
-    row before 3.0.1 5.1.0 2.2.0   5.1.0 3.0.1 to 5.1.0 5.1.0 'is 5.1.0, and so says' 'echo 5.1.0 >"$tree/mend-label.stamped"'
+    # One that cannot be set. A directory in its place is as good as a disk that is read-only.
+    row before 5.1.0 -     2.2.0   5.1.0 5.1.0 no -     5.1.0 'it stays' 'mkdir "$live"'
+    # A label that no gate can be measured against, in the firmware and in the tree.
+    row before -     2.2.0 2.2.0   2.2.0 -     no 2.2.0 2.2.0 'every conversion would run'
+    row before 5.1.0 2.2.0 2.2.0   2.2.0 -     no 2.2.0 2.2.0 'not one line' 'printf "5.1.0\r\n" >"$factory"'
+    row before 5.1.0 2.2.0 2.2.0   2.2.0 -     no 2.2.0 2.2.0 'another version' 'printf 5.1.12 >"$factory"'
+    row before 5.1.0 2.2.0 2.2.0   2.2.0 -     to 2.2.0 2.2.0 'so says' 'printf 5.1.0 >"$factory"'
+    row before 5.2   2.2.0 2.2.0   2.2.0 -     no 2.2.0 2.2.0 'not three numbers'
+    row before 6.0.0 5.2   2.2.0   5.2   5.2   no 5.2   5.2   'not three numbers'
+    row before 5.1.0 2.2   2.2     2.2   -     to 2.2   2.2   'so says'
+    # A linedb from elsewhere under the label of a finished upgrade, or of one that was fallen back from.
+    row before 5.1.0 5.1.0 2.2.0   5.1.0 -     no 5.1.0 5.1.0 'a backup put back' 'echo 5.1.0 >"$stamped"'
+    row before 5.1.0 5.1.0 2.2.0   5.1.0 -     no 5.1.0 5.1.0 'a backup put back' 'echo 3.0.1 >"$stamped"'
+    row before 5.1.0 5.1.0 2.2.0   2.2.0 -     to 2.2.0 2.2.0 'now says 2.2.0' 'echo 5.1.0 >"$stamped"'
+    row before 5.1.0 5.1.0 2.2.0   5.1.0 3.0.1 to 5.1.0 5.1.0 'is 5.1.0, and so says' 'echo 3.0.1 >"$stamped"'
+    row before 3.0.1 5.1.0 2.2.0   5.1.0 3.0.1 to 5.1.0 5.1.0 'is 5.1.0, and so says' 'echo 5.1.0 >"$stamped"'
+    # Behind an early end, nothing before it is mended.
+    row before 5.1.0 2.2.0 2.2.0   2.2.0 5.1.0 no 2.2.0 2.2.0 'did not come to its end'
+    # A recovery copy: the label of what it would put back, unless that may be another tree.
+    row before 5.1.0 5.1.0 2.2.0   2.2.0 -     to 2.2.0 2.2.0 'recovery copy' 'copy 2.2.0'
+    row before 5.1.0 5.1.0 2.2.0   5.1.0 5.1.0 to 2.2.0 5.1.0 'recovery copy' 'copy 2.2.0'
+    row before 5.1.0 5.1.0 2.2.0   -     -     to 2.2.0 -     'recovery copy' 'copy 2.2.0; rm -r "$tree"'
+    row before 6.0.0 2.2.0 2.2.0   5.1.0 -     to 6.0.0 5.1.0 'this start settles' 'copy 2.2.0'
+    row before 5.1.0 2.2.0 -       -     -     to 2.2.0 -     'stands' 'copy -'
+    row before 5.1.0 2.2.0 -       -     -     to 2.2.0 2.2.0 'so says' 'mkdir "$tree.mend-undo"'
 
     # Behind the upgrade.
     row after  5.1.0 2.2.0 2.2.0   5.1.0 5.1.0 to 5.1.0 5.1.0 'now says 5.1.0'
     [ "$(stat -c %a "$live")" = 640 ] || fail 'the label has another mode'
     row after  5.1.0 5.1.0 2.2.0   5.1.0 5.1.0 to 5.1.0 5.1.0 'up to date' 'chmod a-w "${live%/*}" "$tree"'
+    row after  5.1.0 5.1.0 2.2.0   5.1.0 -     to 5.1.0 5.1.0 'up to date' 'echo 5.1.0 >"$stamped"'
+    [ -e "$stamped" ] || fail 'what tells of another linedb is forgotten by one start'
     row after  5.1.0 -     2.2.0   5.1.0 5.1.0 to 5.1.0 5.1.0 'now says'
     row after  5.1.0 2.2.0 2.2.0   5.1.0 5.1.0 to 5.1.0 5.1.0 'now says' 'mv "$live" "$work/l"; ln -s "$work/l" "$live"'
     [ -L "$live" ] || fail 'a link is replaced'
-    row after  5.1.0 2.2.0 2.2.0   5.1.0 5.1.0 to 2.2.0 5.1.0 'stands' 'mkdir "$tree.mend-undo"'
-    row after  5.1.0 2.2.0 2.2.0   5.1.0 5.1.0 to 2.2.0 5.1.0 'stands' 'mkdir "$tree/.mend-undo"'
+    row after  5.1.0 2.2.0 2.2.0   5.1.0 5.1.0 to 2.2.0 5.1.0 'stands' 'copy 2.2.0'
+    row after  5.1.0 2.2.0 2.2.0   5.1.0 5.1.0 to 2.2.0 5.1.0 'stands' 'copy 2.2.0; mv "$tree.mend-undo" "$tree/.mend-undo"'
     row after  5.1.0 2.2.0 2.2.0   5.1.0 5.1.0 to 2.2.0 5.1.0 'stands' \
-        'rm -rf "$work/t"*; mv "$tree" "$work/t"; ln -s "$work/t" "$tree"; mkdir "$work/t.mend-undo"'
-    row after  5.1.0 2.2.0 2.2.0   2.2.0 5.1.0 to 2.2.0 2.2.0 'did not come to its end'
+        'rm -rf "$work/t"*; mv "$tree" "$work/t"; ln -s "$work/t" "$tree"; copy 2.2.0; mv "$tree.mend-undo" "$work/t.mend-undo"'
+    row after  5.1.0 2.2.0 2.2.0   2.2.0 5.1.0 to 2.2.0 2.2.0 'did not come to its end' 'echo 2.2.0 >"$stamped"'
+    [ ! -e "$stamped" ] || fail 'the remedy for an early end would be taken for a backup'
     row after  5.1.0 2.2.0 2.2.0   2.2.0 -     to 2.2.0 2.2.0 'has not ended'
     row after  5.1.0 2.2.0 2.2.0   -     5.1.0 to 2.2.0 -     'no label of its own'
     row after  5.1.0 2.2.0 2.2.0   5.1.0 5.0.0 to 2.2.0 5.1.0 'stamped "5.0.0"'
     row after  5.1.0 6.0.0 2.2.0   5.1.0 5.1.0 to 6.0.0 5.1.0 'not lowered'
-    row after  3.0.1 5.1.0 2.2.0   5.1.0 3.0.1 to 5.1.0 5.1.0 'older than' 'echo 5.1.0 >"$tree/mend-label.stamped"'
-    [ ! -e "$tree/mend-label.stamped" ] || fail 'an older firmware leaves label and stamp agreed'
+    row after  3.0.1 5.1.0 2.2.0   5.1.0 3.0.1 to 5.1.0 5.1.0 'older than' 'echo 5.1.0 >"$stamped"'
+    [ "$(content "$stamped")" = 3.0.1 ] || fail "the older firmware's stamp is not noted"
     row after  5.9.0 5.10.0 2.2.0 5.10.0 5.9.0 to 5.10.0 5.10.0 'older than'
     row after  -     2.2.0 2.2.0   2.2.0 2.2.0 to 2.2.0 2.2.0 'is not there'
     row after  5.1.0 2.2.0 2.2.0   5.1.  5.1.  to 5.1.  5.1.  'warning' 'printf 5.1.0 >"$factory"'
@@ -133,14 +172,14 @@ at "$work/unit"
     row accept 5.1.0 2.2.0 2.2.0   -     5.1.0 to 5.1.0 5.1.0 'as accepted'
     row accept 5.1.0 5.1.0 2.2.0   5.1.0 3.0.1 to 3.0.1 3.0.1 'as accepted'
     row accept 3.0.1 5.1.0 2.2.0   5.1.0 3.0.1 to 5.1.0 5.1.0 'not accepted'
-    row accept 5.1.0 5.1.0 2.2.0   5.1.0 -     to 5.1.0 5.1.0 'stays what its label says' 'echo 5.1.0 >"$tree/mend-label.stamped"'
-    [ ! -e "$tree/mend-label.stamped" ] || fail 'accept does not end the warning'
+    row accept 5.1.0 5.1.0 2.2.0   5.1.0 -     to 5.1.0 5.1.0 'stays what its label says' 'echo 5.1.0 >"$stamped"'
+    [ ! -e "$stamped" ] || fail 'accept does not end the warning'
     row accept 5.1.0 2.2.0 2.2.0   -     -     to 2.2.0 -     'no version'
 
     # A second tree has its own label, and the unit's label is that of the tree in use.
-    orix_path=/mnt/x/ row before 5.1.0 5.1.0 2.2.0 5.1.0 5.1.0 to 3.0.1 5.1.0 'now says 3.0.1' \
+    orix_path=/mnt/x/ row before 5.1.0 5.1.0 2.2.0 5.1.0 -     to 3.0.1 5.1.0 'now says 3.0.1' \
         'mkdir -p "$unit/mnt/x"; cp -r "$tree" "$unit/mnt/x"; echo 3.0.1 >"$unit/mnt/x/telephony/mend-label"'
-    orix_path=/mnt/x row before 5.1.0 5.1.0 2.2.0 5.1.0 5.1.0 to 3.0.1 5.1.0 'now says 3.0.1' \
+    orix_path=/mnt/x row before 5.1.0 5.1.0 2.2.0 5.1.0 -     to 3.0.1 5.1.0 'now says 3.0.1' \
         'mkdir -p "$unit/mnt"; cp -r "$tree" "$unit/mnt/xtelephony"; echo 3.0.1 >"$unit/mnt/xtelephony/mend-label"'
     for mode in before after accept; do
         row "$mode" 5.1.0 2.2.0 -  -     5.1.0 to 2.2.0 -     'ADOPT_LABEL=no' 'echo ADOPT_LABEL=no >"$settings"'
@@ -194,6 +233,7 @@ next=$((${version%%.*} + 1)).0.0
 start() {
     adopt before
     echo "$said" >"$work/journal"
+    [ "$status" -ne 3 ] || return 0
     (cd "$unit" && "$upgrade" "$unit" >/dev/null)
     adopt after
     echo "$said" >>"$work/journal"
@@ -252,7 +292,7 @@ expect 'a backup that was put back' "$version" "$version" 'now says'
 make_appliance "$work/other" 2.2.0
 cp -a "$work/other/etc/orix-conf/telephony/linedb" "$tree"
 adopt before
-expect 'a backup that was put over the tree' "$version" "$version" 'a backup put back'
+expect 'a backup that was put over the tree' "$version" "$version" 'a backup put back' 3
 
 # A run that ends before the conversions, and the remedy.
 again
@@ -260,6 +300,8 @@ mv "$unit/etc/default-conf/telephony/04-lines/extensiondb" "$work/extensiondb"
 start
 expect 'a run that ended early' 2.2.0 2.2.0 'did not come to its end'
 mv "$work/extensiondb" "$unit/etc/default-conf/telephony/04-lines/extensiondb"
+start
+start
 sed -i '/^current_version=/d' "$tree/linedb"
 start
 unchanged 'the remedy for an early end'
