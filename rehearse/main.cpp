@@ -137,7 +137,7 @@ int RehearseOne(const CommandLine& line) {
         fmt::print("\n{} of \"{}\":\n", rehearsed.explained.empty() ? "Nothing" : "The ways",
                    rehearse::Printable(line.site.explain));
     for (const std::string& text : rehearsed.explained)
-        fmt::print("{}\n", rehearse::Printable(text));
+        fmt::print("{}\n", rehearse::PrintableLine(text));
     return rehearsed.result.verdict.exitStatus;
 }
 

@@ -130,6 +130,7 @@ done <<END
 21/personaldatadb fn_number not there|sed -i /fn_number/d $live/21/personaldatadb
 trunk0/trunk.cfg .trunk. echoDelay|sed -i s/echoDelay=80/echoDelay=0/ $live/isdn/trunk0/trunk.cfg
 22/voicemaildb mode 666|chmod 666 $live/22/voicemaildb
+21/msg0001.wav the file is not there|rm /mnt/bbram/bvoicedata/21/msg0001.wav
 END
 
 # One that does not come to rest.
@@ -215,6 +216,13 @@ spoilt label-end
 printf %s "$newest" >"$site/etc/default-conf/config_label.txt"
 run 1 "$site"
 says 'A label has no line end'
+echo 2.2 >"$site/etc/orix-conf/config_label.txt"
+run 1 "$site"
+says 'config_label.txt: it is "2.2"'
+echo "$newest" >"$site/etc/default-conf/config_label.txt"
+echo 9.0.0 >"$site/etc/orix-conf/config_label.txt"
+run 1 "$site"
+says 'the configuration is of 9.0.0, the firmware of 5'
 spoilt command
 printf '#!/bin/sh\necho no route >&2; exit 3\n' >"$site/bin/rtsync"
 run 1 "$site"
@@ -232,6 +240,9 @@ printf '#!/bin/sh\nsleep 3600\n' >"$work/sleeper"
 chmod +x "$work/crasher" "$work/sleeper"
 run 3 --binary "$work/crasher" "$sample"
 says 'killed by signal 11'
+printf '#!/bin/sh\ngrep -q current_version %s/linedb && kill -SEGV $$\n/mnt/setupmend\n' "${live#"$site"}" >"$work/crasher"
+run 3 --binary "$work/crasher" "$work/carrier"
+says 'signal 11 (Segmentation fault), at the next start'
 run 3 --binary "$work/sleeper" --time-limit 6 --html "$work/sleeper.html" "$sample"
 says 'it took more than 6 seconds'
 # What it did up to there is told.
@@ -249,7 +260,7 @@ check 'and its passwords are hidden' [ "$(cat "$work/hanging.json" "$work/hangin
 spoilt secret
 find "$live" -type f -exec sh -c 'printf "\npassword=Xyzzy-4711-plugh\n" >>"$1"' sh {} \;
 sed -i 's/^SIP_password=.*/SIP_password=Xyzzy-4711-plugh/; s/^user_display_name=.*/user_display_name=a\x1b[2J/' "$live/extensiondb"
-printf '#!/bin/sh\necho "bad key Xyzzy-4711-plugh" >&2; exit 3\n' >"$site/bin/rtsync"
+printf '#!/bin/sh\necho "bad key Xyzzy-4711-plugh" | tee /dev/stderr; exit 3\n' >"$site/bin/rtsync"
 run 1 --json "$work/secret.json" --html "$work/secret.html" --explain password "$site"
 check 'a password is nowhere' [ "$(cat "$work/stdout" "$work/stderr" "$work/secret.json" "$work/secret.html" | grep -c Xyzzy)" -eq 0 ]
 check 'but that it is there' grep -q 'hidden, 16 characters (no. ' "$work/stdout"
@@ -361,6 +372,9 @@ check 'waived ones are skipped' grep -q 'skipped message="meant so' "$work/junit
 # shellcheck disable=SC2016  # for the candidate's shell
 candidate 'echo "hold=$(date +%N)" >>nat.cfg' 1
 says '2 unstable'
+rm "$work/gated3/sites/plain.kept"
+candidate '' 4
+says '1 unknown'
 run 0 --waivers "$repo/examples/waivers.toml" "$sample"
 says '1 problem is known and waived until'
 

@@ -94,6 +94,13 @@ std::string Printable(const std::string& text) {
     return printable;
 }
 
+std::string PrintableLine(const std::string& text) {
+    std::string line;
+    for (const char c : Printable(text))
+        line += c == '\n' ? "\\u000a" : std::string(1, c);
+    return line;
+}
+
 std::vector<std::string> LinesOf(const std::string& text) {
     std::vector<std::string> lines;
     for (std::size_t begin = 0; begin < text.size();) {

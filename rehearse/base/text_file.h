@@ -18,6 +18,9 @@ void WriteFile(const std::string& path, const std::string& text);
 /// direction of writing stand as their numbers, bytes that are no UTF-8 as a question mark.
 std::string Printable(const std::string& text);
 
+/// The same of what has to stay one line: a name with a line end could pass for a line of ours.
+std::string PrintableLine(const std::string& text);
+
 /// A text's lines, without their ends.
 std::vector<std::string> LinesOf(const std::string& text);
 

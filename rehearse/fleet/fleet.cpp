@@ -31,8 +31,8 @@ void TellComparison(const Comparison& comparison) {
         for (const std::string& step : one.steps)
             steps += (steps.empty() ? "" : "; ") + step;
         fmt::print("  {:4} sites: {}{}{}\n", one.sites.size(),
-                   one.title.empty() ? "" : one.title + ": ", Printable(one.text),
-                   steps.empty() ? "" : " (" + Printable(steps) + ")");
+                   one.title.empty() ? "" : one.title + ": ", PrintableLine(one.text),
+                   steps.empty() ? "" : " (" + PrintableLine(steps) + ")");
     }
     if (comparison.differences.size() > most)
         fmt::print("  and {} differences more: see the page\n",
@@ -48,7 +48,8 @@ void TellSites(const FleetResult& fleet) {
         if (told++ == mostTold)
             break;
         fmt::print("  {}{}: {}\n", isCompared ? site.comparedClass + ": " : "",
-                   Printable(site.name), Printable(site.note.empty() ? site.summary : site.note));
+                   PrintableLine(site.name),
+                   PrintableLine(site.note.empty() ? site.summary : site.note));
     }
 }
 
@@ -66,10 +67,10 @@ void Tell(const FleetResult& fleet, const std::string& out) {
     }
     fmt::print("\n");
     for (const Finding& finding : fleet.findings)
-        fmt::print("! {}: {}\n  > {}\n", finding.title, Printable(finding.text),
-                   Printable(finding.action));
+        fmt::print("! {}: {}\n  > {}\n", finding.title, PrintableLine(finding.text),
+                   PrintableLine(finding.action));
     for (const std::string& note : fleet.notes)
-        fmt::print("Note: {}\n", Printable(note));
+        fmt::print("Note: {}\n", PrintableLine(note));
     const bool isCompared = !fleet.comparison.baseline.out.empty();
     if (isCompared)
         TellComparison(fleet.comparison);
@@ -78,7 +79,7 @@ void Tell(const FleetResult& fleet, const std::string& out) {
         fmt::print("The gravest problems:\n");
         for (std::size_t i = 0; i < std::min(mostTold, fleet.problems.size()); ++i)
             fmt::print("  {:4} sites: {}: {}\n", fleet.problems[i].sites.size(),
-                       fleet.problems[i].title, Printable(fleet.problems[i].text));
+                       fleet.problems[i].title, PrintableLine(fleet.problems[i].text));
     }
     fmt::print("{}/fleet.html\n", out);
 }

@@ -28,6 +28,12 @@ bool IsOpen(const Row& row, const RunContext& run) {
     return *row.below == '\0' || IsOlderVersion(run.liveVersion, row.below);
 }
 
+/// Such as a recording: it is all or nothing.
+bool HasNone(const SettingsFile& file) {
+    return std::all_of(file.sections.begin(), file.sections.end(),
+                       [](const SettingsSection& section) { return section.settings.empty(); });
+}
+
 constexpr const char* fromFactory = "from the factory";
 constexpr const char* nothingToTake = "there was nothing to take over";
 constexpr const char* wasEmpty = "it was empty";
@@ -640,9 +646,10 @@ std::vector<std::pair<std::string, std::string>> Ledger::Exposed(const TreeState
         if (now == after.end() || !told.insert(to).second)
             return;
         constexpr mode_t others = S_IRGRP | S_IROTH;
-        const mode_t more = now->second->info.st_mode & others & ~before.info.st_mode;
-        const bool isOthers = now->second->info.st_uid != before.info.st_uid;
-        if (more == 0 && !isOthers) {
+        const struct stat& info = now->second->info;
+        const bool isOthers = info.st_uid != before.info.st_uid ||
+                              (info.st_gid != before.info.st_gid && (info.st_mode & S_IRGRP) != 0);
+        if ((info.st_mode & others & ~before.info.st_mode) == 0 && !isOthers) {
             told.erase(to);
             return;
         }
@@ -674,7 +681,8 @@ std::vector<std::pair<std::string, std::string>> Ledger::Exposed(const TreeState
 
 void Ledger::Compare(const TreeState& other) {
     for (const FileChange& change : rehearse::Compare(*state_, other)) {
-        if (!aliases_.NameOf(change.path))
+        // Recordings lie on a disk of their own.
+        if (!aliases_.NameOf(change.path) && !change.path.starts_with("mnt/"))
             continue;
         const SettingsFile before = ReadSettings(change.before.get());
         const SettingsFile after = ReadSettings(change.after.get());
@@ -687,6 +695,15 @@ void Ledger::Compare(const TreeState& other) {
                              true,
                              "",
                              ""});
+        const char* const what = !change.after    ? "not there, though the steps leave it"
+                                 : !change.before ? "there, though no step leaves it"
+                                                  : "not what the steps make of it";
+        const bool isSame = change.before && change.after && change.before->content &&
+                            change.after->content &&
+                            *change.before->content == *change.after->content;
+        if (!isSame && HasNone(before) && HasNone(after))
+            open_.push_back(
+                {"", {change.path, "", "the file is"}, change.path, what, true, true, "", ""});
         for (const SettingChange& one : CompareSettings(before, after)) {
             const SettingsFile& file = one.before ? before : after;
             const auto index = one.before ? one.sectionBefore : one.sectionAfter;

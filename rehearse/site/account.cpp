@@ -34,6 +34,21 @@ bool Mentions(const std::string& text, const Place& place, const std::string& va
     return Spelled(place).find(text) != std::string::npos || value.find(text) != std::string::npos;
 }
 
+/// Whether the gates can be compared with a label: three fields that begin with digits, and nothing
+/// that a line of a file leaves at the end.
+bool IsComparable(const std::string& label) {
+    const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+    std::size_t fields = 1;
+    bool isBegun = false;
+    for (const char c : label) {
+        if (c <= ' ' || (!isBegun && !isDigit(c)))
+            return false;
+        isBegun = c != '.';
+        fields += isBegun ? 0 : 1;
+    }
+    return isBegun && fields == 3;
+}
+
 class Accountant {
 public:
     Accountant(Runs& runs, const TrialRunner& runner, const AccountOptions& options)
@@ -124,7 +139,12 @@ private:
             const std::string& report = main_.steps.front().report;
             outcome.hasEndedEarly = report.find("exiting setupmend...") != std::string::npos;
             outcome.hasConverted = !Compare(*main_.before, *main_.after).empty();
-            outcome.crash = main_.crash;
+            for (const auto& [trial, when] :
+                 {std::pair(&main_, ""),
+                  {&runs_.next, ", at the next start"},
+                  {&runs_.other, ", where directories list their names downwards"}})
+                if (outcome.crash.empty() && !trial->crash.empty())
+                    outcome.crash = trial->crash + when;
         }
         return outcome;
     }
@@ -147,6 +167,8 @@ private:
                 add("label-end", path,
                     fmt::format("it is read as \"{}\", without the \"{}\" at its end", *label.text,
                                 label.last));
+            else if (outcome.isDue && !IsComparable(*label.text))
+                add("label-form", path, "it is \"" + *label.text + "\"");
         }
         const auto fields = [](const std::string& version) {
             return std::count(version.begin(), version.end(), '.');

@@ -15,12 +15,6 @@ namespace fs = std::filesystem;
 namespace rehearse {
 namespace {
 
-/// The report of the upgrade, which lies aside when what crashed was a later start.
-std::string ReportIn(const std::string& scratch) {
-    const std::string aside = scratch + "/report";
-    return ReadAll(fs::exists(aside) ? aside : scratch + "/mend.log");
-}
-
 std::string VersionIn(const std::string& root, const std::string& place) {
     const std::string path = RealBelow(root, place);
     const Label label = path.empty() ? Label{} : ReadLabel(path);
@@ -34,6 +28,11 @@ std::string BelowCopy(const std::string& root, const std::string& configRoot) {
 }
 
 }  // namespace
+
+std::string ReportIn(const std::string& scratch) {
+    const std::string aside = scratch + "/report";
+    return ReadAll(fs::exists(aside) ? aside : scratch + "/mend.log");
+}
 
 void TellCrash(SiteResult& result, const Crashed& crashed) {
     Verdict& verdict = result.verdict;

@@ -18,6 +18,9 @@ struct Crashed {
     bool showsSecrets = false;
 };
 
+/// The report of the upgrade, which lies aside when what crashed was a later start.
+std::string ReportIn(const std::string& scratch);
+
 /// Makes the result of it: the steps, the report and the changes up to there. Which step made which
 /// change is not known any more, nor what became of the settings.
 void TellCrash(SiteResult& result, const Crashed& crashed);

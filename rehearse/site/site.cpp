@@ -342,7 +342,7 @@ Held Hold(Request request, const std::string& key, Progress& progress, SiteResul
             TellCrash(result, {crash.what(), stage.Where(), stage.Steps(), places.pristine,
                                places.root, places.scratch, request.showsSecrets});
             if (!request.report.empty())
-                WriteFile(request.report, ReadAll(places.scratch + "/mend.log"));
+                WriteFile(request.report, ReportIn(places.scratch));
             return {result, {}, ""};
         }
         InsideResult ran = Json::parse(ReadAll(places.scratch + "/result.json"));
@@ -436,7 +436,9 @@ Rehearsed RehearseSite(const Request& request, Progress& progress) {
     } catch (const std::exception& error) {
         if (Interruption() != 0)
             throw;
-        result.verdict.summary = std::string("The rehearsal could not be held: ") + error.what();
+        std::string& summary = result.verdict.summary;
+        summary = std::string("The rehearsal could not be held: ") + error.what();
+        std::replace(summary.begin(), summary.end(), '\n', ' ');  // it is a line
     }
     WaiveIn(result, waivers);
     result.seconds =

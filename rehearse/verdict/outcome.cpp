@@ -180,7 +180,9 @@ std::string VerdictText(const SiteResult& result) {
         AddWrapped(lines, "  Not there:   ", lack.what + ": " + lack.means);
     for (const std::string& note : result.notes)
         AddWrapped(lines, "  Note:        ", note);
-    lines.emplace_back(!isHeld || result.problems.empty() ? "" : "\nTo look at, the worst first:");
+    lines.emplace_back("");
+    if (isHeld && !result.problems.empty())
+        lines.emplace_back("To look at, the worst first:");
     std::size_t told = 0;
     for (const Problem& problem : result.problems) {
         if (lines.size() > mostLines - 8) {
@@ -193,7 +195,7 @@ std::string VerdictText(const SiteResult& result) {
     }
     std::string text;
     for (const std::string& line : lines)
-        text += Printable(line) + "\n";
+        text += PrintableLine(line) + "\n";
     return text;
 }
 

@@ -57,6 +57,11 @@ const Rule rules[] = {
      "The last character of the version is taken for the line end: a cut version decides what is "
      "converted, or is stamped.",
      "Have the label end in a line end."},
+    {"label-form", "A label that no gate can be compared with",
+     "Versions are compared by three numbers. With a live label of other fields either all "
+     "conversions run, as for the oldest version, or none does, and the tree is stamped all the "
+     "same; the firmware's label is the live one of the next upgrade.",
+     "Write the version as three numbers with dots between them, and nothing else in its line."},
     {"downgrade", "The firmware is older than the configuration",
      "Nothing converts a configuration back; what the newer version changed stays.",
      "Put back a backup from before the newer firmware."},

@@ -88,6 +88,10 @@ TEST(Compare, TreesBySetting) {
     };
     for (const auto& one : cases)
         EXPECT_EQ(Told(CompareSites("s", Result(one.before), Result(one.after), {})), one.told);
+    KeptResult closed = Result({{"a", "x=1|"}});
+    closed.tree->files[0].mode = "mode 600";
+    EXPECT_EQ(Told(CompareSites("s", closed, Result({{"a", "x=1|"}}), {})),
+              "changed|mode changed a []  mode 600>mode 644, owner 0:0");
 }
 
 // What the firmware brings is no result, and its version no difference.
@@ -156,8 +160,14 @@ TEST(Compare, ADifferenceIsToldOnce) {
             site, {{"21/db", "[s|x=14400|]"}, {"22/db", "[s|x=14400|]"}, {"c", "w=1|"}},
             {{"21/db", "[s|x=9600|]"}, {"22/db", "[s|x=9600|]"}, {"c", site == 1 ? "" : "w=1|"}});
     compare(3, {{"db", "[line_0|x=1|][line_1|x=2|]"}}, {{"db", "[line_0|x=3|][line_1|x=3|]"}});
-    const std::vector<rehearse::FleetDifference> told = table.Take();
-    ASSERT_EQ(told.size(), 3U);
+    rehearse::SiteDifference problem;
+    problem.kind = "problem";
+    problem.rule = "other";
+    table.Add(3, {problem}, {});
+    std::vector<rehearse::FleetDifference> told = table.Take();
+    ASSERT_EQ(told.size(), 4U);
+    EXPECT_EQ(told[0].rule, "other") << "before what is lost";
+    told.erase(told.begin());
     EXPECT_EQ(told[0].text, std::string(root) + "c: w is gone (\"1\")");
     EXPECT_EQ(told[0].sites, std::vector<std::size_t>{1});
     EXPECT_EQ(told[1].text, std::string(root) + "*/db: [s] x \"14400\" becomes \"9600\"");
@@ -172,11 +182,23 @@ TEST(Compare, WhatIsKeptIsReadAgainWholeOrNotAtAll) {
     const std::string path = directory.path + "/kept";
     KeptResult result = Result({{"a", "x=\xff|"}});
     AddProblem(result, "order", "f", "\xc3");
+    const rehearse::TreeState before = Tree({{"extensiondb", "[21|fn_number=7|]"}});
+    const rehearse::TreeState after =
+        Tree({{"21/personaldatadb", "fn_number=7|"}, {"a", "x=\xff|"}});
+    rehearse::Ledger ledger(std::make_shared<const rehearse::TreeState>(before), root, "");
+    rehearse::RunContext run;
+    run.root = root;
+    run.extensions = {"21"};
+    ledger.Enter("extension split", Compare(before, after),
+                 std::make_shared<const rehearse::TreeState>(after), run);
+    result.tree = KeepTree(before, after, ledger, "key");
     WriteKept(path, result.summary, PackedTree(*result.tree));
     const auto read = rehearse::ReadKeptResult(path);
     ASSERT_TRUE(read && read->tree);
     EXPECT_TRUE(AreAlike(result, *read));
-    EXPECT_EQ(read->tree->files[0].sections[0].settings[0].value, "\xff");
+    const rehearse::KeptSetting& moved = read->tree->files[0].sections[0].settings[0];
+    EXPECT_EQ(read->tree->steps.at(static_cast<std::size_t>(moved.made)), "extension split");
+    EXPECT_EQ(read->tree->files[1].sections[0].settings[0].value, "\xff");
     std::filesystem::resize_file(path, std::filesystem::file_size(path) - 1);
     EXPECT_FALSE(rehearse::ReadKeptResult(path)->tree);
     std::filesystem::resize_file(path, 5);

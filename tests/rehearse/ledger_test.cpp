@@ -5,7 +5,6 @@
 #include "app/run.h"
 #include "state.h"
 
-using rehearse::Fate;
 using rehearse::Ledger;
 using rehearse::RowsOf;
 using rehearse::RunContext;
@@ -181,28 +180,34 @@ TEST(Ledger, WhatStandsInNoRowIsBlamed) {
 TEST(Ledger, AWayGoesThroughAllSteps) {
     const Files first = {{"tree/extensiondb", "[21|call_forwarding_type=Busy|fn_number=7|]"}};
     const Files split = {{"tree/extensiondb", ""},
-                         {"tree/21/servicesdb", "call_forwarding_type=Busy|"},
+                         {"tree/21/servicesdb", "call_forwarding_type=Busy|fax=0|"},
                          {"tree/21/personaldatadb", "fn_number=7|"},
-                         {"etc/default-conf/telephony/default/servicesdb", ""}};
+                         {"etc/default-conf/telephony/default/servicesdb", "fax=0|"}};
     Files merged = split;
-    merged["tree/21/servicesdb"] = "call_forwarding_mode=Busy|call_forwarding_enabled=1|";
-    Ledger ledger(Shared(first), root, "stun.cfg");
-    Enter(ledger, "extension split", first, split, Context("2.2.0"));
+    merged["tree/21/servicesdb"] = "call_forwarding_mode=Busy|call_forwarding_enabled=1|fax=0|";
+    Files begun = first;
+    begun["etc/default-conf/telephony/default/servicesdb"] = "fax=0|";
+    Ledger ledger(Shared(begun), root, "stun.cfg");
+    Enter(ledger, "extension split", begun, split, Context("2.2.0"));
     Enter(ledger, "file merge", split, merged, Context("2.2.0"));
     EXPECT_TRUE(ledger.Open().empty());
     EXPECT_EQ(ledger.Settings(), 2U);
     EXPECT_EQ(ledger.Carried(), 0U);
     Names ways;
     ledger.ForEachWay([&](const rehearse::Way& way) {
-        ways.push_back(way.from.key + ">" + way.to.file + " " + way.to.key + "=" + way.after);
+        const char* fate = rehearse::fateNames[static_cast<std::size_t>(way.fate)];
+        ways.push_back(fate + (" " + way.from.key) + ">" + way.to.file + " " + way.to.key + "=" +
+                       way.after);
         if (way.from.key == "call_forwarding_type") {
-            EXPECT_EQ(way.fate, Fate::Moved);
             EXPECT_EQ(way.steps, (Names{"extension split", "file merge"}));
         }
     });
-    EXPECT_EQ(ways, (Names{"call_forwarding_type>tree/21/servicesdb call_forwarding_mode=Busy",
-                           "fn_number>tree/21/personaldatadb fn_number=7",
-                           ">tree/21/servicesdb call_forwarding_enabled=1"}));
+    std::sort(ways.begin(), ways.end());
+    EXPECT_EQ(ways,
+              (Names{"computed >tree/21/servicesdb call_forwarding_enabled=1",
+                     "factory >tree/21/servicesdb fax=0",
+                     "moved call_forwarding_type>tree/21/servicesdb call_forwarding_mode=Busy",
+                     "moved fn_number>tree/21/personaldatadb fn_number=7"}));
 }
 
 TEST(Ledger, ConversionsOfAStampedVersionAreDoneAgain) {
@@ -225,5 +230,15 @@ TEST(Ledger, PasswordsThatMoreUsersCanReadAreTold) {
         ledger.Enter("extension split", Compare(State(before, 0600), State(after, mode)),
                      Shared(after, mode), Context("2.2.0"));
         EXPECT_EQ(ledger.Exposed(State(after, mode)).size(), count) << mode;
+    }
+    // The same mode for another group.
+    const Files file = {{"tree/21/personaldatadb", "password=1|"}};
+    for (const auto& [mode, count] : {std::pair(0600U, 0U), {0640U, 1U}}) {
+        const Ledger ledger(Shared(file, mode), root, "stun.cfg");
+        rehearse::FileState other = *State(file, mode).begin()->second;
+        other.info.st_gid = 1;
+        const rehearse::TreeState given = {
+            {file.begin()->first, std::make_shared<const rehearse::FileState>(other)}};
+        EXPECT_EQ(ledger.Exposed(given).size(), count) << mode;
     }
 }

@@ -81,10 +81,11 @@ TEST(Verdict, FactsBecomeProblems) {
 TEST(Verdict, TheGravestComesFirst) {
     const rehearse::TreeState none;
     Problems problems(none, none);
-    const Names worstFirst = {
-        "unaccounted", "exposed",   "ended-early", "database-lost", "no-label",   "converted-again",
-        "label-end",   "downgrade", "order",       "refused",       "unsaved",    "malformed",
-        "canceled",    "command",   "incomplete",  "absent",        "next-start", "other"};
+    const Names worstFirst = {"unaccounted", "exposed",         "ended-early", "database-lost",
+                              "no-label",    "converted-again", "label-end",   "label-form",
+                              "downgrade",   "order",           "refused",     "unsaved",
+                              "malformed",   "canceled",        "command",     "incomplete",
+                              "absent",      "next-start",      "other"};
     for (auto rule = worstFirst.rbegin(); rule != worstFirst.rend(); ++rule)
         problems.Add(*rule, {});
     Names rules;
