@@ -316,7 +316,7 @@ check 'it goes on where it was' [ "$(grep -c . "$work/rehearsed/joblog")" -eq 3 
 
 # --- two candidates -------------------------------------------------------------------------------
 
-# The firmware is laid under the backups; a site has its own configuration root.
+# The firmware is laid under the backups; a site has its own configuration root, and one a link to it.
 mkdir -p "$work/gate" "$work/firmware/usr/share"
 cp -a "$sample/etc" "$sample/bin" "$work/firmware"
 cp -a "$sample/usr/share/regional" "$work/firmware/usr/share"
@@ -326,6 +326,9 @@ echo 5.9.0 >"$work/firmware/etc/default-conf/config_label.txt"
 for name in plain other-root; do cp -a "$work/healthy" "$work/gate/$name"; done
 mkdir "$work/gate/other-root/data"
 mv "$work/gate/other-root/etc/orix-conf/telephony" "$work/gate/other-root/data/pbx"
+mkdir "$work/gate/plain/data"
+mv "$work/gate/plain/etc/orix-conf/telephony" "$work/gate/plain/data/linked"
+ln -s /data/linked "$work/gate/plain/etc/orix-conf/telephony"
 echo 'config-root = "/data/pbx"' >"$work/gate/other-root/setupmend-site.toml"
 rm -r "$work/gate/plain/etc/default-conf"
 ln -s nowhere "$work/gate/vanished"

@@ -10,11 +10,6 @@
 namespace rehearse {
 namespace {
 
-std::string AtUsualPlace(const std::string& file, const std::string& root) {
-    constexpr const char* usual = "etc/orix-conf/telephony/";
-    return root.empty() || !file.starts_with(root) ? file : usual + file.substr(root.size());
-}
-
 /// "pattern=21" is one of many records.
 std::string AlikeSection(const std::string& section, const Extensions& extensions) {
     const std::size_t equals = section.find('=');

@@ -103,7 +103,7 @@ void Gatherer::Add(const std::string& name) {
     row.summary = kept->verdict.summary;
     row.problems = CountItems(kept->problems);
     worst_ = std::max(worst_, row.exitStatus);
-    Collect(number, kept->problems, kept->extensions);
+    Collect(number, *kept);
     CollectSteps(kept->steps);
     if (keepsProblems_)
         site.problems = std::move(kept->problems);
@@ -141,13 +141,13 @@ void Gatherer::WaiveIn(GatheredSite& site, KeptSummary& kept) const {
     site.row.note = "known and waived";
 }
 
-void Gatherer::Collect(std::size_t number, const std::vector<Problem>& problems,
-                       const std::vector<std::string>& names) {
-    const Extensions extensions(names.begin(), names.end());
-    for (const Problem& group : problems)
+void Gatherer::Collect(std::size_t number, const KeptSummary& kept) {
+    const Extensions extensions(kept.extensions.begin(), kept.extensions.end());
+    for (const Problem& group : kept.problems)
         for (const ProblemItem& item : group.items) {
             const std::string place =
-                item.file.empty() ? "" : Pattern(item.file, extensions) + ": ";
+                item.file.empty() ? ""
+                                  : Pattern(AtUsualPlace(item.file, kept.root), extensions) + ": ";
             const std::string text =
                 place + FoldLine(item.reason.empty() ? item.text : item.reason, extensions);
             FleetProblem& problem = problems_[group.title + "\n" + text];

@@ -37,8 +37,7 @@ public:
 private:
     void AddDead(GatheredSite& site);
     void WaiveIn(GatheredSite& site, KeptSummary& kept) const;
-    void Collect(std::size_t number, const std::vector<Problem>& problems,
-                 const std::vector<std::string>& extensions);
+    void Collect(std::size_t number, const KeptSummary& kept);
     void CollectSteps(const std::vector<StepResult>& steps);
     std::vector<WaiverResult> WaiverResults() const;
 

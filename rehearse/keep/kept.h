@@ -48,7 +48,8 @@ struct KeptSummary {
     std::string run;     // what was asked for: backup, firmware, program and options
     std::string backup;  // tells one backup from another
     ProgramResult program;
-    std::string root;  // of the configuration, below the tree, with a "/" at its end
+    std::string
+        root;  // of the configuration, below the tree, links followed, with a "/" at its end
     double seconds = 0;
     Verdict verdict;
     std::vector<Problem> problems;

@@ -306,12 +306,23 @@ Places Prepare(Request& request, const Workspace& work, Progress& progress, Site
     return places;
 }
 
-/// A result, what --explain asked for, and the upgraded tree as it is kept.
+/// A result, what --explain asked for, and what is kept: where the configuration lies, as the paths
+/// of the result have it, and the upgraded tree.
 struct Held {
     SiteResult site;
     std::vector<std::string> explained;
+    std::string root;
     std::string packedTree;
 };
+
+/// Below the tree, links followed, with a "/" at its end.
+std::string RealRoot(const Request& request, const std::string& tree) {
+    const std::string named = RootOf(request);
+    const std::string real = RealBelow(tree, named);
+    std::string path = real.empty() ? named : real.substr(tree.size());
+    path.erase(0, path.find_first_not_of('/'));
+    return path + (path.ends_with('/') ? "" : "/");
+}
 
 Held Hold(Request request, const std::string& key, Progress& progress, SiteResult& result) {
     if (!fs::exists(request.tree))
@@ -343,7 +354,7 @@ Held Hold(Request request, const std::string& key, Progress& progress, SiteResul
                                places.root, places.scratch, request.showsSecrets});
             if (!request.report.empty())
                 WriteFile(request.report, ReportIn(places.scratch));
-            return {result, {}, ""};
+            return {result, {}, RealRoot(request, places.pristine), ""};
         }
         InsideResult ran = Json::parse(ReadAll(places.scratch + "/result.json"));
         HandOver(request, places.root, places.scratch);
@@ -352,7 +363,7 @@ Held Hold(Request request, const std::string& key, Progress& progress, SiteResul
         ran.site.kinds = result.kinds;
         ran.site.lacks = result.lacks;
         ran.site.notes.insert(ran.site.notes.begin(), result.notes.begin(), result.notes.end());
-        return {std::move(ran.site), std::move(ran.explained),
+        return {std::move(ran.site), std::move(ran.explained), RealRoot(request, places.pristine),
                 key.empty() ? "" : ReadAll(places.scratch + "/kept")};
     } catch (const std::exception& error) {
         if (Interruption() == 0 && work.IsFull())
@@ -395,8 +406,7 @@ void Keep(const Request& request, const std::string& backup, const Held& held) {
     kept.run = RunOf(request.tree, backup, request.common);
     kept.backup = BackupId(backup);
     kept.program = site.program;
-    kept.root = site.site.configRoot.substr(
-        std::min(site.site.configRoot.size(), site.site.configRoot.find_first_not_of('/')));
+    kept.root = held.root;
     kept.seconds = site.seconds;
     kept.verdict = site.verdict;
     kept.problems = site.problems;
@@ -428,7 +438,7 @@ Rehearsed RehearseSite(const Request& request, Progress& progress) {
     const auto begin = std::chrono::steady_clock::now();
     // The backup's content is the key to what is kept of it, and never kept itself.
     const std::string backup = request.keep.empty() ? "" : Digest().AddTree(request.tree).Text();
-    Held held{EmptyResult(request), {}, ""};
+    Held held{EmptyResult(request), {}, "", ""};
     SiteResult& result = held.site;
     try {
         SiteResult empty = result;

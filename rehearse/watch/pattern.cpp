@@ -23,6 +23,11 @@ std::string Pattern(const std::string& path, const Extensions& extensions) {
     return pattern;
 }
 
+std::string AtUsualPlace(const std::string& path, const std::string& root) {
+    constexpr const char* usual = "etc/orix-conf/telephony/";
+    return root.empty() || !path.starts_with(root) ? path : usual + path.substr(root.size());
+}
+
 std::string FoldLine(const std::string& line, const Extensions& extensions) {
     std::string folded;
     for (std::size_t begin = 0; begin < line.size();) {

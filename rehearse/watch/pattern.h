@@ -12,6 +12,9 @@ using Extensions = std::set<std::string>;
 /// common.
 std::string Pattern(const std::string& path, const Extensions& extensions);
 
+/// A path of a site whose configuration lies below `root` ("data/pbx/"), as most sites have it.
+std::string AtUsualPlace(const std::string& path, const std::string& root);
+
 /// A line in which the names of extensions are "*".
 std::string FoldLine(const std::string& line, const Extensions& extensions);
 
