@@ -94,6 +94,8 @@ cat {app,files,recovery,steps/*}/*.cpp | tr '\n' ' ' | sed -E 's/" *\+? *"//g' >
 quoted() {
     local words
     grep -qxF -- "$1" "$work/reports" && return
+    # A version is the sample's, which every run prints.
+    [[ ! $1 =~ [0-9]+\.[0-9]+\.[0-9]+ ]] || return 1
     words=$(sed -E 's#/[^ ,]*|PATH|\bN\b|[0-9.]+|[:;]|\([^)]*\)#\n#g' <<<"$1" | awk '
         { gsub(/^[ \t,]+|[ \t,]+$/, "") } length($0) > length(best) { best = $0 } END { print best }')
     [ "${#words}" -gt 9 ] && grep -qF -- "$words" "$work/texts"
