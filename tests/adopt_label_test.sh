@@ -130,6 +130,11 @@ at "$work/unit"
     row before 5.1.0 5.1.0 2.2.0   2.2.0 -     to 2.2.0 2.2.0 'now says 2.2.0' 'echo 5.1.0 >"$stamped"'
     row before 5.1.0 5.1.0 2.2.0   5.1.0 3.0.1 to 5.1.0 5.1.0 'is 5.1.0, and so says' 'echo 3.0.1 >"$stamped"'
     row before 3.0.1 5.1.0 2.2.0   5.1.0 3.0.1 to 5.1.0 5.1.0 'is 5.1.0, and so says' 'echo 5.1.0 >"$stamped"'
+    # One that is lost, which the run restores.
+    row before 5.1.0 5.1.0 2.2.0   5.1.0 -     to 5.1.0 5.1.0 'so says' 'echo 5.1.0 >"$stamped"; rm "$tree/linedb"; echo >"$tree/own"'
+    row before 5.1.0 5.1.0 2.2.0   5.1.0 -     to 5.1.0 5.1.0 'so says' 'echo 5.1.0 >"$stamped"; : >"$tree/linedb"'
+    row before 5.1.0 5.1.0 2.2.0   5.1.0 -     to 5.1.0 5.1.0 'so says' 'echo 5.1.0 >"$stamped"; sed -i \$d "$tree/linedb"'
+    row before 5.1.0 5.1.0 2.2.0   5.1.0 -     to 5.1.0 5.1.0 'so says' 'echo 5.1.0 >"$stamped"; echo text >>"$tree/linedb"'
     # Behind an early end, nothing before it is mended.
     row before 5.1.0 2.2.0 2.2.0   2.2.0 5.1.0 no 2.2.0 2.2.0 'did not come to its end'
     # A recovery copy: the label of what it would put back, unless that may be another tree.
@@ -145,7 +150,7 @@ at "$work/unit"
     [ "$(stat -c %a "$live")" = 640 ] || fail 'the label has another mode'
     row after  5.1.0 5.1.0 2.2.0   5.1.0 5.1.0 to 5.1.0 5.1.0 'up to date' 'chmod a-w "${live%/*}" "$tree"'
     row after  5.1.0 5.1.0 2.2.0   5.1.0 -     to 5.1.0 5.1.0 'up to date' 'echo 5.1.0 >"$stamped"'
-    [ -e "$stamped" ] || fail 'what tells of another linedb is forgotten by one start'
+    [ ! -e "$stamped" ] || fail 'the linedb that was restored would be taken for a backup'
     row after  5.1.0 -     2.2.0   5.1.0 5.1.0 to 5.1.0 5.1.0 'now says'
     row after  5.1.0 2.2.0 2.2.0   5.1.0 5.1.0 to 5.1.0 5.1.0 'now says' 'mv "$live" "$work/l"; ln -s "$work/l" "$live"'
     [ -L "$live" ] || fail 'a link is replaced'
@@ -293,6 +298,18 @@ make_appliance "$work/other" 2.2.0
 cp -a "$work/other/etc/orix-conf/telephony/linedb" "$tree"
 adopt before
 expect 'a backup that was put over the tree' "$version" "$version" 'a backup put back' 3
+
+# A linedb that is lost: the factory's takes its place, and nothing stands in the way of that.
+again
+start
+# shellcheck disable=SC2016 # for eval
+for damage in 'rm "$tree/linedb"' 'echo { >"$tree/linedb"'; do
+    eval "$damage"
+    start
+    start
+    expect "a linedb that was lost by $damage" "$version" "$version" 'up to date'
+    grep -q 'section general' "$tree/linedb" || fail "$damage: it is not restored"
+done
 
 # A run that ends before the conversions, and the remedy.
 again
