@@ -17,21 +17,27 @@ std::string Packed(std::string_view text) {
     return frame;
 }
 
-std::vector<std::string> Unpacked(std::string_view frames, std::size_t most) {
-    constexpr unsigned long long largest = 1ULL << 30;
-    std::vector<std::string> texts;
-    while (!frames.empty() && texts.size() < most) {
-        const std::size_t packed = ZSTD_findFrameCompressedSize(frames.data(), frames.size());
-        const unsigned long long size = ZSTD_getFrameContentSize(frames.data(), frames.size());
-        if (ZSTD_isError(packed) != 0 || size > largest)  // which is also what an error is
-            break;
-        std::string text(size, '\0');
-        if (ZSTD_isError(ZSTD_decompress(text.data(), text.size(), frames.data(), packed)) != 0)
-            break;
-        texts.push_back(std::move(text));
-        frames.remove_prefix(packed);
+std::vector<std::string_view> FramesOf(std::string_view bytes) {
+    std::vector<std::string_view> frames;
+    while (!bytes.empty()) {
+        const std::size_t size = ZSTD_findFrameCompressedSize(bytes.data(), bytes.size());
+        if (ZSTD_isError(size) != 0)
+            return {};
+        frames.push_back(bytes.substr(0, size));
+        bytes.remove_prefix(size);
     }
-    return texts;
+    return frames;
+}
+
+std::optional<std::string> Unpacked(std::string_view frame) {
+    constexpr unsigned long long largest = 1ULL << 30;
+    const unsigned long long size = ZSTD_getFrameContentSize(frame.data(), frame.size());
+    if (size > largest)  // which is also what an error is
+        return std::nullopt;
+    std::string text(size, '\0');
+    if (ZSTD_isError(ZSTD_decompress(text.data(), text.size(), frame.data(), frame.size())) != 0)
+        return std::nullopt;
+    return text;
 }
 
 }  // namespace rehearse

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -9,7 +10,10 @@ namespace rehearse {
 /// A text as a frame of zstd. Frames can stand behind one another in a file.
 std::string Packed(std::string_view text);
 
-/// The first frames of a file; fewer when there are not so many, or one is damaged.
-std::vector<std::string> Unpacked(std::string_view frames, std::size_t most);
+/// The frames of a file, packed as they are; none when the file does not end with a whole one.
+std::vector<std::string_view> FramesOf(std::string_view bytes);
+
+/// A frame's text; nothing when it is damaged.
+std::optional<std::string> Unpacked(std::string_view frame);
 
 }  // namespace rehearse

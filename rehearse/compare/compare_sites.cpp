@@ -101,15 +101,20 @@ std::optional<Line> MovedLine(std::vector<Line> old, std::vector<Line> now) {
 
 class TreeComparison {
 public:
-    TreeComparison(const KeptResult& baseline, const KeptResult& candidate,
+    struct Side {
+        const KeptTree& tree;
+        const KeptSummary& summary;
+    };
+
+    TreeComparison(const Side& baseline, const Side& candidate,
                    std::vector<SiteDifference>& differences)
         : old_(baseline), now_(candidate), differences_(differences) {}
 
     void Compare() {
-        auto before = old_.tree->files.begin();
-        auto after = now_.tree->files.begin();
-        const auto beforeEnd = old_.tree->files.end();
-        const auto afterEnd = now_.tree->files.end();
+        auto before = old_.tree.files.begin();
+        auto after = now_.tree.files.begin();
+        const auto beforeEnd = old_.tree.files.end();
+        const auto afterEnd = now_.tree.files.end();
         while (before != beforeEnd || after != afterEnd) {
             if (after == afterEnd || (before != beforeEnd && before->path < after->path))
                 AddFile("went", *before++, old_);
@@ -121,11 +126,11 @@ public:
     }
 
 private:
-    static const std::string& StepsOf(const KeptResult& result, const KeptSetting& setting) {
-        return result.tree->steps.at(static_cast<std::size_t>(setting.made));
+    static const std::string& StepsOf(const Side& result, const KeptSetting& setting) {
+        return result.tree.steps.at(static_cast<std::size_t>(setting.made));
     }
 
-    void AddFile(const char* change, const KeptFile& file, const KeptResult& result) {
+    void AddFile(const char* change, const KeptFile& file, const Side& result) {
         SiteDifference difference;
         difference.kind = "file";
         difference.change = change;
@@ -182,7 +187,7 @@ private:
     }
 
     /// The steps that made a setting what it is.
-    static std::string StepsAt(const KeptResult& result, const KeptFile& file, std::size_t section,
+    static std::string StepsAt(const Side& result, const KeptFile& file, std::size_t section,
                                const Setting& wanted) {
         if (section >= file.sections.size())
             return {};
@@ -235,8 +240,8 @@ private:
         differences_.push_back(std::move(difference));
     }
 
-    const KeptResult& old_;
-    const KeptResult& now_;
+    const Side old_;
+    const Side now_;
     std::vector<SiteDifference>& differences_;
 };
 
@@ -288,8 +293,12 @@ public:
         CompareVerdicts();
         // Of an upgrade that did not come to its end, all that it did not reach would be told.
         isCutShort_ = isWorse_;
-        if (!isCutShort_ && old_.tree && now_.tree)
-            TreeComparison(old_, now_, comparison_.differences).Compare();
+        const bool hadNone = isBetter_ && old_.packedTree.empty();  // it crashed
+        if (!isCutShort_ && !hadNone && !CompareTrees()) {
+            comparison_.comparedClass = "unknown";
+            comparison_.note = "one of the two has no upgraded tree of it that can be read";
+            return comparison_;
+        }
         std::erase_if(comparison_.differences, [&](const SiteDifference& one) {
             return one.kind != "verdict" &&
                    IsWaived({"changed", one.file, one.section, one.key, ""});
@@ -335,6 +344,18 @@ private:
         difference.after = KindOf(after).label;
         difference.text = isWorse_ ? now_.summary.verdict.summary : "";
         comparison_.differences.push_back(std::move(difference));
+    }
+
+    /// False when they cannot be compared. Alike ones, which most are, are not even unpacked.
+    bool CompareTrees() {
+        if (old_.packedTree == now_.packedTree)
+            return true;
+        const auto before = UnpackedTree(old_.packedTree);
+        const auto after = UnpackedTree(now_.packedTree);
+        if (before && after)
+            TreeComparison({*before, old_.summary}, {*after, now_.summary}, comparison_.differences)
+                .Compare();
+        return before && after;
     }
 
     void CompareProblems() {
@@ -383,13 +404,6 @@ private:
 };
 
 }  // namespace
-
-std::optional<KeptResult> ReadKeptResult(const std::string& path) {
-    auto summary = ReadKept(path);
-    if (!summary)
-        return std::nullopt;
-    return KeptResult{std::move(*summary), ReadKeptTree(path)};
-}
 
 SiteComparison CompareSites(const std::string& site, const KeptResult& baseline,
                             const KeptResult& candidate, const Waivers& waivers) {

@@ -25,13 +25,6 @@ struct SiteDifference {
     std::string action;
 };
 
-/// A result as it is kept.
-struct KeptResult {
-    KeptSummary summary;
-    std::optional<KeptTree> tree;  // of what has one
-};
-std::optional<KeptResult> ReadKeptResult(const std::string& path);
-
 struct SiteComparison {
     std::string comparedClass;  // of SiteClasses
     std::string note;

@@ -14,14 +14,13 @@ std::string PackedJson(const Json& json) {
     return Packed({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
 }
 
-/// One of the parts of a file of results.
 template <typename Part>
-std::optional<Part> ReadPart(const std::string& path, std::size_t number) {
-    const std::vector<std::string> parts = Unpacked(ReadAll(path), number + 1);
-    if (parts.size() <= number)
+std::optional<Part> UnpackedJson(std::string_view frame) {
+    const auto text = Unpacked(frame);
+    if (!text)
         return std::nullopt;
     try {
-        return Json::from_msgpack(parts[number]).get<Part>();
+        return Json::from_msgpack(*text).get<Part>();
     } catch (const Json::exception&) {
         return std::nullopt;  // of another version
     }
@@ -52,11 +51,22 @@ void WriteKept(const std::string& path, const KeptSummary& summary, const std::s
 }
 
 std::optional<KeptSummary> ReadKept(const std::string& path) {
-    return ReadPart<KeptSummary>(path, 0);
+    const std::string bytes = ReadAll(path);
+    const std::vector<std::string_view> frames = FramesOf(bytes);
+    return frames.empty() ? std::nullopt : UnpackedJson<KeptSummary>(frames.front());
 }
 
-std::optional<KeptTree> ReadKeptTree(const std::string& path) {
-    return ReadPart<KeptTree>(path, 1);
+std::optional<KeptResult> ReadKeptResult(const std::string& path) {
+    const std::string bytes = ReadAll(path);
+    const std::vector<std::string_view> frames = FramesOf(bytes);
+    auto summary = frames.empty() ? std::nullopt : UnpackedJson<KeptSummary>(frames.front());
+    if (!summary)
+        return std::nullopt;
+    return KeptResult{std::move(*summary), std::string(frames.size() > 1 ? frames[1] : "")};
+}
+
+std::optional<KeptTree> UnpackedTree(const std::string& packedTree) {
+    return UnpackedJson<KeptTree>(packedTree);
 }
 
 }  // namespace rehearse

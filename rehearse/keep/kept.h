@@ -66,8 +66,15 @@ std::string PackedTree(const KeptTree& tree);
 /// Writes a file of one result; `packedTree` is empty when there is no upgraded tree.
 void WriteKept(const std::string& path, const KeptSummary& summary, const std::string& packedTree);
 
+/// A result as it is kept. Its tree is unpacked only where it is looked into.
+struct KeptResult {
+    KeptSummary summary;
+    std::string packedTree;  // empty when there is none
+};
+
 /// Nothing when there is no such file, or it is not whole.
 std::optional<KeptSummary> ReadKept(const std::string& path);
-std::optional<KeptTree> ReadKeptTree(const std::string& path);
+std::optional<KeptResult> ReadKeptResult(const std::string& path);
+std::optional<KeptTree> UnpackedTree(const std::string& packedTree);
 
 }  // namespace rehearse
