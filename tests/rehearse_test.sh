@@ -243,7 +243,8 @@ says 'killed by signal 11'
 printf '#!/bin/sh\ngrep -q current_version %s/linedb && kill -SEGV $$\n/mnt/setupmend\n' "${live#"$site"}" >"$work/crasher"
 run 3 --binary "$work/crasher" "$work/carrier"
 says 'signal 11 (Segmentation fault), at the next start'
-run 3 --binary "$work/sleeper" --time-limit 6 --html "$work/sleeper.html" "$sample"
+echo 'time-limit = 6' >"$work/carrier/setupmend-site.toml"  # its own counts
+run 3 --binary "$work/sleeper" --time-limit "$limit" --html "$work/sleeper.html" "$work/carrier"
 says 'it took more than 6 seconds'
 # What it did up to there is told.
 spoilt hanging
@@ -306,6 +307,8 @@ cp "$work/rehearsed/fleet.json" "$work/fleet.json"
 valid fleet.json fleet
 check 'every site is a row' [ "$(json "$work/fleet.json" 'len(r["sites"])')" -eq "$sites" ]
 check 'the one that hangs is told' [ "$(json "$work/fleet.json" '[s["name"] for s in r["sites"] if s["result"] == "crashed"]')" = "['site-0004']" ]
+check 'a problem leads to its sites' [ "$(json "$work/fleet.json" '[[r["sites"][i]["name"] for i in p["sites"]]
+    for p in r["problems"] if "forwardlistdb" in p["text"]][0][0]')" = site-0001.tar.gz ]
 check 'each has its page' [ "$(find "$work/rehearsed/sites" -name '*.html' | wc -l)" -ge $((sites - 1)) ]
 # Interrupted: of two sites nothing is kept yet.
 rm "$work/rehearsed/sites/site-000"[56]*.kept

@@ -18,7 +18,7 @@ bool IsWordCharacter(char c) {
 }
 
 /// A short number may be anything; it is hidden only where its key stands beside it.
-bool IsTelling(const std::string& value) {
+bool IsTelling(std::string_view value) {
     const bool isNumber = std::all_of(value.begin(), value.end(), [](char c) {
         return std::isdigit(static_cast<unsigned char>(c)) != 0;
     });
@@ -34,6 +34,10 @@ bool MayHoldSecret(const FileState& state) {
         if (state.content->find(part) != std::string::npos)
             return true;
     return false;
+}
+
+std::string Words(std::size_t size, unsigned number) {
+    return fmt::format("hidden, {} characters (no. {})", size, number);
 }
 
 std::string Trimmed(std::string_view text) {
@@ -76,7 +80,7 @@ void Secrets::Learn(const SettingsFile& file) {
     for (const SettingsSection& section : file.sections)
         for (const Setting& setting : section.settings)
             if (!setting.value.empty() && IsSecretKey(setting.key))
-                numbers_.emplace(setting.value, numbers_.size() + 1);
+                NumberOf(setting.value);
 }
 
 void Secrets::Learn(const TreeState& state) {
@@ -87,10 +91,12 @@ void Secrets::Learn(const TreeState& state) {
 }
 
 std::string Secrets::Hidden(const std::string& value) {
-    if (value.empty())
-        return value;
-    const auto number = numbers_.emplace(value, numbers_.size() + 1).first->second;
-    return fmt::format("hidden, {} characters (no. {})", value.size(), number);
+    return value.empty() ? value : Words(value.size(), NumberOf(value));
+}
+
+unsigned Secrets::NumberOf(const std::string& value) {
+    sizes_.insert(value.size());
+    return numbers_.emplace(value, static_cast<unsigned>(numbers_.size() + 1)).first->second;
 }
 
 std::string Secrets::Value(const std::string& key, const std::string& value) {
@@ -100,31 +106,31 @@ std::string Secrets::Value(const std::string& key, const std::string& value) {
 }
 
 /// Known values as words of their own, whatever stands around them.
-std::string Secrets::WithoutKnown(std::string text) const {
-    std::size_t begin = 0;
-    while (begin < text.size()) {
-        // A secret may hold what parts words, so each place is tried with the rest of the line.
-        const std::size_t end = std::min(text.find_first_of(" \t\n\"'()", begin), text.size());
-        constexpr std::size_t longest = 200;  // what is longer is no setting's
-        const std::string word = text.substr(begin, std::min(longest, end - begin));
-        for (std::size_t at = 0; at < word.size(); ++at) {
-            if (at != 0 && IsWordCharacter(word[at - 1]))
-                continue;
-            for (std::size_t size = word.size() - at; size >= shortest; --size) {
-                if (at + size < word.size() && IsWordCharacter(word[at + size]))
-                    continue;
-                const auto known = numbers_.find(word.substr(at, size));
-                if (known == numbers_.end() || !IsTelling(known->first))
-                    continue;
-                const std::string hidden =
-                    fmt::format("hidden, {} characters (no. {})", size, known->second);
-                return text.substr(0, begin + at) + hidden +
-                       WithoutKnown(text.substr(begin + at + size));
-            }
+std::string Secrets::WithoutKnown(const std::string& text) const {
+    std::string hidden;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::string_view rest = std::string_view(text).substr(at);
+        const std::size_t size = at != 0 && IsWordCharacter(text[at - 1]) ? 0 : KnownAtBegin(rest);
+        if (size == 0) {
+            hidden += text[at++];
+            continue;
         }
-        begin = end + 1;
+        hidden += Words(size, numbers_.find(rest.substr(0, size))->second);
+        at += size;
     }
-    return text;
+    return hidden;
+}
+
+/// The length of the longest known value that a text begins with, and that is a word there.
+std::size_t Secrets::KnownAtBegin(std::string_view text) const {
+    for (const std::size_t size : sizes_) {
+        const bool isWord =
+            size == text.size() || (size < text.size() && !IsWordCharacter(text[size]));
+        if (isWord && numbers_.find(text.substr(0, size)) != numbers_.end() &&
+            IsTelling(text.substr(0, size)))
+            return size;
+    }
+    return 0;
 }
 
 std::string Secrets::Line(const std::string& line) {

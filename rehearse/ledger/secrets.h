@@ -1,8 +1,10 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
+#include <string_view>
 
 #include "rehearse/ledger/settings.h"
 
@@ -30,11 +32,14 @@ public:
 
 private:
     std::string Hidden(const std::string& value);
-    std::string WithoutKnown(std::string text) const;
+    unsigned NumberOf(const std::string& value);
+    std::string WithoutKnown(const std::string& text) const;
+    std::size_t KnownAtBegin(std::string_view text) const;
 
     bool areShown_;
-    std::map<std::string, unsigned> numbers_;  // by value
-    std::set<const std::string*> learned_;     // bytes of files
+    std::map<std::string, unsigned, std::less<>> numbers_;  // by value
+    std::set<std::size_t, std::greater<>> sizes_;           // of the values, the longest first
+    std::set<const std::string*> learned_;                  // bytes of files
 };
 
 }  // namespace rehearse

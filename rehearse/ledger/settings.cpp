@@ -272,13 +272,16 @@ const SettingsSection* SettingsFile::Section(const std::string& name) const {
 }
 
 SettingsFile ReadSettings(const FileState* state) {
-    if (state == nullptr || !S_ISREG(state->info.st_mode) || !state->content ||
-        state->content->find('\0') != std::string::npos)
-        return {true, {{"", true, {}, {}}}};
+    SettingsFile none{true, {{"", true, {}, {}}}};
+    if (state == nullptr || !S_ISREG(state->info.st_mode) || !state->content)
+        return none;
     try {
         Document document(*state->content, Document::Layout::Sectioned, "");
         return SettingsOf(document);
     } catch (const Configuration::FileError&) {
+        // The store keeps a NUL like any other byte; but this is no text, such as a recording.
+        if (state->content->find('\0') != std::string::npos)
+            return none;
         Document document(*state->content, Document::Layout::Flat, "");
         SettingsFile file = SettingsOf(document);
         file.isReadable = false;

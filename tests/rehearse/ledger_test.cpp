@@ -117,6 +117,11 @@ TEST(Ledger, WhatStandsInNoRowIsBlamed) {
          {{"tree/dialplan.cfg", "[|pattern=1|][|pattern=2|]"}},
          {{"tree/dialplan.cfg", "[|pattern=2|]"}},
          {"dialplan.cfg pattern dropped"}},
+        {"group lists",
+         "3.0.6",
+         {{"tree/linedb", std::string("[general|a=\0|b=2|]", 18)}},
+         {{"tree/linedb", std::string("[general|a=\0|]", 14)}},
+         {"linedb b dropped"}},
         // New ones: the factory's, a step's, nobody's.
         {"file merge",
          "3.0.0",

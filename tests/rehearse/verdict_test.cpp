@@ -136,8 +136,8 @@ TEST(Secrets, AreHiddenByKeyAndByValue) {
         rehearse::ReadSettings(State({{"f", "password=oak-ash|[a|pin=4711|]"}})["f"].get()));
     const std::string oak = "hidden, 7 characters (no. 1)";
     const std::string pin = "hidden, 4 characters (no. 2)";
+    EXPECT_EQ(secrets.Value("note", "oak-ash"), oak) << "learned, before its key is met";
     EXPECT_EQ(secrets.Value("SIP_password", "oak-ash"), oak);
-    EXPECT_EQ(secrets.Value("note", "oak-ash"), oak);
     EXPECT_EQ(secrets.Value("extension", "4711"), "4711") << "a short number may be anything";
     for (const auto& [line, hidden] :
          {std::pair<std::string, std::string>{"+password=oak-ash", "+password=" + oak},
@@ -146,6 +146,7 @@ TEST(Secrets, AreHiddenByKeyAndByValue) {
            "\t- added entry \"pin\" with value \"" + pin + "\" to section \"a\""},
           {"\tpassword\t\t\toak-ash", "\tpassword\t\t\t" + oak},
           {"rtsync: bad (oak-ash)", "rtsync: bad (" + oak + ")"},
+          {"x=" + std::string(300, '-') + "oak-ash", "x=" + std::string(300, '-') + oak},
           {"soak-ashes=1", "soak-ashes=1"}})
         EXPECT_EQ(secrets.Line(line), hidden);
     EXPECT_EQ(rehearse::Secrets(true).Value("password", "x"), "x");
@@ -159,4 +160,7 @@ TEST(Terminal, GetsNoControlCharacters) {
           {"\xff\xc3", "??"},
           {"\xc2\x9bm", "\\u009bm"}})
         EXPECT_EQ(rehearse::Printable(text), printable);
+    rehearse::SiteResult site;
+    site.site.name = "a\nb";
+    EXPECT_TRUE(Holds(VerdictText(site), "a\\u000ab:")) << "a line of its own could say anything";
 }
