@@ -15,7 +15,7 @@ LIC_FILES_CHKSUM = "file://LICENSE;md5=a1a7d3265b2c3b29926e74a7611c5a27"
 SETUPMEND_REPOSITORY ?= "example.com/setupmend.git"
 SETUPMEND_PROTOCOL ?= "https"
 SRC_URI = "git://${SETUPMEND_REPOSITORY};protocol=${SETUPMEND_PROTOCOL};branch=main;destsuffix=${BP}"
-SRCREV = "4f2df8a5b3b554e667a0b8c88e274f2fd28828a7"
+SRCREV = "5cb1961c0d2b844842663349e78e9928e5348a8f"
 
 inherit cmake systemd update-rc.d
 
