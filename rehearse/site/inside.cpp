@@ -123,8 +123,8 @@ std::vector<std::string> ArgumentsOf(const Inside& inside) {
 int RunInside(const Inside& inside) {
     std::signal(SIGPIPE, SIG_IGN);
     InsideResult result = Rehearsal(inside).Hold();  // which lets go of the trees
-    const Json json = std::exchange(result, {});
-    WriteFile(AtScratch("result.json"), Text(json, -1));
+    const std::vector<std::uint8_t> bytes = Json::to_msgpack(std::exchange(result, {}));
+    WriteFile(AtScratch("result"), {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
     return 0;
 }
 

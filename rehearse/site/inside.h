@@ -7,8 +7,8 @@ namespace rehearse {
 
 /// What the sandbox is made for: the program, started again as root of the copy. It upgrades the
 /// appliance that it finds at the real places, looks on, starts it once more, upgrades it anew with
-/// its directories in the other order, and leaves in /scratch: result.json, an InsideResult;
-/// mend.log; kept, when there is a file "key"; and what is asked for.
+/// its directories in the other order, and leaves in /scratch: result, an InsideResult as
+/// MessagePack; mend.log; kept, when there is a file "key"; and what is asked for.
 struct Inside {
     std::string configRoot;  // setupmend's only argument; empty for none
     std::string explain;     // what to tell the ways of; empty for nothing

@@ -356,7 +356,7 @@ Held Hold(Request request, const std::string& key, Progress& progress, SiteResul
                 WriteFile(request.report, ReportIn(places.scratch));
             return {result, {}, RealRoot(request, places.pristine), ""};
         }
-        InsideResult ran = Json::parse(ReadAll(places.scratch + "/result.json"));
+        InsideResult ran = Json::from_msgpack(ReadAll(places.scratch + "/result"));
         HandOver(request, places.root, places.scratch);
         ran.site.program = result.program;
         ran.site.site = result.site;
@@ -453,13 +453,13 @@ Rehearsed RehearseSite(const Request& request, Progress& progress) {
     WaiveIn(result, waivers);
     result.seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
-    const Json json = result;
+    Json json = result;
     if (request.json == "-")
         fmt::print("{}\n", Text(json));
     else if (!request.json.empty())  // a fleet's are thousands, and read by programs
         WriteFile(request.json, Text(json, request.keep.empty() ? 1 : -1) + "\n");
     if (!request.html.empty())
-        WriteFile(request.html, Page(json));
+        WriteFile(request.html, Page(std::move(json)));
     if (!request.keep.empty())
         Keep(request, backup, held);
     return {std::move(held.site), std::move(held.explained)};
