@@ -9,7 +9,7 @@ namespace rehearse {
 namespace {
 
 constexpr std::size_t mostItems = 3;   // told of a group
-constexpr std::size_t mostLines = 34;  // told in all
+constexpr std::size_t mostLines = 35;  // told in all
 
 std::string ResultOf(const Outcome& outcome, std::size_t problems) {
     if (!outcome.crash.empty())
@@ -186,8 +186,9 @@ std::string VerdictText(const SiteResult& result) {
     std::size_t told = 0;
     for (const Problem& problem : result.problems) {
         if (lines.size() > mostLines - 8) {
-            lines.push_back(fmt::format("  and {} kinds more: see --html or --json",
-                                        result.problems.size() - told));
+            const std::size_t more = result.problems.size() - told;
+            lines.push_back(fmt::format("  and {} kind{} more: see --html or --json", more,
+                                        more == 1 ? "" : "s"));
             break;
         }
         AddProblem(lines, problem);
