@@ -1,4 +1,6 @@
 #include <CLI/CLI.hpp>
+#include <clocale>
+#include <csignal>
 #include <cstdio>
 #include <fmt/format.h>
 #include <string>
@@ -116,7 +118,7 @@ void Describe(CLI::App& app, CommandLine& line) {
         ->needs(dir);
     app.add_option("--time-limit", line.secondsAtMost, "Seconds that a site may take")
         ->capture_default_str()
-        ->check(CLI::PositiveNumber);
+        ->check(CLI::Range(1U, 999'999U));
     // The sandbox starts us so, and a fleet.
     app.add_option("--inside", line.inside)->group("");
     app.add_option("--keep", site.keep)->group("");
@@ -162,6 +164,7 @@ int Run(int argc, char** argv) {
                                     !line.site.apply.empty(), !line.site.diff.empty(),
                                     !line.site.binary.empty(), line.site.showsSecrets,
                                     line.inside});
+    std::setlocale(LC_CTYPE, "C.UTF-8");  // archives name their files so
     rehearse::CatchInterrupts();
     line.fleet.secondsAtMost = line.secondsAtMost;
     if (!line.fleet.directory.empty())
@@ -172,6 +175,8 @@ int Run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Whoever starts us may ignore it, and no child could be waited for.
+    std::signal(SIGCHLD, SIG_DFL);
     try {
         return Run(argc, argv);
     } catch (const rehearse::Misuse& error) {

@@ -337,15 +337,17 @@ rm -r "$work/gate/plain/etc/default-conf"
 ln -s nowhere "$work/gate/vanished"
 echo sums >"$work/gate/SHA256SUMS"
 run 69 --programs another --keep "$work/kept" "$work/healthy"  # on another machine, of a fleet
+mkdir -p "$work/mine/firmware"
+refused 64 'is no OUT of a fleet' --fleet "$work/gate" --out "$work/mine"
 refused 'the firmware is 5.9.0, and 5.1.0 was expected' --firmware "$work/firmware" --expect 5.1.0 "$work/healthy"
 run 1 --fleet "$work/gate" --firmware "$work/old.tar.gz" --expect "$newest" --only plain --only other-root
-run 0 --fleet "$work/gate" --firmware "$work/firmware" --against-firmware "$work/old.tar.gz" --out "$work/gated"
-says '3 unchanged'
+run 4 --fleet "$work/gate" --firmware "$work/firmware" --against-firmware "$work/old.tar.gz" --out "$work/gated"
+says '1 unknown, 2 unchanged'
 says '1 file passed over'
 cp "$work/gated/fleet.json" "$work/gated.json"
 valid gated.json fleet
 check 'every site is a row, with the class' [ "$(json "$work/gated.json" 'sorted((s["name"], s["to"], s["comparedClass"])
-    for s in r["sites"])')" = "[('other-root', '5.9.0', 'unchanged'), ('plain', '5.9.0', 'unchanged'), ('vanished', '', 'unchanged')]" ]
+    for s in r["sites"])')" = "[('other-root', '5.9.0', 'unchanged'), ('plain', '5.9.0', 'unchanged'), ('vanished', '', 'unknown')]" ]
 check 'what is kept is small' [ "$(stat -c %s "$work/gated/sites/plain.kept")" -lt 30000 ]
 
 # A candidate that forgets a setting, one that answers now so and now so, and one that is meant to.

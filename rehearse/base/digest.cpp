@@ -37,11 +37,12 @@ Digest& Digest::AddFile(const std::string& path) {
 }
 
 Digest& Digest::AddTree(const std::string& path) {
-    AddEntry(fs::is_directory(path) ? path + "/." : path, "");  // a link to it is it
-    if (!fs::is_directory(path))
+    std::error_code error;
+    const bool isDirectory = fs::is_directory(path, error);
+    AddEntry(isDirectory ? path + "/." : path, "");  // a link to it is it
+    if (!isDirectory)
         return *this;
     std::vector<std::string> names;
-    std::error_code error;
     for (auto entry = fs::recursive_directory_iterator(
              path, fs::directory_options::skip_permission_denied, error);
          !error && entry != fs::recursive_directory_iterator(); entry.increment(error))

@@ -67,7 +67,11 @@ std::size_t TakeCharacter(std::string_view text, unsigned long& number) {
             return 0;
         number = number << 6 | (byte(i) & 0x3fU);
     }
-    return length;
+    // Longer than it need be, a surrogate, or beyond the last: no XML has those.
+    const unsigned long least[] = {0, 0, 0x80, 0x800, 0x10000};
+    const bool isNone = number < least[length] || number > 0x10ffff ||
+                        (number >= 0xd800 && number <= 0xdfff) || (number & 0xfffeU) == 0xfffe;
+    return isNone ? 0 : length;
 }
 
 bool ControlsTerminal(unsigned long number) {

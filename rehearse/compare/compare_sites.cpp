@@ -13,9 +13,11 @@
 namespace rehearse {
 namespace {
 
-/// The gravity of a verdict; problems are compared one by one, and not through it.
+/// The gravity of a verdict; problems are compared one by one, and trees by setting, not through
+/// it.
 std::size_t VerdictRank(const std::string& result) {
-    const std::string& id = result == "upgraded-with-problems" ? "upgraded" : result;
+    const bool isSound = result == "upgraded-with-problems" || result == "up-to-date";
+    const std::string& id = isSound ? "upgraded" : result;
     return static_cast<std::size_t>(&KindOf(id) - ResultKinds().data());
 }
 
@@ -212,8 +214,8 @@ private:
     bool IsStamp(const SettingChange& change) const {
         const std::string& from = old_.summary.verdict.to;
         const std::string& to = now_.summary.verdict.to;
-        return change.before && change.after && !from.empty() && from != to &&
-               *change.before == from && *change.after == to;
+        return change.key == "current_version" && change.before && change.after && !from.empty() &&
+               from != to && *change.before == from && *change.after == to;
     }
 
     void AddSetting(const KeptFile& before, const KeptFile& after, const SettingsFile& old,
@@ -286,15 +288,17 @@ public:
     SiteComparison Compare() {
         if (const std::string why = WhyUnknown(); !why.empty()) {
             comparison_.comparedClass =
-                IsWaived({now_.summary.verdict.result, "", "", "", ""}) ? "unchanged" : "unknown";
+                IsKnown({now_.summary.verdict.result, "", "", "", ""}) ? "unchanged" : "unknown";
             comparison_.note = why;
             return comparison_;
         }
         CompareVerdicts();
         // Of an upgrade that did not come to its end, all that it did not reach would be told.
         isCutShort_ = isWorse_;
-        const bool hadNone = isBetter_ && old_.packedTree.empty();  // it crashed
-        if (!isCutShort_ && !hadNone && !CompareTrees()) {
+        // What crashed has none.
+        const bool hasNone =
+            (isBetter_ && old_.packedTree.empty()) || (isVerdictWaived_ && now_.packedTree.empty());
+        if (!isCutShort_ && !hasNone && !CompareTrees()) {
             comparison_.comparedClass = "unknown";
             comparison_.note = "one of the two has no upgraded tree of it that can be read";
             return comparison_;
@@ -312,15 +316,18 @@ private:
     std::string WhyUnknown() const {
         const Verdict& before = old_.summary.verdict;
         const Verdict& after = now_.summary.verdict;
-        // One that cannot be held for the same reason as before is what it was.
-        if (before.result == "not-held" && after.summary != before.summary)
-            return "in the baseline: " + before.summary;
-        if (after.result == "not-held" && after.summary != before.summary)
+        // Also where both could not: a machine that can hold none must not pass for a sound fleet.
+        if (after.result == "not-held")
             return "now: " + after.summary;
+        if (before.result == "not-held")
+            return "in the baseline: " + before.summary;
         if (old_.summary.backup != now_.summary.backup)
             return "its backup is another one than the baseline's; rehearse the baseline again";
         return {};
     }
+
+    /// Verdicts and problems, which are counted where the site's own are.
+    bool IsKnown(const Waivable& what) const { return waivers_.Find(site_, what) >= 0; }
 
     bool IsWaived(const Waivable& what) {
         const std::ptrdiff_t found = waivers_.Find(site_, what);
@@ -332,7 +339,8 @@ private:
     void CompareVerdicts() {
         const std::string& before = old_.summary.verdict.result;
         const std::string& after = now_.summary.verdict.result;
-        if (VerdictRank(before) == VerdictRank(after) || IsWaived({after, "", "", "", ""}))
+        isVerdictWaived_ = IsKnown({after, "", "", "", ""});
+        if (VerdictRank(before) == VerdictRank(after) || isVerdictWaived_)
             return;
         isWorse_ = VerdictRank(after) < VerdictRank(before);
         isBetter_ = !isWorse_;
@@ -363,7 +371,7 @@ private:
         const auto after = ProblemsOf(now_.summary);
         for (const auto& [identity, found] : after) {
             if (before.contains(identity) ||
-                IsWaived({found.problem->rule, found.item->file, "", "", found.item->text}))
+                IsKnown({found.problem->rule, found.item->file, "", "", found.item->text}))
                 continue;
             isWorse_ = true;
             SiteDifference difference = DifferenceOf("problem", found);
@@ -373,9 +381,19 @@ private:
         }
         for (const auto& [identity, found] : before)
             if (!after.contains(identity)) {
-                solvedFiles_.insert(found.item->file);
+                solved_.push_back(found);
                 comparison_.differences.push_back(DifferenceOf("solved", found));
             }
+    }
+
+    /// Whether a difference is what became of a problem that is there no more.
+    bool IsOfSolved(const SiteDifference& one) const {
+        return std::any_of(solved_.begin(), solved_.end(), [&](const FoundProblem& found) {
+            const std::string& text =
+                found.item->reason.empty() ? found.item->text : found.item->reason;
+            return one.file == found.item->file &&
+                   (one.kind != "setting" || text.find(one.key) != std::string::npos);
+        });
     }
 
     /// A site is fixed when what differs belongs to what was fixed; a change elsewhere is one.
@@ -384,12 +402,10 @@ private:
             return "regressed";
         if (isBetter_)
             return "fixed";
-        const bool isElsewhere =
-            std::any_of(comparison_.differences.begin(), comparison_.differences.end(),
-                        [&](const SiteDifference& one) {
-                            return one.kind != "solved" && !solvedFiles_.contains(one.file);
-                        });
-        return isElsewhere ? "changed" : solvedFiles_.empty() ? "unchanged" : "fixed";
+        const bool isElsewhere = std::any_of(
+            comparison_.differences.begin(), comparison_.differences.end(),
+            [&](const SiteDifference& one) { return one.kind != "solved" && !IsOfSolved(one); });
+        return isElsewhere ? "changed" : solved_.empty() ? "unchanged" : "fixed";
     }
 
     const std::string& site_;
@@ -400,7 +416,8 @@ private:
     bool isWorse_ = false;
     bool isBetter_ = false;
     bool isCutShort_ = false;
-    std::set<std::string> solvedFiles_;
+    bool isVerdictWaived_ = false;
+    std::vector<FoundProblem> solved_;  // of the baseline
 };
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "rehearse/fleet/backups.h"
 
 #include <fnmatch.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -23,7 +24,8 @@ bool IsArchive(const fs::path& path) {
         if (name.ends_with(end))
             return true;
     constexpr std::size_t head = 512;  // of a tar archive
-    const std::string bytes = ReadAll(path, head);
+    std::error_code error;
+    const std::string bytes = ReadAll(fs::canonical(path, error), head);  // of what a link leads to
     using namespace std::string_view_literals;
     for (const std::string_view begin : {"\x1f\x8b"sv,
                                          "\xfd"
@@ -40,7 +42,7 @@ bool IsBackup(const fs::directory_entry& entry) {
     std::error_code error;
     const fs::file_type type = entry.status(error).type();
     if (type == fs::file_type::regular)
-        return IsArchive(entry.path());
+        return access(entry.path().c_str(), R_OK) != 0 || IsArchive(entry.path());
     return type == fs::file_type::directory || entry.is_symlink(error);
 }
 

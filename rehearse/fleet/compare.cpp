@@ -14,13 +14,23 @@ namespace fs = std::filesystem;
 namespace rehearse {
 namespace {
 
-ComparedSide ReadSide(const std::string& out) {
+struct SideFile {
+    ComparedSide side;
+    std::string common;
+};
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(SideFile, side, common)
+
+SideFile ReadSide(const std::string& out) {
     const Json json = Json::parse(ReadAll(out + "/side.json"), nullptr, false);
     if (!json.is_object())
         throw Failure(out + " is not the OUT of a fleet that was rehearsed to its end");
-    ComparedSide side = json;
-    side.out = out;
-    return side;
+    try {
+        SideFile file = json;
+        file.side.out = out;
+        return file;
+    } catch (const Json::exception&) {
+        throw Failure(out + " is the OUT of another version; rehearse it again");
+    }
 }
 
 class FleetComparer {
@@ -31,8 +41,10 @@ public:
           gatherer_(gatherer),
           waivers_(waivers),
           baseline_(fs::weakly_canonical(baseline)) {
-        comparison_.baseline = ReadSide(baseline_);
-        comparison_.candidate = ReadSide(runner.Out());
+        const SideFile before = ReadSide(baseline_);
+        comparison_.baseline = before.side;
+        baselineCommon_ = before.common;
+        comparison_.candidate = ReadSide(runner.Out()).side;
         comparison_.kinds = SiteClasses();
     }
 
@@ -78,6 +90,11 @@ private:
         const auto old = ReadKeptResult(baseline_ + "/sites/" + site.row.name + ".kept");
         if (!old)
             return {"unknown", "the baseline has no result of it", {}, {}};
+        if (old->summary.common != baselineCommon_)  // left there by another run
+            return {"unknown",
+                    "the baseline's result is of another firmware, program or option",
+                    {},
+                    {}};
         return CompareSites(site.row.name, *old, Candidate(site, *old), waivers_);
     }
 
@@ -117,6 +134,7 @@ private:
     Gatherer& gatherer_;
     const Waivers& waivers_;
     std::string baseline_;
+    std::string baselineCommon_;
     Comparison comparison_;
     DifferenceTable table_;
 };
@@ -144,8 +162,12 @@ std::vector<std::string> OnlyInBaseline(const std::string& baseline,
     return missing;
 }
 
-void WriteSide(const std::string& out, const ComparedSide& side) {
-    WriteFile(out + "/side.json", Text(side) + "\n");
+void RequireSide(const std::string& out) {
+    ReadSide(out);
+}
+
+void WriteSide(const std::string& out, const ComparedSide& side, const std::string& common) {
+    WriteFile(out + "/side.json", Text(SideFile{side, common}) + "\n");
 }
 
 }  // namespace rehearse

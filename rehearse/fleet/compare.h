@@ -17,6 +17,8 @@ std::vector<std::string> OnlyInBaseline(const std::string& baseline,
                                         const std::vector<std::string>& names);
 
 /// What a comparison has to know of an OUT, which keeps it.
-void WriteSide(const std::string& out, const ComparedSide& side);
+void WriteSide(const std::string& out, const ComparedSide& side, const std::string& common);
+/// Throws Failure when an OUT has none of it, before anything is rehearsed to be compared with it.
+void RequireSide(const std::string& out);
 
 }  // namespace rehearse

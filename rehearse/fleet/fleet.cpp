@@ -111,12 +111,15 @@ public:
 
     /// `baseline` is another OUT, or empty.
     FleetResult Hold(const std::string& baseline) {
+        // Those of an earlier run must not pass for this one's, should it not come to its end.
+        for (const char* name : {"/side.json", "/fleet.json", "/fleet.html"})
+            fs::remove(runner_.Out() + name);
         const auto begin = std::chrono::steady_clock::now();
         const Backups backups = FindBackups(directory_, request_.only);
         const std::size_t reused = runner_.Run(backups.names, showsProgress_);
         for (const std::string& name : backups.names)
             gatherer_.Add(name);
-        WriteSide(runner_.Out(), Side());
+        WriteSide(runner_.Out(), Side(), runner_.Common());
         Comparison comparison;
         if (!baseline.empty())
             comparison = CompareFleet(runner_, gatherer_, baseline, waivers_, showsProgress_);
@@ -204,6 +207,8 @@ int RehearseFleet(const FleetRequest& request, const Request& site, bool showsPr
         baseline = HoldAgainst(request, site, out, showsProgress);
     if (!baseline.empty() && fs::weakly_canonical(baseline) == out)
         throw Failure("the baseline is OUT itself, which would be written over: " + out);
+    if (!baseline.empty())
+        RequireSide(baseline);
     Fleet fleet(request, site, out, showsProgress);
     const FleetResult result = fleet.Hold(baseline);
     fleet.Write(result);

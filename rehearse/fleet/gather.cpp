@@ -67,12 +67,16 @@ void FindWaivers(FleetResult& fleet) {
 /// What became of a site whose process has left no result.
 Verdict VerdictOf(const Job& job) {
     const bool isOther = job.exitStatus == OtherProgram::exitStatus;
+    const bool isUnwritten = job.exitStatus == 0 && job.signal == 0;
     Verdict verdict;
-    verdict.result = isOther ? "not-held" : "crashed";
+    verdict.result = isOther || isUnwritten ? "not-held" : "crashed";
     verdict.exitStatus = KindOf(verdict.result).exitStatus;
     verdict.summary =
         isOther ? "The rehearsal could not be held: a machine has another setupmend-rehearse, or "
                   "another program to rehearse with, than this one."
+        : isUnwritten
+            ? "The rehearsal could not be held: it left no result. Rehearse this site alone "
+              "to see why."
         : WasTooLong(job) ? "Crashed: the rehearsal was ended, for it did not end itself."
                           : fmt::format("Crashed: the rehearsal died (exit status {}, signal {}).",
                                         job.exitStatus, job.signal);
@@ -118,7 +122,11 @@ void Gatherer::AddDead(GatheredSite& site) {
     result.kinds = ResultKinds();
     result.seconds = job.seconds;
     result.verdict = VerdictOf(job);
-    WriteFile(runner_.Out() + "/" + site.row.page, Page(result));
+    try {
+        WriteFile(runner_.Out() + "/" + site.row.page, Page(result));
+    } catch (const Failure&) {
+        site.row.page.clear();  // its name is too long for one
+    }
     site.row.result = result.verdict.result;
     site.row.exitStatus = result.verdict.exitStatus;
     site.row.summary = result.verdict.summary;

@@ -7,7 +7,9 @@
 #include <algorithm>
 #include <filesystem>
 #include <fmt/format.h>
+#include <set>
 
+#include "files/look.h"
 #include "rehearse/base/digest.h"
 #include "rehearse/base/failure.h"
 #include "rehearse/base/progress.h"
@@ -36,6 +38,7 @@ std::string Quoted(const std::string& text) {
 FleetRunner::FleetRunner(const FleetRequest& request, const Request& site, std::string directory,
                          std::string out)
     : request_(request), site_(site), directory_(std::move(directory)), out_(std::move(out)) {
+    RequireOwn();
     for (const char* room : {"", "/sites", "/again"}) {
         fs::create_directories(out_ + room);
         fs::permissions(out_ + room, fs::perms::owner_all);
@@ -57,6 +60,23 @@ FleetRunner::FleetRunner(const FleetRequest& request, const Request& site, std::
 FleetRunner::~FleetRunner() {
     if (lock_ >= 0)
         close(lock_);
+}
+
+/// OUT is ours as a whole: what is in it may be replaced, and is open to nobody else.
+void FleetRunner::RequireOwn() const {
+    static const std::set<std::string> known = {
+        "sites",     "again",      "firmware",   "against",    "lock",
+        "side.json", "fleet.json", "fleet.html", "sites.list", "joblog"};
+    if (!fs::exists(out_))
+        return;
+    const bool isOfFleet = fs::exists(out_ + "/lock");
+    for (const fs::directory_entry& entry : fs::directory_iterator(out_)) {
+        const std::string name = entry.path().filename();
+        if (!isOfFleet && (!known.contains(name) || name == "firmware"))
+            throw Misuse(out_ + " has a " + name + ", and is no OUT of a fleet: name another");
+    }
+    if (!site_.firmware.empty() && files::IsWithin(fs::weakly_canonical(site_.firmware), out_))
+        throw Misuse(site_.firmware + " lies inside OUT, where it would be replaced");
 }
 
 /// The firmware is unpacked once, into OUT, where other machines find it as well.
@@ -119,10 +139,11 @@ void FleetRunner::Rehearse(const std::vector<std::string>& names, const std::str
                            bool showsProgress) {
     if (names.empty())
         return;
+    std::error_code error;
     // What is there is of something else; one that dies must not leave it as its own.
     for (const std::string& name : names)
         for (const char* end : {".kept", ".json", ".html"})
-            fs::remove(out_ + "/" + room + "/" + name + end);
+            fs::remove(out_ + "/" + room + "/" + name + end, error);  // or its name is too long
     fs::remove(out_ + "/joblog");
     const bool hasBar = showsProgress && isatty(STDERR_FILENO) == 1;
     Progress progress(showsProgress && !hasBar);

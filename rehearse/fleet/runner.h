@@ -35,12 +35,14 @@ public:
     Job JobOf(const std::string& name) const;
 
     const std::string& Out() const { return out_; }
+    const std::string& Common() const { return common_; }  // what all sites are asked
     const std::string& Target() const { return target_; }  // of --firmware
 
 private:
     std::string KeptIn(const std::string& room, const std::string& name) const {
         return out_ + "/" + room + "/" + name + ".kept";
     }
+    void RequireOwn() const;
     void TakeFirmwareOnce();
     bool Holds(const std::string& name, const std::string& kept) const;
     void Rehearse(const std::vector<std::string>& names, const std::string& room,

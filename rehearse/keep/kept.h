@@ -46,6 +46,7 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(KeptTree, steps, files)
 struct KeptSummary {
     std::string format = "setupmend-kept/1";
     std::string run;     // what was asked for: backup, firmware, program and options
+    std::string common;  // of that, what all sites of the fleet have
     std::string backup;  // tells one backup from another
     ProgramResult program;
     std::string
@@ -57,7 +58,7 @@ struct KeptSummary {
     std::vector<StepResult> steps;  // without what they said
     std::vector<std::string> extensions;
 };
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(KeptSummary, format, run, backup, program, root, seconds,
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(KeptSummary, format, run, common, backup, program, root, seconds,
                                    verdict, problems, harmless, steps, extensions)
 
 /// A tree for a file of results. Beside its summary it takes most of the room.

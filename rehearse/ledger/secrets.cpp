@@ -29,8 +29,8 @@ bool IsTelling(std::string_view value) {
 bool MayHoldSecret(const FileState& state) {
     if (!state.content || !S_ISREG(state.info.st_mode))
         return false;
-    for (const char* part : {"ass", "ASS", "ecret", "ECRET", "pwd", "PWD", "pin", "PIN", "Pin",
-                             "key", "KEY", "Key", "oken", "OKEN", "redential", "REDENTIAL"})
+    for (const char* part : {"ass", "ASS", "ecret", "ECRET", "pwd", "PWD", "Pwd", "pin", "PIN",
+                             "Pin", "key", "KEY", "Key", "oken", "OKEN", "redential", "REDENTIAL"})
         if (state.content->find(part) != std::string::npos)
             return true;
     return false;
@@ -85,7 +85,7 @@ void Secrets::Learn(const SettingsFile& file) {
 
 void Secrets::Learn(const TreeState& state) {
     for (const auto& [path, file] : state)
-        if (!path.starts_with("usr/") && MayHoldSecret(*file) &&
+        if (!path.starts_with("usr/share/regional/") && MayHoldSecret(*file) &&
             learned_.insert(file->content.get()).second)
             Learn(ReadSettings(file.get()));
 }

@@ -100,7 +100,9 @@ void RequireWritable(const std::string& path) {
 /// Nothing that is written may be TREE or lie within it, which is never changed, and no two outputs
 /// may be one. OUT must be new or empty.
 void RequireOutputs(const Request& request) {
-    const fs::path tree = fs::weakly_canonical(request.tree);
+    std::error_code error;
+    const fs::path tree =
+        fs::weakly_canonical(request.tree, error);  // one that is none is told later
     std::set<fs::path> known;
     for (const std::string* output :
          {&request.apply, &request.report, &request.diff, &request.json, &request.html}) {
@@ -404,6 +406,7 @@ void Keep(const Request& request, const std::string& backup, const Held& held) {
     const SiteResult& site = held.site;
     KeptSummary kept;
     kept.run = RunOf(request.tree, backup, request.common);
+    kept.common = request.common;
     kept.backup = BackupId(backup);
     kept.program = site.program;
     kept.root = held.root;

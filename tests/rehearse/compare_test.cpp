@@ -1,4 +1,5 @@
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <memory>
 
@@ -143,7 +144,18 @@ TEST(Compare, ClassesOfSites) {
     EXPECT_EQ(classOf(sound, Result(files, "partly-upgraded")), "regressed");
     EXPECT_EQ(classOf(Result(files, "crashed"), sound), "fixed");
     EXPECT_EQ(classOf(Result(files, "not-held"), sound), "unknown");
-    EXPECT_EQ(classOf(Result(files, "not-held"), Result(files, "not-held")), "unchanged");
+    EXPECT_EQ(classOf(Result(files, "not-held"), Result(files, "not-held")), "unknown");
+    // Nor another setting of the file; a tree that is upgraded where it was up to date is another.
+    EXPECT_EQ(classOf(ill, Result({{"a", "x=1|y=1|"}, {"b", "x=1|"}})), "changed");
+    EXPECT_EQ(classOf(Result(files, "up-to-date"), Result(others)), "changed");
+    KeptResult dead = Result(files, "crashed");
+    dead.packedTree.clear();
+    EXPECT_EQ(classOf(sound, dead), "regressed");
+    const Directory directory;
+    std::ofstream(directory.path + "/waivers")
+        << "[[waiver]]\nrule='crashed'\nowner='o'\nreason='r'\nuntil=2099-01-01\n";
+    const rehearse::Waivers waivers(directory.path + "/waivers", "2027-01-01");
+    EXPECT_EQ(Told(CompareSites("s", sound, dead, waivers)), "unchanged");
     EXPECT_EQ(classOf(sound, Result(files, "upgraded", "another backup")), "unknown");
     EXPECT_TRUE(AreAlike(ill, ill));
     EXPECT_FALSE(AreAlike(ill, otherwise));
