@@ -19,8 +19,12 @@ volatile std::sig_atomic_t interruption = 0;
 void CatchInterrupts() {
     struct sigaction action {};
     action.sa_handler = [](int signal) { interruption = signal; };
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
-        sigaction(signal, &action, nullptr);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction before {};
+        // Ignored by whoever started us, as nohup does.
+        if (sigaction(signal, nullptr, &before) == 0 && before.sa_handler != SIG_IGN)
+            sigaction(signal, &action, nullptr);
+    }
 }
 
 int Interruption() {

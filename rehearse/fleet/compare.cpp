@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fmt/format.h>
+#include <set>
 
 #include "rehearse/base/failure.h"
 #include "rehearse/base/text_file.h"
@@ -148,6 +149,10 @@ Comparison CompareFleet(FleetRunner& runner, Gatherer& gatherer, const std::stri
 
 std::vector<std::string> OnlyInBaseline(const std::string& baseline,
                                         const std::vector<std::string>& names) {
+    // As fleet.json spells them.
+    std::set<std::string> known;
+    for (const std::string& name : names)
+        known.insert(Json::parse(Text(Json(name))).get<std::string>());
     // What is kept in OUT may be of sites that were not there any more in its last run.
     const Json fleet = Json::parse(ReadAll(baseline + "/fleet.json"), nullptr, false);
     std::vector<std::string> missing;
@@ -155,7 +160,7 @@ std::vector<std::string> OnlyInBaseline(const std::string& baseline,
         return missing;
     for (const Json& site : fleet["sites"]) {
         const bool isNamed = site.is_object() && site.contains("name") && site["name"].is_string();
-        if (isNamed && !std::binary_search(names.begin(), names.end(), site["name"]))
+        if (isNamed && !known.contains(site["name"].get<std::string>()))
             missing.push_back(site["name"]);
     }
     std::sort(missing.begin(), missing.end());

@@ -12,7 +12,7 @@ namespace rehearse {
 Comparison CompareFleet(FleetRunner& runner, Gatherer& gatherer, const std::string& baseline,
                         const Waivers& waivers, bool showsProgress);
 
-/// The sites that the baseline has and `names`, which are sorted, have not.
+/// The sites that the baseline has and `names` have not.
 std::vector<std::string> OnlyInBaseline(const std::string& baseline,
                                         const std::vector<std::string>& names);
 

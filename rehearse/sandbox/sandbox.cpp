@@ -169,13 +169,18 @@ void Listen(int file, const std::function<void(const std::string&)>& progress) {
 [[noreturn]] void Explain(const Ended& ended, bool hasBegun, const std::string& console) {
     // bubblewrap passes a signal on as a shell does.
     const int signal = ended.signal != 0 ? ended.signal : std::max(0, ended.status - 128);
-    constexpr std::size_t mostWords = 2000;
-    const std::string words = ReadAll(console, mostWords);
     if (hasBegun && signal != 0)
         throw Crash(
             fmt::format("the upgrade was killed by signal {} ({})", signal, strsignal(signal)));
-    if (hasBegun)
-        throw Failure("the rehearsal ended in the sandbox: " + words);
+    if (hasBegun) {
+        // What commands of the upgrade said before may hold a password.
+        const std::string all = ReadAll(console);
+        const std::size_t own = all.rfind("setupmend-rehearse: ");
+        throw Failure("the rehearsal ended in the sandbox" +
+                      (own == std::string::npos ? "" : ": " + all.substr(own)));
+    }
+    constexpr std::size_t mostWords = 2000;
+    const std::string words = ReadAll(console, mostWords);
     throw Failure("no sandbox can be made: " + words +
                   "(the kernel, or the container that this runs in, must let bubblewrap make "
                   "namespaces: user.max_user_namespaces and kernel.unprivileged_userns_clone must "

@@ -109,7 +109,7 @@ void RequireOutputs(const Request& request) {
         if (output->empty() || (output == &request.json && *output == "-"))
             continue;
         const fs::path path = fs::weakly_canonical(*output);
-        if ((path.string() + "/").starts_with(tree.string() + "/"))
+        if (!error && (path.string() + "/").starts_with(tree.string() + "/"))
             throw Misuse(*output + " lies inside TREE, which must not change");
         if (fs::is_other(path))
             continue;  // a terminal or /dev/null takes everything
