@@ -14,9 +14,9 @@ constexpr std::string_view secretMark = "hidden, ";
 constexpr std::size_t shortDigest = 12;  // digits; enough for what is not attacked
 
 bool IsFirmwares(const std::string& path) {
-    // Not all of usr and bin: a site's configuration may lie below.
+    // Not all of usr: a site's configuration may lie below.
     return path.starts_with("etc/default-conf/") || path.starts_with("usr/share/regional/") ||
-           path == "bin/rtsync";
+           path.starts_with("bin/");
 }
 
 class TreeKeeper {

@@ -50,12 +50,6 @@ void WriteKept(const std::string& path, const KeptSummary& summary, const std::s
         throw Failure("cannot write " + path);
 }
 
-std::optional<KeptSummary> ReadKept(const std::string& path) {
-    const std::string bytes = ReadAll(path);
-    const std::vector<std::string_view> frames = FramesOf(bytes);
-    return frames.empty() ? std::nullopt : UnpackedJson<KeptSummary>(frames.front());
-}
-
 std::optional<KeptResult> ReadKeptResult(const std::string& path) {
     const std::string bytes = ReadAll(path);
     const std::vector<std::string_view> frames = FramesOf(bytes);
@@ -63,6 +57,11 @@ std::optional<KeptResult> ReadKeptResult(const std::string& path) {
     if (!summary)
         return std::nullopt;
     return KeptResult{std::move(*summary), std::string(frames.size() > 1 ? frames[1] : "")};
+}
+
+std::optional<KeptSummary> ReadKept(const std::string& path) {
+    auto kept = ReadKeptResult(path);
+    return kept ? std::optional(std::move(kept->summary)) : std::nullopt;
 }
 
 std::optional<KeptTree> UnpackedTree(const std::string& packedTree) {

@@ -49,8 +49,7 @@ struct KeptSummary {
     std::string common;  // of that, what all sites of the fleet have
     std::string backup;  // tells one backup from another
     ProgramResult program;
-    std::string
-        root;  // of the configuration, below the tree, links followed, with a "/" at its end
+    std::string root;  // where the configuration really lies, below the tree; ends with "/"
     double seconds = 0;
     Verdict verdict;
     std::vector<Problem> problems;
